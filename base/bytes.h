@@ -1,0 +1,43 @@
+// Packed records are unaligned and keep the host's byte order: every multi-byte member is moved
+// with a byte copy, which the compiler turns into the best access the target allows.
+#ifndef DT_BASE_BYTES_H
+#define DT_BASE_BYTES_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <string.h>
+
+namespace dt {
+
+template <typename T> T load(const void *from) {
+    T value;
+    memcpy(&value, from, sizeof value);
+    return value;
+}
+
+template <typename T> void store(void *to, T value) { memcpy(to, &value, sizeof value); }
+
+// Writes members one behind the other. The room is the caller's business.
+class ByteWriter {
+public:
+    explicit ByteWriter(void *at) : at_(static_cast<uint8_t *>(at)) {}
+
+    template <typename T> ByteWriter &put(T value) {
+        store(at_, value);
+        at_ += sizeof value;
+        return *this;
+    }
+
+    ByteWriter &put(const void *bytes, size_t count) {
+        if (count != 0) memcpy(at_, bytes, count);
+        at_ += count;
+        return *this;
+    }
+
+private:
+    uint8_t *at_;
+};
+
+} // namespace dt
+
+#endif

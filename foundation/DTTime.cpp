@@ -1,0 +1,84 @@
+#include "foundation/DTTime.h"
+
+#include <string.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace {
+
+struct Token {
+    char text[5];
+    uint8_t length;
+    uint8_t digits;
+    int tm::*value;
+    int offset;
+    bool two_digits; // of the value only the last two
+};
+
+// In order of precedence.
+constexpr Token tokens[] = {
+    {"YYYY", 4, 4, &tm::tm_year, 1900, false}, {"YY", 2, 2, &tm::tm_year, 0, true},
+    {"yy", 2, 1, &tm::tm_year, 0, true},       {"MM", 2, 2, &tm::tm_mon, 1, false},
+    {"mm", 2, 1, &tm::tm_mon, 1, false},       {"DD", 2, 2, &tm::tm_mday, 0, false},
+    {"dd", 2, 1, &tm::tm_mday, 0, false},      {"HH", 2, 2, &tm::tm_hour, 0, false},
+    {"hh", 2, 1, &tm::tm_hour, 0, false},      {"MI", 2, 2, &tm::tm_min, 0, false},
+    {"mi", 2, 1, &tm::tm_min, 0, false},       {"SS", 2, 2, &tm::tm_sec, 0, false},
+    {"ss", 2, 1, &tm::tm_sec, 0, false},
+};
+
+const Token *token_at(const char *format) {
+    for (const Token &token : tokens)
+        if (strncmp(format, token.text, token.length) == 0) return &token;
+    return nullptr;
+}
+
+// As "%0*d" would, sign included in the width.
+char *put_number(char *out, int value, int digits) {
+    char reversed[12];
+    int length = 0;
+    unsigned rest = value < 0 ? 0u - static_cast<unsigned>(value) : static_cast<unsigned>(value);
+    for (; rest != 0 || length == 0; rest /= 10)
+        reversed[length++] = static_cast<char>('0' + rest % 10);
+    const int sign = value < 0 ? 1 : 0;
+    while (length < digits - sign) reversed[length++] = '0';
+    if (sign) reversed[length++] = '-';
+    while (length > 0) *out++ = reversed[--length];
+    return out;
+}
+
+char *put_token(char *out, const Token &token, const tm &local) {
+    const int value = local.*token.value + token.offset;
+    return put_number(out, token.two_digits ? value % 100 : value, token.digits);
+}
+
+} // namespace
+
+time_t DTTime_GetTime(int32_t offset) { return time(nullptr) + offset; }
+
+time_t DTTime_Now(void) { return DTTime_GetTime(0); }
+
+char *DTTime_Format(char *out, const char *format, time_t time) {
+    if (!out) return out;
+    if (time == 0) time = DTTime_Now();
+    const tm *local = localtime(&time);
+    const tm unknown = {};
+    char *to = out;
+    while (format && *format) {
+        if (const Token *token = token_at(format)) {
+            to = put_token(to, *token, local ? *local : unknown);
+            format += token->length;
+        } else {
+            *to++ = *format++;
+        }
+    }
+    *to = '\0';
+    return out;
+}
+
+uint32_t DTTime_GetUTime(void) {
+    timeval now;
+    gettimeofday(&now, nullptr);
+    return static_cast<uint32_t>(now.tv_sec) * 1000000u + static_cast<uint32_t>(now.tv_usec);
+}
+
+int DTTime_Sleep(uint32_t milliseconds) { return usleep(milliseconds * 1000u); }

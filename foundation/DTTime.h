@@ -1,0 +1,46 @@
+/* The clock, and times as text.
+ *
+ * A time is in seconds since 1970-01-01 00:00:00 UTC (time_t; 32 bits on the device).
+ */
+#ifndef DT_FOUNDATION_DTTIME_H
+#define DT_FOUNDATION_DTTIME_H
+
+#include <stdint.h>
+#include <time.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The current time plus offset seconds. */
+time_t DTTime_GetTime(int32_t offset);
+
+/* The current time. */
+time_t DTTime_Now(void);
+
+/* Writes a time as local time into out, by a pattern of tokens, and returns out.
+ *
+ * out     room for the pattern's length and a terminator, and for one character more per YYYY where
+ *         years of more than four digits can occur.
+ * format  YYYY year, YY and yy its last two digits, MM mm month, DD dd day, HH hh hour (0 to 23),
+ *         MI mi minute, SS ss second: upper case with leading zeros, lower case without. Everything
+ *         else is copied. Null: the empty text.
+ * time    0: now. A time that cannot be broken down shows as 1900/01/00 00:00:00.
+ *
+ * Uses localtime, whose result is shared.
+ */
+char *DTTime_Format(char *out, const char *format, time_t time);
+
+/* A microsecond counter that wraps every 4,294.967296 seconds: subtract two readings as unsigned
+ * 32-bit numbers.
+ */
+uint32_t DTTime_GetUTime(void);
+
+/* Sleeps; milliseconds up to 4,294,967. Returns 0, or -1 on an error. */
+int DTTime_Sleep(uint32_t milliseconds);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

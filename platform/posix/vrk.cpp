@@ -1,0 +1,40 @@
+#include "platform/vrk.h"
+
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+namespace {
+
+// libdt's callers receive the address 4 bytes behind a raw block; starting the raw block this far
+// into an allocation puts that address on malloc's own alignment.
+constexpr size_t lead = alignof(max_align_t) - 4;
+
+} // namespace
+
+void *VRK_Malloc(size_t size) {
+    if (size > SIZE_MAX - lead) return nullptr;
+    char *start = static_cast<char *>(malloc(size + lead));
+    return start ? start + lead : nullptr;
+}
+
+void VRK_Free(void *address) { free(static_cast<char *>(address) - lead); }
+
+void VRK_RawPrint(const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    vprintf(format, args);
+    va_end(args);
+    fflush(stdout);
+}
+
+void VRK_Delay(uint32_t units) { usleep(units); }
+
+int TMB_snprintf(char *buffer, size_t size, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int length = vsnprintf(buffer, size, format, args);
+    va_end(args);
+    return length;
+}

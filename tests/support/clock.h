@@ -1,0 +1,18 @@
+// The clock as the test wants it: the program's own time functions, which the library uses instead
+// of libc's.
+#pragma once
+
+#include <time.h>
+
+struct Clock {
+    time_t now = 0;            // 0: the real time
+    bool broken_local = false; // localtime fails
+
+    // Local time is UTC from here on, and the clock stands at the given second.
+    void stand_at(time_t second);
+};
+
+extern Clock fake_clock;
+
+// The 16th of November 2014, 18:44:43.
+constexpr time_t a_sunday_evening = 1416163483;

@@ -1,0 +1,26 @@
+// A platform layer for tests: the program's own five functions, which the library uses instead of
+// its defaults. Console calls are kept, allocations can be made to fail.
+#pragma once
+
+#include <stdint.h>
+#include <string>
+#include <vector>
+
+struct Platform {
+    std::vector<std::string> prints; // one entry a console call
+    std::vector<uint32_t> delays;
+    unsigned allocations = 0; // asked for so far
+    unsigned blocks = 0;      // not given back yet
+
+    std::string console() const; // all prints, joined
+    std::string take_console();  // the same, and forgets them
+    void fail_allocations_from(unsigned nth) { fail_from = allocations + nth; }
+    void allocations_work() { fail_from = 0; }
+
+    unsigned fail_from = 0; // 0: never
+};
+
+extern Platform platform;
+
+// Bytes outstanding for an owner id, by the library's own accounting.
+uint32_t outstanding(int id);
