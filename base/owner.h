@@ -2,6 +2,8 @@
 #ifndef DT_BASE_OWNER_H
 #define DT_BASE_OWNER_H
 
+#include <stdint.h>
+
 namespace dt {
 
 // Owns an object until it is handed over with take(); gives it to Release otherwise.
@@ -27,6 +29,14 @@ public:
 private:
     T *object_;
 };
+
+// Gives back an object that a list keeps as a value.
+template <auto Release, typename T> void release_object(void (*)(T *), uintptr_t value) {
+    Release(reinterpret_cast<T *>(value));
+}
+template <auto Release> void release_value(uintptr_t value) {
+    release_object<Release>(Release, value);
+}
 
 } // namespace dt
 

@@ -1,0 +1,246 @@
+#include "collect/collect_client.h"
+
+#include "base/bytes.h"
+#include "foundation/DTMem.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int32_t header_size = 12;
+constexpr int32_t payload_size = 1024;
+constexpr int32_t acknowledgement_size = 16;
+
+constexpr uint8_t complete = 0x80; // the frame ends its value
+enum Kind : uint8_t { kind_int = 1, kind_long, kind_string, kind_buffer };
+
+constexpr int32_t frame_header = 13; // tag, index, section and key
+constexpr int32_t int_frame = frame_header + 4;
+constexpr int32_t long_frame = frame_header + 8;
+constexpr int32_t piece_header = frame_header + 2;
+constexpr int32_t least_piece = piece_header + 10;
+
+struct Command {
+    uint32_t length;
+    uint32_t command;
+    int32_t sequence;
+    uint32_t port;
+};
+static_assert(sizeof(Command) == 16, "as on the wire");
+
+int32_t l_fd = -1; // 0 is a descriptor like any other
+uint8_t *l_buffer;
+int32_t l_bufPos;
+uint32_t _sequence;
+
+sockaddr_in socket_address(in_addr_t address, uint16_t port) {
+    sockaddr_in result = {};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(port);
+    result.sin_addr.s_addr = address;
+    return result;
+}
+
+const sockaddr *generic(const sockaddr_in *address) {
+    return reinterpret_cast<const sockaddr *>(address);
+}
+
+void close_connection() {
+    if (l_fd >= 0) close(l_fd);
+    l_fd = -1;
+}
+
+// A connect that a signal interrupts goes on by itself: wait for its end.
+bool finish_connect(int32_t fd) {
+    pollfd writable = {fd, POLLOUT, 0};
+    while (poll(&writable, 1, -1) < 0)
+        if (errno != EINTR) return false;
+    int error = 0;
+    socklen_t size = sizeof error;
+    return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+}
+
+bool connect_to(int32_t fd, const char *address, int32_t port) {
+    if (fd < 0 || !address) return false;
+    const sockaddr_in server = socket_address(inet_addr(address), static_cast<uint16_t>(port));
+    if (connect(fd, generic(&server), sizeof server) == 0) return true;
+    return errno == EINTR && finish_connect(fd);
+}
+
+ssize_t send_message(const void *bytes, size_t size) {
+    ssize_t sent;
+    do {
+        sent = send(l_fd, bytes, size, MSG_NOSIGNAL);
+    } while (sent < 0 && errno == EINTR);
+    return sent;
+}
+
+ssize_t receive_acknowledgement() {
+    uint8_t bytes[acknowledgement_size] = {};
+    ssize_t received;
+    do {
+        received = recv(l_fd, bytes, sizeof bytes, 0);
+    } while (received < 0 && errno == EINTR);
+    return received;
+}
+
+int32_t room() { return payload_size - l_bufPos; }
+
+dt::ByteWriter payload_end() { return dt::ByteWriter(l_buffer + header_size + l_bufPos); }
+
+void append(const void *bytes, uint32_t count) {
+    payload_end().put(bytes, count);
+    l_bufPos += static_cast<int32_t>(count);
+}
+
+bool has_room(size_t count) { return l_buffer && count <= static_cast<size_t>(room()); }
+
+// Sends the message when it has no room for the least that the next frame needs.
+void ensure_room(int32_t least) {
+    if (room() < least) CollectClient_Flush(0);
+}
+
+dt::ByteWriter begin_frame(uint8_t tag, uint32_t index, uint32_t section, uint32_t key) {
+    return payload_end().put(tag).put(index).put(section).put(key);
+}
+
+int32_t collect_piece(Kind kind, uint32_t index, uint32_t section, uint32_t key, const void *bytes,
+                      int32_t length) {
+    ensure_room(least_piece);
+    const int32_t space = room() - piece_header;
+    const bool last = length <= space;
+    const int32_t size = last ? length : space;
+    const uint8_t tag = last ? kind | complete : kind;
+    begin_frame(tag, index, section, key)
+        .put(static_cast<uint16_t>(size))
+        .put(bytes, static_cast<size_t>(size));
+    l_bufPos += piece_header + size;
+    return size;
+}
+
+} // namespace
+
+int32_t CollectClient_Init(void) {
+    const int32_t fd = socket(AF_INET, SOCK_DGRAM, 0);
+    if (fd < 0) return -1;
+    const sockaddr_in any = socket_address(INADDR_ANY, COLLECT_COMMAND_PORT);
+    if (bind(fd, generic(&any), sizeof any) == 0) return fd;
+    close(fd);
+    return -1;
+}
+
+int32_t CollectClient_WaitFor(int32_t socket, uint8_t, uint8_t, uint32_t *command, char *address,
+                              uint32_t *port) {
+    if (socket < 0 || !command || !address || !port) return -1;
+    Command datagram = {};
+    sockaddr_in sender = {};
+    socklen_t sender_size = sizeof sender;
+    const ssize_t received = recvfrom(socket, &datagram, sizeof datagram, 0,
+                                      reinterpret_cast<sockaddr *>(&sender), &sender_size);
+    printf("size=%ld\n", static_cast<long>(received));
+    if (received < 0 || datagram.length != static_cast<size_t>(received)) return -1;
+    if (datagram.command > 3) return -1;
+    *command = datagram.command;
+    strcpy(address, inet_ntoa(sender.sin_addr));
+    *port = datagram.port;
+    return datagram.sequence;
+}
+
+int32_t CollectClient_Start(const char *address, int32_t port) {
+    close_connection();
+    l_fd = socket(AF_INET, SOCK_STREAM, 0);
+    if (!connect_to(l_fd, address, port)) {
+        puts("connect error.");
+        close_connection();
+        return 0;
+    }
+    if (l_buffer) return 1;
+    l_buffer = static_cast<uint8_t *>(DTMem_Malloc(COLLECT_OWNER_ID, header_size + payload_size));
+    if (!l_buffer) return 0;
+    memset(l_buffer, 0, header_size);
+    l_bufPos = 0;
+    return 1;
+}
+
+void CollectClient_End(void) {
+    if (!l_buffer) return;
+    CollectClient_Flush(0);
+    close_connection();
+    DTMem_Free(COLLECT_OWNER_ID, l_buffer);
+    l_buffer = nullptr;
+    l_bufPos = 0;
+}
+
+void CollectClient_SetType(uint32_t type) {
+    if (l_buffer) dt::store(l_buffer + 4, type);
+}
+
+void CollectClient_AppendBuffer(const void *bytes, uint32_t count) {
+    if (bytes && has_room(count)) append(bytes, count);
+}
+
+void CollectClient_AppendInt(uint32_t value) {
+    if (has_room(sizeof value)) append(&value, sizeof value);
+}
+
+void CollectClient_AppendString(const char *text) {
+    if (!text) return;
+    const size_t length = strlen(text);
+    if (!has_room(2 + length)) return;
+    const uint16_t stored = static_cast<uint16_t>(length);
+    append(&stored, sizeof stored);
+    append(text, stored);
+}
+
+int32_t CollectClient_Flush(int32_t sequence) {
+    if (!l_buffer) return 0;
+    const uint32_t length = static_cast<uint32_t>(header_size + l_bufPos);
+    const uint32_t number = sequence != 0 ? static_cast<uint32_t>(sequence) : ++_sequence;
+    dt::store(l_buffer, length);
+    dt::store(l_buffer + 8, number);
+    l_bufPos = 0;
+    if (send_message(l_buffer, length) < 0) {
+        puts("send error.");
+        return 0;
+    }
+    if (receive_acknowledgement() < 0) {
+        puts("recv error.");
+        return 0;
+    }
+    return 1;
+}
+
+int32_t CollectClient_CollectInt(uint32_t index, uint32_t section, uint32_t key, uint32_t value) {
+    if (!l_buffer) return 0;
+    ensure_room(int_frame);
+    begin_frame(kind_int | complete, index, section, key).put(value);
+    l_bufPos += int_frame;
+    return int_frame;
+}
+
+void CollectClient_CollectLong(uint32_t index, uint32_t section, uint32_t key, uint64_t value) {
+    if (!l_buffer) return;
+    ensure_room(long_frame);
+    begin_frame(kind_long | complete, index, section, key).put(value);
+    l_bufPos += long_frame;
+}
+
+int32_t CollectClient_CollectString(uint32_t index, uint32_t section, uint32_t key,
+                                    const char *text, int32_t length) {
+    if (!l_buffer || !text || length < 0) return 0;
+    if (length == 0) length = static_cast<int32_t>(strnlen(text, INT32_MAX));
+    return collect_piece(kind_string, index, section, key, text, length);
+}
+
+int32_t CollectClient_CollectBuffer(uint32_t index, uint32_t section, uint32_t key,
+                                    const void *bytes, int32_t length) {
+    if (!l_buffer || !bytes || length <= 0) return 0;
+    return collect_piece(kind_buffer, index, section, key, bytes, length);
+}

@@ -1,0 +1,92 @@
+/* The device's side of a collection: the command socket, and the one connection of the process on
+ * which numbered messages of value frames go to the collection server, each acknowledged by it.
+ * Layouts: docs/formats.md, "Command datagram", "Collection messages" and "Value frames".
+ *
+ * Connect, send and the wait for an acknowledgement block without time-out. A peer that has gone is
+ * an error result, never a signal.
+ */
+#ifndef DT_COLLECT_CLIENT_H
+#define DT_COLLECT_CLIENT_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define COLLECT_COMMAND_PORT 9099
+#define COLLECT_OWNER_ID 100 /* of the message buffer and of collectors, see DTMem.h */
+
+#define COLLECT_MESSAGE_OPENING 0u
+#define COLLECT_MESSAGE_DIRECTORY 1u
+#define COLLECT_MESSAGE_DATA 2u
+
+/* Returns a UDP socket bound to the command port on every local address, or -1. */
+int32_t CollectClient_Init(void);
+
+/* Waits for one command datagram and prints "size=" and the bytes received on standard output.
+ *
+ * command  out, 0 to 3.
+ * address  out, the sender in dotted text; room for 16 bytes.
+ * port     out, the TCP port to connect to in its low 16 bits.
+ *
+ * The two identity bytes play no part. Returns the datagram's sequence number, or -1 with nothing
+ * stored for an invalid datagram, a failed receive, a socket below 0 or a null argument.
+ */
+int32_t CollectClient_WaitFor(int32_t socket, uint8_t identity0, uint8_t identity1,
+                              uint32_t *command, char *address, uint32_t *port);
+
+/* Connects to an address in dotted text and the low 16 bits of port; what is left of an earlier
+ * connection is closed first. The message buffer of a connection that was not ended is kept with
+ * its contents. Returns 1, or 0 when the connection cannot be made ("connect error." on standard
+ * output) or there is no memory for the buffer.
+ */
+int32_t CollectClient_Start(const char *address, int32_t port);
+
+/* Sends what the buffer holds, also when that is nothing, closes the connection and frees the
+ * buffer. Nothing without a buffer.
+ */
+void CollectClient_End(void);
+
+/* Sets the type of this and all further messages. */
+void CollectClient_SetType(uint32_t type);
+
+/* Append to the payload, which holds 1024 bytes: raw bytes, 4 bytes, a text with its length in 2
+ * bytes before it. What does not fit is refused whole; so is everything without a connection.
+ */
+void CollectClient_AppendBuffer(const void *bytes, uint32_t count);
+void CollectClient_AppendInt(uint32_t value);
+void CollectClient_AppendString(const char *text);
+
+/* Sends the message under the given number, or under the next automatic one for 0, and waits for
+ * the acknowledgement. The payload counts as consumed in any case. Returns 1, also when the server
+ * closed the connection instead of answering, and 0 on a failure ("send error." or "recv error." on
+ * standard output) or without a buffer.
+ */
+int32_t CollectClient_Flush(int32_t sequence);
+
+/* Add a value frame to the payload, sending it first when there is too little room. Without a
+ * buffer they do nothing; the results are then 0.
+ *
+ * index, section, key  the collector's number, its open section (0: none), the caller's number.
+ */
+
+/* Returns 17, the frame's size. */
+int32_t CollectClient_CollectInt(uint32_t index, uint32_t section, uint32_t key, uint32_t value);
+
+void CollectClient_CollectLong(uint32_t index, uint32_t section, uint32_t key, uint64_t value);
+
+/* Take as much of a text or of bytes as the message holds and return the number of bytes taken;
+ * call again with the rest, which goes into the next message. A length of 0 means the text's
+ * length, and no frame at all for a buffer; below 0 and for null nothing is taken.
+ */
+int32_t CollectClient_CollectString(uint32_t index, uint32_t section, uint32_t key,
+                                    const char *text, int32_t length);
+int32_t CollectClient_CollectBuffer(uint32_t index, uint32_t section, uint32_t key,
+                                    const void *bytes, int32_t length);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
