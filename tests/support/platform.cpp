@@ -44,7 +44,7 @@ extern "C" {
 
 void *VRK_Malloc(size_t size) {
     ++platform.allocations;
-    if (platform.fail_from != 0 && platform.allocations >= platform.fail_from) return nullptr;
+    if (platform.fails()) return nullptr;
     char *start = static_cast<char *>(malloc(size + lead));
     if (!start) return nullptr;
     ++platform.blocks;

@@ -14,10 +14,20 @@ struct Platform {
 
     std::string console() const; // all prints, joined
     std::string take_console();  // the same, and forgets them
-    void fail_allocations_from(unsigned nth) { fail_from = allocations + nth; }
-    void allocations_work() { fail_from = 0; }
+    // The nth allocation from now on is the first, or the only one, to fail.
+    void fail_allocations_from(unsigned nth) { fail(nth, UINT32_MAX - allocations - nth); }
+    void fail_only(unsigned nth) { fail(nth, 1); }
+    void allocations_work() { fail(0, 0); }
+    bool fails() const { return allocations - fail_from < fail_count; }
 
-    unsigned fail_from = 0; // 0: never
+private:
+    void fail(unsigned nth, unsigned count) {
+        fail_from = allocations + nth;
+        fail_count = count;
+    }
+
+    unsigned fail_from = 0;
+    unsigned fail_count = 0;
 };
 
 extern Platform platform;
