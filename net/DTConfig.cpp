@@ -1,0 +1,71 @@
+#include "net/DTConfig.h"
+
+#include "net/DTSock.h"
+#include "platform/vrk.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+namespace {
+
+constexpr int32_t client_port = 8998;
+constexpr uint32_t server_port = 8999;
+constexpr int32_t longest_wait = 1000; // milliseconds
+
+// Who is asked: everybody at first, then whoever answered last.
+char _svrAddr[20] = DTSOCK_BROADCAST;
+uint32_t _svrPort = server_port;
+
+int32_t _fd = -1;
+int32_t _has_send; // the first lookup has been tried
+char _buffer[1000];
+
+static_assert(sizeof _svrAddr >= DTSOCK_ADDRESS_SIZE);
+
+bool has_server() { return strcmp(_svrAddr, DTSOCK_BROADCAST) != 0; }
+
+// Everybody is asked once: without an answer to the first lookup there is no server for good.
+bool may_ask() {
+    if (_has_send) return has_server();
+    _has_send = 1;
+    _fd = DTSock_UDP_Create("0.0.0.0", client_port);
+    return _fd >= 0;
+}
+
+// Puts the request into the buffer. Its length without the terminator, which must fit too; 0 for
+// what cannot be asked.
+uint32_t build_request(const char *group, const char *key, const char *fallback) {
+    if (!group || !key) return 0;
+    const int length = snprintf(_buffer, sizeof _buffer, "=>config %s %s %s", group, key, fallback);
+    return length > 0 && length < int{sizeof _buffer} ? static_cast<uint32_t>(length) : 0;
+}
+
+// The bytes of the answer, now in the buffer and terminated; 0 for none in time, -1 for a failure.
+int32_t DTConfig_Get(const char *group, const char *key, const char *fallback) {
+    const uint32_t length = build_request(group, key, fallback);
+    if (length == 0 || !may_ask()) return -1;
+    return DTSock_UDP_GetMessage(_fd, _svrAddr, &_svrPort, _buffer, length, sizeof _buffer - 1,
+                                 longest_wait);
+}
+
+} // namespace
+
+int DTConfig_GetString(const char *group, const char *key, const char *fallback, char *value) {
+    if (!value) return 1;
+    if (!fallback) fallback = "";
+    const char *text = DTConfig_Get(group, key, fallback) > 0 ? _buffer : fallback;
+    memmove(value, text, strlen(text) + 1);
+    return 1;
+}
+
+int32_t DTConfig_GetInt(const char *group, const char *key, int32_t fallback) {
+    char text[100];
+    TMB_snprintf(text, sizeof text, "%d", static_cast<int>(fallback));
+    if (DTConfig_Get(group, key, text) <= 0) return fallback;
+    return static_cast<int32_t>(strtoll(_buffer, nullptr, 0));
+}
+
+uint32_t DTConfig_GetUInt(const char *group, const char *key, uint32_t fallback) {
+    return static_cast<uint32_t>(DTConfig_GetInt(group, key, static_cast<int32_t>(fallback)));
+}
