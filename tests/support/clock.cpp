@@ -1,6 +1,8 @@
 #include "support/clock.h"
 
 #include <stdlib.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 Clock fake_clock;
 
@@ -23,5 +25,24 @@ time_t time(time_t *result) noexcept {
 tm *localtime(const time_t *second) noexcept {
     static tm result;
     return fake_clock.broken_local ? nullptr : localtime_r(second, &result);
+}
+
+int gettimeofday(timeval *result, void *) noexcept {
+    timespec real;
+    clock_gettime(CLOCK_REALTIME, &real);
+    const int64_t set = fake_clock.microseconds;
+    result->tv_sec = set < 0 ? real.tv_sec : static_cast<time_t>(set / 1000000);
+    result->tv_usec = static_cast<suseconds_t>(set < 0 ? real.tv_nsec / 1000 : set % 1000000);
+    return 0;
+}
+
+int usleep(useconds_t microseconds) {
+    if (fake_clock.sleeping) {
+        fake_clock.sleeping(microseconds);
+        return 0;
+    }
+    const timespec duration = {static_cast<time_t>(microseconds / 1000000),
+                               static_cast<long>(microseconds % 1000000) * 1000};
+    return nanosleep(&duration, nullptr);
 }
 }

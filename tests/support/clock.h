@@ -2,11 +2,16 @@
 // of libc's.
 #pragma once
 
+#include <stdint.h>
 #include <time.h>
 
 struct Clock {
     time_t now = 0;            // 0: the real time
     bool broken_local = false; // localtime fails
+    int64_t microseconds = -1; // of the fine clock; below 0: the real time
+
+    // Called in place of a sleep.
+    void (*sleeping)(uint32_t microseconds) = nullptr;
 
     // Local time is UTC from here on, and the clock stands at the given second.
     void stand_at(time_t second);
