@@ -19,10 +19,8 @@ uint32_t milliseconds() { return DTTime_GetUTime() / 1000; }
 
 DTTimer *timer_of(uintptr_t value) { return reinterpret_cast<DTTimer *>(value); }
 
-void free_timer(uintptr_t value) { DTMem_LocalFree(timer_of(value)); }
-
 bool list_ready() {
-    if (!g_DTTimer_List) g_DTTimer_List = DTList_New(0, free_timer);
+    if (!g_DTTimer_List) g_DTTimer_List = DTList_New(0, dt::release_value<DTMem_LocalFree>);
     return g_DTTimer_List != nullptr;
 }
 

@@ -6,6 +6,8 @@
 #include "containers.h"
 #include "fault.h"
 #include "foundation.h"
+#include "net.h"
 #include "records.h"
+#include "timer.h"
 
 #endif

@@ -3,11 +3,7 @@
 #include <dt/foundation.h>
 #include <gmock/gmock.h>
 
-#include <sys/time.h>
-
 namespace {
-
-timeval fake_microseconds;
 
 constexpr time_t an_early_morning = 1388905389; // 2014-01-05 07:03:09
 
@@ -19,11 +15,6 @@ std::string format(const char *pattern, time_t time) {
 }
 
 } // namespace
-
-extern "C" int gettimeofday(timeval *now, void *) noexcept {
-    *now = fake_microseconds;
-    return 0;
-}
 
 TEST(TimeText, WritesEachToken) {
     EXPECT_EQ(format("YYYY/MM/DD HH:MI:SS", a_sunday_evening), "2014/11/16 18:44:43");
@@ -60,11 +51,16 @@ TEST(TimeText, AdvancesByWhatALongYearTakes) {
 }
 
 TEST(MicrosecondCounter, WrapsAt32Bits) {
-    fake_microseconds = {4294, 967295};
+    fake_clock.microseconds = UINT32_MAX;
     const uint32_t before = DTTime_GetUTime();
     EXPECT_EQ(before, UINT32_MAX);
-    fake_microseconds = {4294, 967296 + 5};
+    fake_clock.microseconds += 6;
     EXPECT_EQ(DTTime_GetUTime() - before, 6u);
 }
 
-TEST(Sleep, ReturnsWhatTheSystemSays) { EXPECT_EQ(DTTime_Sleep(1), 0); }
+TEST(Sleep, IsInMilliseconds) {
+    static uint32_t slept;
+    fake_clock.sleeping = [](uint32_t microseconds) { slept = microseconds; };
+    EXPECT_EQ(DTTime_Sleep(15), 0);
+    EXPECT_EQ(slept, 15000u);
+}

@@ -1,0 +1,69 @@
+#include "support/server.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+bool read_all(int fd, void *bytes, size_t count) {
+    return count == 0 || recv(fd, bytes, count, MSG_WAITALL) == static_cast<ssize_t>(count);
+}
+
+} // namespace
+
+std::ostream &operator<<(std::ostream &out, const Message &message) {
+    return out << "type " << message.type << " #" << message.sequence << " "
+               << testing::PrintToString(message.payload);
+}
+
+CollectionServer::CollectionServer(int answers) {
+    listener_ = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in any = {};
+    any.sin_family = AF_INET;
+    any.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof any;
+    EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr *>(&any), size), 0);
+    EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr *>(&any), &size), 0);
+    EXPECT_EQ(listen(listener_, 1), 0);
+    port_ = ntohs(any.sin_port);
+    thread_ = std::thread(&CollectionServer::serve, this, answers);
+}
+
+CollectionServer::~CollectionServer() {
+    shutdown(listener_, SHUT_RDWR); // ends a wait for a connection that never came
+    messages();
+    close(listener_);
+}
+
+const std::vector<Message> &CollectionServer::messages() {
+    if (thread_.joinable()) thread_.join();
+    return messages_;
+}
+
+void CollectionServer::serve(int answers) {
+    const int fd = accept(listener_, nullptr, nullptr);
+    while (fd >= 0 && answers-- > 0 && read_message(fd))
+        if (send(fd, "ok", 2, MSG_NOSIGNAL) != 2) break;
+    close(fd);
+}
+
+bool CollectionServer::read_message(int fd) {
+    uint32_t header[3];
+    if (!read_all(fd, header, sizeof header)) return false;
+    EXPECT_GE(header[0], 12u);
+    EXPECT_LE(header[0], 1036u);
+    std::string payload(header[0] - 12, '\0');
+    if (!read_all(fd, payload.data(), payload.size())) return false;
+    messages_.push_back({header[1], header[2], payload});
+    return true;
+}
+
+int lowest_free_descriptor() {
+    const int fd = open("/dev/null", O_RDONLY);
+    close(fd);
+    return fd;
+}
