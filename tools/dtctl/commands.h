@@ -1,0 +1,13 @@
+// The subcommands. Each adds its options to the program and runs when it is chosen.
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace dtctl {
+
+void add_collect(CLI::App &app);
+void add_selftest(CLI::App &app);
+
+} // namespace dtctl

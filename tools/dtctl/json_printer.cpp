@@ -1,0 +1,56 @@
+#include "dtctl/json_printer.h"
+
+#include "dtctl/text.h"
+
+#include <nlohmann/json.hpp>
+
+namespace dtctl {
+namespace {
+
+using dt::decode::Kind;
+using dt::decode::Value;
+using Object = nlohmann::ordered_json;
+
+void add_collector(Object &object, const std::optional<std::string> &name) {
+    if (!name) {
+        object["collector"] = nullptr;
+    } else if (is_utf8(*name)) {
+        object["collector"] = *name;
+    } else {
+        object["collector_hex"] = hex(*name);
+    }
+}
+
+void add_value(Object &object, const Value &value) {
+    if (value.kind == Kind::int32) {
+        object["value"] = value.number;
+    } else if (value.kind == Kind::int64) {
+        object["value"] = std::to_string(value.number);
+    } else if (value.kind == Kind::string && is_utf8(value.bytes)) {
+        object["text"] = value.bytes;
+    } else {
+        object["hex"] = hex(value.bytes);
+    }
+}
+
+} // namespace
+
+void JsonPrinter::on_selftest(const dt::decode::SelfTest &test) {
+    Object object{{"identity", identity()}};
+    add_collector(object, test.name);
+    object["type"] = selftest_type;
+    put(object.dump() + '\n');
+}
+
+void JsonPrinter::on_value(const Value &value) {
+    Object object{{"identity", identity()}};
+    add_collector(object, value.collector);
+    object["index"] = value.index;
+    object["section"] = value.section;
+    object["key"] = value.key;
+    object["type"] = type_name(value.kind);
+    add_value(object, value);
+    put(object.dump() + '\n');
+}
+
+} // namespace dtctl

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "dtctl/printer.h"
+
+namespace dtctl {
+
+class JsonPrinter : public Printer {
+public:
+    using Printer::Printer;
+    void on_selftest(const dt::decode::SelfTest &test) override;
+    void on_value(const dt::decode::Value &value) override;
+};
+
+} // namespace dtctl

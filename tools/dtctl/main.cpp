@@ -1,0 +1,72 @@
+#include "dtctl/commands.h"
+#include "dtctl/failure.h"
+#include "dtctl/text.h"
+
+#include <CLI/CLI.hpp>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+namespace {
+
+using dtctl::Exit;
+
+// One line; nobody can be told when standard error fails.
+void complain(const std::string &text) { (void)std::fprintf(stderr, "dtctl: %s\n", text.c_str()); }
+
+// One line, and how to learn more; help itself is no error.
+Exit report(const CLI::App &app, const CLI::ParseError &error) {
+    if (error.get_exit_code() == 0) {
+        app.exit(error);
+        return Exit::success;
+    }
+    complain(dtctl::escape(error.what()) + " (see dtctl --help)");
+    return Exit::usage;
+}
+
+Exit run(int argc, char **argv) {
+    CLI::App app("Talks with devices: collects their data.");
+    app.name("dtctl");
+    app.require_subcommand(1);
+    app.footer(
+        "Example:\n  dtctl collect --device 192.168.1.20\n\ndtctl COMMAND --help tells more.");
+    dtctl::add_collect(app);
+    dtctl::add_selftest(app);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return report(app, error);
+    }
+    return Exit::success;
+}
+
+// A socket must not get the number of a standard stream that is closed: output would reach the
+// device. Opened for reading, so that writing stays an error.
+void occupy_standard_streams() {
+    int fd = 0;
+    while (fd >= 0 && fd <= STDERR_FILENO) fd = ::open("/dev/null", O_RDONLY);
+    if (fd >= 0) ::close(fd);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    occupy_standard_streams();
+    // A reader that goes away is seen at the write.
+    std::signal(SIGPIPE, SIG_IGN);
+    Exit code = Exit::failed;
+    try {
+        code = run(argc, argv);
+    } catch (const dtctl::Failure &failure) {
+        if (*failure.what() != '\0') complain(failure.what());
+        code = failure.code();
+    } catch (const std::exception &error) {
+        complain(error.what());
+    }
+    return static_cast<int>(code);
+}

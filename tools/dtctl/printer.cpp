@@ -1,0 +1,73 @@
+#include "dtctl/printer.h"
+
+#include "dtctl/csv_printer.h"
+#include "dtctl/failure.h"
+#include "dtctl/json_printer.h"
+#include "dtctl/table_printer.h"
+#include "dtctl/text.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace dtctl {
+
+const char *const formats_help =
+    R"(Values are printed as they complete. Integers are shown without a sign, as they travel;
+the table adds the signed reading of a negative one in brackets. A self-test prints a
+line of type "selftest" for each collector before its results.
+
+  table  one line a value; UTF-8 text as it is, except \\ for a backslash, \n, \r, \t, and
+         \xNN for each byte of other control characters and of what is not UTF-8; buffers as
+         hex; #N for a collector that the device did not name
+  --json one object a line: identity (hex), collector (null when not named; collector_hex
+         instead when its name is not UTF-8), index, section, key, type, and the value:
+         "value" for an int (number) and for a long (decimal text, so that no reader rounds
+         it), "text" for a string in UTF-8, "hex" for any other string and for buffers
+  --csv  a heading and one record a value, quoted where RFC 4180 asks for it; encoding is
+         decimal, text or hex (buffers, and strings that are not UTF-8 or hold control
+         characters other than tabs and line breaks); collector names escaped as in the table)";
+
+void Printer::on_opening(const dt::decode::Opening &opening) {
+    identity_ =
+        hex({reinterpret_cast<const char *>(opening.identity.data()), opening.identity.size()});
+}
+
+void Printer::put(std::string_view text) {
+    if (error_ == 0 && std::fwrite(text.data(), 1, text.size(), out_) != text.size())
+        error_ = errno;
+}
+
+void Printer::flush() {
+    if (error_ == 0 && std::fflush(out_) != 0) error_ = errno;
+    if (error_ == 0) return;
+    const bool reader_left = error_ == EPIPE;
+    throw Failure(Exit::failed,
+                  reader_left ? ""
+                              : std::string("cannot write the output: ") + std::strerror(error_));
+}
+
+std::unique_ptr<Printer> make_printer(Format format, std::FILE *out) {
+    switch (format) {
+    case Format::json:
+        return std::make_unique<JsonPrinter>(out);
+    case Format::csv:
+        return std::make_unique<CsvPrinter>(out);
+    default:
+        return std::make_unique<TablePrinter>(out);
+    }
+}
+
+const char *type_name(dt::decode::Kind kind) {
+    switch (kind) {
+    case dt::decode::Kind::int32:
+        return "int";
+    case dt::decode::Kind::int64:
+        return "long";
+    case dt::decode::Kind::string:
+        return "string";
+    default:
+        return "buffer";
+    }
+}
+
+} // namespace dtctl

@@ -1,0 +1,56 @@
+// The few socket calls that dtctl needs, IPv4 only. All of them throw Failure.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <utility>
+
+namespace dtctl {
+
+using Clock = std::chrono::steady_clock;
+
+// Owns a descriptor.
+class Fd {
+public:
+    explicit Fd(int fd = -1) : fd_(fd) {}
+    Fd(Fd &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    Fd &operator=(Fd &&other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~Fd();
+
+    int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+
+private:
+    int fd_;
+};
+
+// The first IPv4 address of a name or of a dotted address.
+sockaddr_in resolve(const std::string &host, uint16_t port);
+
+std::string address_text(const sockaddr_in &address);
+
+// Listens for TCP on every local address; port 0: any free one. The descriptor does not block.
+Fd listen_on(uint16_t port);
+
+// The port that a socket is bound to.
+uint16_t local_port(const Fd &fd);
+
+// A UDP socket that talks with one peer only, and so hears when that peer refuses.
+Fd connect_udp(const sockaddr_in &peer);
+
+// Takes a waiting connection; none: an empty Fd.
+Fd accept_from(const Fd &listener, sockaddr_in &peer);
+
+// Milliseconds from now, rounded up, for poll; 0 when the time has passed.
+int milliseconds_until(Clock::time_point when);
+
+// Waits for a descriptor to become ready (POLLIN or POLLOUT); false when the time has passed.
+bool wait_for(const Fd &fd, short events, Clock::time_point until);
+
+} // namespace dtctl

@@ -1,0 +1,53 @@
+#include "dtctl/table_printer.h"
+
+#include "dtctl/text.h"
+
+#include <fmt/format.h>
+
+namespace dtctl {
+namespace {
+
+using dt::decode::Kind;
+using dt::decode::Value;
+
+// As the device means it is not told; a set top bit is most often a negative number.
+std::string number_text(const Value &value) {
+    const int64_t as_signed = value.kind == Kind::int32
+                                  ? static_cast<int32_t>(static_cast<uint32_t>(value.number))
+                                  : static_cast<int64_t>(value.number);
+    if (as_signed >= 0) return fmt::format("{}", value.number);
+    return fmt::format("{} ({})", value.number, as_signed);
+}
+
+std::string value_text(const Value &value) {
+    switch (value.kind) {
+    case Kind::string:
+        return escape(value.bytes);
+    case Kind::buffer:
+        return hex(value.bytes);
+    default:
+        return number_text(value);
+    }
+}
+
+} // namespace
+
+void TablePrinter::on_opening(const dt::decode::Opening &opening) {
+    Printer::on_opening(opening);
+    put(fmt::format("device identity {}\n\n", identity()));
+    put(fmt::format("{:<19} {:>10} {:>10}  {:<8}  {}\n", "collector", "section", "key", "type",
+                    "value"));
+}
+
+void TablePrinter::on_selftest(const dt::decode::SelfTest &test) {
+    put(fmt::format("{:<19} {:>10} {:>10}  {}\n", escape(test.name), "", "", selftest_type));
+}
+
+void TablePrinter::on_value(const Value &value) {
+    const std::string collector =
+        value.collector ? escape(*value.collector) : fmt::format("#{}", value.index);
+    put(fmt::format("{:<19} {:>10} {:>10}  {:<8}  {}\n", collector, value.section, value.key,
+                    type_name(value.kind), value_text(value)));
+}
+
+} // namespace dtctl
