@@ -7,13 +7,13 @@
 
 namespace dt {
 
-// Copies a text into a fixed field and clears the rest of it; null counts as the empty text.
-// False when the text was cut.
+// Copies a text into a fixed field and clears the rest of it; null counts as the empty text. The
+// text may lie in the field itself. False when it was cut.
 template <size_t N> bool copy_text(char (&field)[N], const char *text) {
     const size_t length = text ? strnlen(text, N) : 0;
     const size_t kept = length < N ? length : N - 1;
-    memset(field, 0, N);
-    if (kept != 0) memcpy(field, text, kept);
+    if (kept != 0) memmove(field, text, kept);
+    memset(field + kept, 0, N - kept);
     return length < N;
 }
 
