@@ -14,9 +14,8 @@ static_assert(sizeof(void *) != 4 || sizeof(DTTable) == 108, "as laid out on the
 static_assert(offsetof(DTTableColumn, sum) == 232 && offsetof(DTTableColumn, width) == 240);
 static_assert(offsetof(DTTableCell, value) == 104 && sizeof(DTTableCell) == 112);
 
-void free_record(uintptr_t record) { DTMem_LocalFree(reinterpret_cast<void *>(record)); }
-
-void release_row(uintptr_t row) { DTList_Release(reinterpret_cast<DTList *>(row)); }
+constexpr DTListFree free_record = dt::release_value<DTMem_LocalFree>;
+constexpr DTListFree release_row = dt::release_value<DTList_Release>;
 
 template <typename T> T *new_record() {
     void *record = DTMem_LocalMalloc(sizeof(T));

@@ -8,6 +8,7 @@
 #include "foundation.h"
 #include "net.h"
 #include "records.h"
+#include "table.h"
 #include "timer.h"
 
 #endif
