@@ -1,0 +1,127 @@
+// The pass that gathers all fault data, and the fault log file that it writes.
+#include "fault/DTFault.h"
+
+#include "base/nodes.h"
+#include "foundation/DTPrint.h"
+#include "foundation/DTString.h"
+
+#include <stdio.h>
+#include <string.h>
+
+namespace {
+
+uint32_t bRunning;
+
+struct Bytes {
+    const void *data;
+    uint32_t length;
+};
+
+Bytes name_of(const DTFault *fault) {
+    return {fault->name, static_cast<uint32_t>(strnlen(fault->name, sizeof fault->name))};
+}
+
+void write_length(FILE *file, uint32_t length) {
+    const uint8_t bytes[] = {static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8)};
+    fwrite(bytes, 1, sizeof bytes, file);
+}
+
+// An entry is its length and then its parts, of which the last, the data, gives way when the length
+// would not fit 16 bits.
+template <size_t N> void write_entry(FILE *file, Bytes (&&parts)[N]) {
+    uint32_t left = UINT16_MAX;
+    for (Bytes &part : parts) {
+        if (part.length > left) part.length = left;
+        left -= part.length;
+    }
+    write_length(file, UINT16_MAX - left);
+    for (const Bytes &part : parts) fwrite(part.data, 1, part.length, file);
+}
+
+// A walk over the records of a store, which may be null.
+template <typename Visit> void each_record(DTInfo *store, Visit visit) {
+    uint32_t pos = DTINFO_FIRST;
+    const uint8_t *key, *data;
+    uint8_t key_len;
+    uint16_t length;
+    while (DTInfo_Get(store, nullptr, 0, &pos, &key, &key_len, &data, &length))
+        visit(Bytes{key, key_len}, Bytes{data, length});
+}
+
+// The first count faults of the registry, in their order.
+template <typename Visit> void each_fault(int32_t count, Visit visit) {
+    for (const uintptr_t value : dt::nodes(g_DTFault_List)) {
+        if (count-- == 0) break;
+        if (value != 0) visit(reinterpret_cast<DTFault *>(value));
+    }
+}
+
+void run_callback(const DTFault *fault) {
+    if (!fault->callback) return;
+    DTPrint_Show(DTString_SFormat("start callback [%s]\n", fault->name), 0);
+    fault->callback();
+    DTPrint_Show(DTString_SFormat("end callback [%s]\n", fault->name), 0);
+}
+
+void DTFault_SaveLog(const DTFault *fault, const DTLogger *logger, const char *word, FILE *file) {
+    if (!logger) return;
+    const Bytes section = {word, static_cast<uint32_t>(strlen(word))};
+    each_record(logger->info, [=](Bytes, Bytes data) {
+        write_entry(file, {section, {" ", 1}, name_of(fault), {" ", 1}, data});
+    });
+}
+
+// Faults by the index in their records' keys; null where there is none.
+struct Registry {
+    Registry() {
+        int32_t count = 0;
+        for (const uintptr_t value : dt::nodes(g_DTFault_List)) {
+            if (count == DTFAULT_MAX) break;
+            faults[count++] = reinterpret_cast<const DTFault *>(value);
+        }
+    }
+
+    const DTFault *faults[DTFAULT_MAX] = {};
+};
+
+void save_values(FILE *file) {
+    const Registry registry;
+    each_record(g_DTFault_Info, [&](Bytes key, Bytes data) {
+        const uint8_t *bytes = static_cast<const uint8_t *>(key.data);
+        const DTFault *fault = key.length == 2 ? registry.faults[bytes[1]] : nullptr;
+        if (!fault) return;
+        const Bytes name = name_of(fault);
+        const uint8_t named = static_cast<uint8_t>(name.length + 1);
+        write_entry(file, {{&named, 1}, {bytes, 1}, name, data});
+    });
+}
+
+void save(FILE *file, int32_t count) {
+    each_fault(count, [=](const DTFault *fault) {
+        DTFault_SaveLog(fault, fault->init_logger, "log", file);
+        DTFault_SaveLog(fault, fault->run_logger, "run", file);
+    });
+    write_length(file, 0); // ends the logs
+    save_values(file);
+}
+
+void pass() {
+    // What a callback registers has its turn in the next pass.
+    const int32_t count = DTList_Length(g_DTFault_List);
+    each_fault(count, run_callback);
+    FILE *file = fopen("/fcm.log", "wb");
+    if (!file) return;
+    save(file, count);
+    fclose(file);
+    DTInfo_Release(g_DTFault_Info);
+    g_DTFault_Info = nullptr;
+}
+
+} // namespace
+
+void DTFault_Start(void) {
+    if (!g_DTFault_List || bRunning) return;
+    bRunning = 1;
+    pass();
+    bRunning = 0;
+}
