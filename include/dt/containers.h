@@ -1,8 +1,9 @@
-/* Byte buffer and list. */
+/* Byte buffer, list and mixing function. */
 #ifndef DT_CONTAINERS_H
 #define DT_CONTAINERS_H
 
 #include "containers/DTBuf.h"
 #include "containers/DTList.h"
+#include "containers/DTMD5.h"
 
 #endif
