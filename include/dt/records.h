@@ -1,8 +1,9 @@
-/* Packed records, record store and logger. */
+/* Packed records, record store, logger and function log. */
 #ifndef DT_RECORDS_H
 #define DT_RECORDS_H
 
 #include "records/DTBuffer.h"
+#include "records/DTFuncLog.h"
 #include "records/DTInfo.h"
 #include "records/DTLogger.h"
 
