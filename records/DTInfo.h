@@ -108,6 +108,41 @@ int DTInfo_Get(DTInfo *store, const void *key, uint8_t key_len, uint32_t *pos,
  */
 int DTInfo_GetPack(DTInfo *store, uint32_t *pos, char *format_out, const uint8_t **value);
 
+/* Appends a typed info record, stamped with the current time. Its key is its own pack format,
+ * "TBhI%dS%dS%dS" with the lengths of its strings filled in (see DTBuffer.h): time, type, id (the
+ * low 16 bits), value and three byte strings.
+ *
+ * id     data3 is recorded only when the flag of the whole id is set (DTInfo_SetFlag); ids of 2000
+ *        and more always count as set. Otherwise its length counts as 0.
+ * data1, len1, data2, len2, data3, len3
+ *        lengths in bytes; a string may be null when its length is 0. None may lie in the store.
+ *
+ * Nothing is appended for null, when appends are ignored, without room, and for a recorded string
+ * that has a length below 0 or, with a length, no address.
+ */
+void DTInfo_AddInfo(DTInfo *store, uint8_t type, uint32_t id, const void *data1, int32_t len1,
+                    const void *data2, int32_t len2, const void *data3, int32_t len3,
+                    uint32_t value);
+
+/* Shows the selected info records on the console, oldest first, each as "index=", its number and
+ * the dump of its fields; then, without a line break, the number of records selected.
+ *
+ * A record is selected when it meets every filter:
+ * id          -1: any; otherwise the low 16 bits are compared.
+ * hex1, hex2  the bytes that the first and the second string must begin with, as pairs of hex
+ *             digits, each read as strtol does (a pair that is no number counts as 0). An odd last
+ *             digit is ignored, as is what follows the 200th byte. Null or empty: any string.
+ * value       0: any; 0xFFFFFFFF: any but 0.
+ * type        0: any.
+ * from, to    of the records selected, which are numbered from 1, those above from are shown, up to
+ *             and including to; a to of 0 means no end. The others are counted all the same.
+ *
+ * Strings of any length are compared and shown. A record that is not an info record, by its key or
+ * because its value is shorter than its key says, is skipped and not counted.
+ */
+void DTInfo_ShowInfo(DTInfo *store, int32_t id, const char *hex1, const char *hex2, uint32_t value,
+                     uint32_t type, uint32_t from, uint32_t to);
+
 /* Prints the store's addresses and sizes on standard output, seven lines. */
 void DTLogger_Dump(const DTInfo *store);
 
