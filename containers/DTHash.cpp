@@ -22,8 +22,6 @@ struct Found {
 
 uint8_t *entry_at(uintptr_t value) { return reinterpret_cast<uint8_t *>(value); }
 
-void free_entry(uintptr_t value) { DTMem_LocalFree(entry_at(value)); }
-
 // The default hash has reduced its result already: a second division would cost more than the test.
 DTList **bucket_of(const DTHash *table, const void *key) {
     const uint32_t hash = table->hash(key, table->key_size, table->bucket_count);
@@ -41,7 +39,8 @@ Found find_key(const DTHash *table, const DTList *bucket, const void *key) {
 }
 
 DTList *used_bucket(const DTHash *table, DTList **bucket) {
-    if (!*bucket) *bucket = DTList_New(0, table->is_static ? nullptr : free_entry);
+    if (!*bucket)
+        *bucket = DTList_New(0, table->is_static ? nullptr : dt::release_value<DTMem_LocalFree>);
     return *bucket;
 }
 
