@@ -28,8 +28,9 @@ public:
         return *this;
     }
 
+    // Null stands for no bytes.
     ByteWriter &put(const void *bytes, size_t count) {
-        if (count != 0) memcpy(at_, bytes, count);
+        if (bytes) memcpy(at_, bytes, count);
         at_ += count;
         return *this;
     }

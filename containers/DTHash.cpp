@@ -111,7 +111,7 @@ int DTHash_Set(DTHash *table, const void *key, const void *value) {
     DTList **bucket = bucket_of(table, key);
     uint8_t *entry = find_key(table, *bucket, key).entry;
     if (!entry) return add_entry(table, used_bucket(table, bucket), key, value);
-    if (table->value_size != 0) memmove(entry + table->key_size, value, table->value_size);
+    if (value) memmove(entry + table->key_size, value, table->value_size);
     return 1;
 }
 

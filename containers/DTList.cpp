@@ -3,6 +3,8 @@
 #include "base/nodes.h"
 #include "foundation/DTMem.h"
 
+#include <assert.h>
+
 namespace {
 
 static_assert(alignof(DTListNode) == 4, "as the pieces of the static pool");
@@ -31,6 +33,7 @@ void insert_at(DTList *list, DTListLink *link, DTListNode *node) {
 
 DTListNode *unlink_at(DTList *list, DTListLink *link) {
     DTListNode *node = *link;
+    assert(node);
     *link = node->next;
     --list->length;
     return node;
@@ -98,14 +101,16 @@ uintptr_t DTList_Set(DTList *list, int32_t index, uintptr_t value) {
 }
 
 uintptr_t DTList_Find(const DTList *list, DTListCompare compare, uintptr_t key) {
-    for (const uintptr_t value : dt::nodes(compare ? list : nullptr))
+    if (!compare) return 0;
+    for (const uintptr_t value : dt::nodes(list))
         if (compare(value, key) == 0) return value;
     return 0;
 }
 
 int32_t DTList_FindPos(const DTList *list, DTListCompare compare, uintptr_t key) {
+    if (!compare) return -1;
     int32_t index = 0;
-    for (const uintptr_t value : dt::nodes(compare ? list : nullptr)) {
+    for (const uintptr_t value : dt::nodes(list)) {
         if (compare(value, key) == 0) return index;
         ++index;
     }

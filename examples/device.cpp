@@ -8,6 +8,7 @@
 #include <dt/dt.h>
 
 #include <atomic>
+#include <cstring>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -19,8 +20,18 @@ namespace {
 constexpr uint32_t history_memory = 1;
 
 // Numbers of the values as the collection server knows them.
-enum Key : uint32_t { key_speed = 1, key_pressure, key_litres, key_energy, key_calibration };
-enum Key2 : uint32_t { key_name = 10, key_history, key_init_log, key_run_log, key_result };
+enum Key : uint32_t {
+    key_speed = 1,
+    key_pressure,
+    key_litres,
+    key_energy,
+    key_calibration,
+    key_name = 10,
+    key_history,
+    key_init_log,
+    key_run_log,
+    key_result
+};
 
 // What the server's command asks for.
 constexpr uint32_t command_service = 2; // everything, and a report on the debug console
@@ -190,10 +201,13 @@ void measure_for_the_fault_log() {
 // ---- setting up
 // ----------------------------------------------------------------------------------
 
-void fetch_settings() {
-    DTConfig_GetString("device", "name", "pump controller", device_name);
-    speed_limit = DTConfig_GetInt("pump", "speed_limit", 3000);
-    pressure_limit = DTConfig_GetInt("pump", "pressure_limit", 2500);
+// A null group is never asked for: the defaults hold.
+void fetch_settings(bool offline) {
+    const char *device = offline ? nullptr : "device";
+    const char *limits = offline ? nullptr : "pump";
+    DTConfig_GetString(device, "name", "pump controller", device_name);
+    speed_limit = DTConfig_GetInt(limits, "speed_limit", 3000);
+    pressure_limit = DTConfig_GetInt(limits, "pressure_limit", 2500);
     DTPrint_Puts(
         DTString_SFormat("%s: at most %d/min, %d mbar", device_name, speed_limit, pressure_limit),
         0);
@@ -222,14 +236,16 @@ void register_timers() {
 
 } // namespace
 
-int main() {
+int main(int argc, char **argv) {
     DTInfo_SetTrace(0); // standard output is this device's debug console
-    fetch_settings();
+    fetch_settings(argc > 1 && std::strcmp(argv[1], "--offline") == 0);
     g_fcm_logger = DTLogger_New(255);
     DTLogger_Write(g_fcm_logger, 0, "device starts\n");
     register_faults();
     register_collectors();
     register_timers();
     std::thread(DTTimer_Loop).detach();
-    return Collect_Init(0x0107); // the main thread becomes the command thread
+    Collect_Init(0x0107); // the main thread becomes the command thread, for good
+    DTPrint_Puts("the command port is taken", 0);
+    return 1;
 }
