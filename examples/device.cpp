@@ -42,12 +42,36 @@ struct Motor {
 };
 
 Motor motors[2];
-std::atomic<uint64_t> litres{4294967290}; // more than 32 bits hold, soon
-std::atomic<uint64_t> energy{0};          // mWh
 
 char device_name[1000];
 int32_t speed_limit;
 int32_t pressure_limit;
+
+// Two numbers that belong together, and wider than the device's atomics.
+class Meter {
+public:
+    struct Reading {
+        uint64_t litres;
+        uint64_t energy; // mWh
+    };
+
+    void count(uint64_t litres, uint64_t energy) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        reading_.litres += litres;
+        reading_.energy += energy;
+    }
+
+    Reading read() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return reading_;
+    }
+
+private:
+    std::mutex mutex_;
+    Reading reading_ = {4294967290, 0}; // soon more than 32 bits hold
+};
+
+Meter flow;
 
 struct Event {
     DTFault *fault;
@@ -85,8 +109,7 @@ int32_t measure_motors(DTTimer *timer) {
         motors[i].speed = 2700 + 20 * wave + 100 * i;
         motors[i].pressure = 1800 + 10 * wave - 50 * i;
     }
-    litres += 3;
-    energy += 250;
+    flow.count(3, 250);
     return 1;
 }
 
@@ -150,8 +173,9 @@ void collect_pump(uint32_t) {
 }
 
 void collect_meter(uint32_t) {
-    Collect_PutLong(meter, key_litres, litres);
-    Collect_PutLong(meter, key_energy, energy);
+    const Meter::Reading reading = flow.read();
+    Collect_PutLong(meter, key_litres, reading.litres);
+    Collect_PutLong(meter, key_energy, reading.energy);
     uint8_t calibration[13]; // as the sensor keeps it: version, time, offset, serial number
     DTBuffer_PackN(calibration, sizeof calibration, "BTH6s", 2, 1416163483u, -17, "SN4711");
     Collect_PutStruct(meter, key_calibration, calibration, sizeof calibration);
@@ -193,7 +217,7 @@ void test_meter(uint32_t) {
 // A fault's start callback: fresh values for the fault log file.
 void measure_for_the_fault_log() {
     DTFault_SetRegist(sensor_fault, key_pressure, motors[0].pressure);
-    DTFault_SetRegist64(sensor_fault, key_litres, litres);
+    DTFault_SetRegist64(sensor_fault, key_litres, flow.read().litres);
     const int16_t raw[] = {12, -3, 40};
     DTFault_SetValue(sensor_fault, key_calibration, raw, sizeof raw);
 }

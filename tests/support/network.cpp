@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <errno.h>
+#include <mutex>
 #include <net/if.h>
 #include <net/route.h>
 #include <poll.h>
@@ -40,6 +41,13 @@ Datagram datagram(const sockaddr *address, const void *bytes, size_t count) {
     memcpy(&other, address, sizeof other);
     return {inet_ntoa(other.sin_addr), ntohs(other.sin_port),
             std::string(static_cast<const char *>(bytes), count)};
+}
+
+// Both sides of a test may call at once.
+template <typename List, typename Make> void record(List &list, Make make) {
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
+    list.push_back(make());
 }
 
 ssize_t deliver(void *bytes, size_t capacity, sockaddr *from) {
@@ -94,7 +102,7 @@ int socket(int domain, int type, int protocol) noexcept {
 
 int bind(int socket, const sockaddr *address, socklen_t length) noexcept {
     if (fails("bind")) return -1;
-    network.bound.push_back(datagram(address, "", 0));
+    record(network.bound, [&] { return datagram(address, "", 0); });
     return network.simulated ? 0 : real(bind, "bind")(socket, address, length);
 }
 
@@ -103,8 +111,11 @@ ssize_t sendto(int socket, const void *bytes, size_t count, int flags, const soc
     int broadcast = 0;
     socklen_t size = sizeof broadcast;
     getsockopt(socket, SOL_SOCKET, SO_BROADCAST, &broadcast, &size);
-    network.sent.push_back(datagram(address, bytes, count));
-    network.sent.back().broadcast = broadcast != 0;
+    record(network.sent, [&] {
+        Datagram sent = datagram(address, bytes, count);
+        sent.broadcast = broadcast != 0;
+        return sent;
+    });
     if (fails("sendto")) return -1;
     if (network.simulated) return static_cast<ssize_t>(count);
     return real(sendto, "sendto")(socket, bytes, count, flags, address, length);
@@ -118,7 +129,7 @@ ssize_t recvfrom(int socket, void *bytes, size_t capacity, int flags, sockaddr *
 }
 
 int poll(pollfd *entries, nfds_t count, int time_out) {
-    network.waits.push_back(time_out);
+    record(network.waits, [=] { return time_out; });
     network.peer();
     if (fails("poll")) return -1;
     if (!network.simulated) return real(poll, "poll")(entries, count, time_out);
