@@ -18,8 +18,7 @@ namespace {
 struct Options {
     Request request;
     double timeout = 10;
-    bool json = false;
-    bool csv = false;
+    Format format = Format::table;
 };
 
 constexpr const char *behaviour_help =
@@ -34,18 +33,13 @@ constexpr const char *exit_help =
 4 the device cannot be reached or refuses, or the port to listen on is taken; 5 what
 arrived breaks the format or stops short (values before that are printed).)";
 
-Format format_of(const Options &options) {
-    if (options.json) return Format::json;
-    return options.csv ? Format::csv : Format::table;
-}
-
 void run(const Options &options) {
     // A range lets "nan" pass.
     if (std::isnan(options.timeout)) throw CLI::ValidationError("--timeout", "not a number");
     Request request = options.request;
     request.timeout = std::chrono::ceil<std::chrono::milliseconds>(
         std::chrono::duration<double>(options.timeout));
-    const auto printer = make_printer(format_of(options), stdout);
+    const auto printer = make_printer(options.format, stdout);
     Progress progress(::isatty(STDERR_FILENO) != 0);
     Session(request, *printer, progress).run();
 }
@@ -86,8 +80,7 @@ std::shared_ptr<Options> add_session_options(CLI::App &command) {
         ->type_name("N")
         ->check(CLI::Range(0, 100))
         ->capture_default_str();
-    auto *json = command.add_flag("--json", options->json, "JSON lines instead of a table");
-    command.add_flag("--csv", options->csv, "CSV instead of a table")->excludes(json);
+    add_format_options(command, options->format);
     command.callback([options] { run(*options); });
     return options;
 }

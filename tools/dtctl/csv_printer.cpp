@@ -10,20 +10,11 @@ namespace {
 using dt::decode::Kind;
 using dt::decode::Value;
 
-std::string quote(const std::string &field) {
-    if (field.find_first_of(",\"\r\n") == std::string::npos) return field;
-    std::string quoted = "\"";
-    for (const char c : field) quoted.append(c == '"' ? 2 : 1, c);
-    return quoted + '"';
-}
-
 std::string encoded_value(const Value &value) {
     if (value.kind == Kind::int32 || value.kind == Kind::int64) {
         return fmt::format("decimal,{}", value.number);
     }
-    if (value.kind == Kind::string && is_plain_text(value.bytes)) {
-        return "text," + quote(value.bytes);
-    }
+    if (value.kind == Kind::string) return csv_text(value.bytes);
     return "hex," + hex(value.bytes);
 }
 
@@ -35,12 +26,12 @@ void CsvPrinter::on_opening(const dt::decode::Opening &opening) {
 }
 
 void CsvPrinter::on_selftest(const dt::decode::SelfTest &test) {
-    put(fmt::format("{},{},,,,{},,\n", identity(), quote(escape(test.name)), selftest_type));
+    put(fmt::format("{},{},,,,{},,\n", identity(), csv_field(escape(test.name)), selftest_type));
 }
 
 void CsvPrinter::on_value(const Value &value) {
     put(fmt::format("{},{},{},{},{},{},{}\n", identity(),
-                    quote(escape(value.collector.value_or(""))), value.index, value.section,
+                    csv_field(escape(value.collector.value_or(""))), value.index, value.section,
                     value.key, type_name(value.kind), encoded_value(value)));
 }
 

@@ -1,23 +1,18 @@
 #include "dtctl/json_printer.h"
 
-#include "dtctl/text.h"
-
-#include <nlohmann/json.hpp>
+#include "dtctl/json_text.h"
 
 namespace dtctl {
 namespace {
 
 using dt::decode::Kind;
 using dt::decode::Value;
-using Object = nlohmann::ordered_json;
 
 void add_collector(Object &object, const std::optional<std::string> &name) {
     if (!name) {
         object["collector"] = nullptr;
-    } else if (is_utf8(*name)) {
-        object["collector"] = *name;
     } else {
-        object["collector_hex"] = hex(*name);
+        add_text(object, "collector", "collector_hex", *name);
     }
 }
 
@@ -26,8 +21,8 @@ void add_value(Object &object, const Value &value) {
         object["value"] = value.number;
     } else if (value.kind == Kind::int64) {
         object["value"] = std::to_string(value.number);
-    } else if (value.kind == Kind::string && is_utf8(value.bytes)) {
-        object["text"] = value.bytes;
+    } else if (value.kind == Kind::string) {
+        add_text(object, "text", "hex", value.bytes);
     } else {
         object["hex"] = hex(value.bytes);
     }

@@ -1,13 +1,9 @@
 #include "dtctl/printer.h"
 
 #include "dtctl/csv_printer.h"
-#include "dtctl/failure.h"
 #include "dtctl/json_printer.h"
 #include "dtctl/table_printer.h"
 #include "dtctl/text.h"
-
-#include <cerrno>
-#include <cstring>
 
 namespace dtctl {
 
@@ -30,20 +26,6 @@ line of type "selftest" for each collector before its results.
 void Printer::on_opening(const dt::decode::Opening &opening) {
     identity_ =
         hex({reinterpret_cast<const char *>(opening.identity.data()), opening.identity.size()});
-}
-
-void Printer::put(std::string_view text) {
-    if (error_ == 0 && std::fwrite(text.data(), 1, text.size(), out_) != text.size())
-        error_ = errno;
-}
-
-void Printer::flush() {
-    if (error_ == 0 && std::fflush(out_) != 0) error_ = errno;
-    if (error_ == 0) return;
-    const bool reader_left = error_ == EPIPE;
-    throw Failure(Exit::failed,
-                  reader_left ? ""
-                              : std::string("cannot write the output: ") + std::strerror(error_));
 }
 
 std::unique_ptr<Printer> make_printer(Format format, std::FILE *out) {

@@ -10,7 +10,6 @@
 #include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -34,10 +33,6 @@ template <typename Call> int with_address(sockaddr_in &address, Call call) {
 }
 
 } // namespace
-
-Fd::~Fd() {
-    if (fd_ >= 0) ::close(fd_);
-}
 
 sockaddr_in resolve(const std::string &host, uint16_t port) {
     addrinfo hints{};

@@ -1,34 +1,17 @@
 // The few socket calls that dtctl needs, IPv4 only. All of them throw Failure.
 #pragma once
 
+#include "dtctl/fd.h"
+
 #include <netinet/in.h>
 
 #include <chrono>
 #include <cstdint>
 #include <string>
-#include <utility>
 
 namespace dtctl {
 
 using Clock = std::chrono::steady_clock;
-
-// Owns a descriptor.
-class Fd {
-public:
-    explicit Fd(int fd = -1) : fd_(fd) {}
-    Fd(Fd &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    Fd &operator=(Fd &&other) noexcept {
-        std::swap(fd_, other.fd_);
-        return *this;
-    }
-    ~Fd();
-
-    int get() const { return fd_; }
-    explicit operator bool() const { return fd_ >= 0; }
-
-private:
-    int fd_;
-};
 
 // The first IPv4 address of a name or of a dotted address.
 sockaddr_in resolve(const std::string &host, uint16_t port);

@@ -10,15 +10,6 @@ namespace {
 using dt::decode::Kind;
 using dt::decode::Value;
 
-// As the device means it is not told; a set top bit is most often a negative number.
-std::string number_text(const Value &value) {
-    const int64_t as_signed = value.kind == Kind::int32
-                                  ? static_cast<int32_t>(static_cast<uint32_t>(value.number))
-                                  : static_cast<int64_t>(value.number);
-    if (as_signed >= 0) return fmt::format("{}", value.number);
-    return fmt::format("{} ({})", value.number, as_signed);
-}
-
 std::string value_text(const Value &value) {
     switch (value.kind) {
     case Kind::string:
@@ -26,7 +17,7 @@ std::string value_text(const Value &value) {
     case Kind::buffer:
         return hex(value.bytes);
     default:
-        return number_text(value);
+        return signed_too(value.number, value.kind == Kind::int32 ? 4 : 8);
     }
 }
 

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <iterator>
 
 namespace dtctl {
@@ -118,6 +117,25 @@ std::string hex(std::string_view bytes) {
     out.reserve(2 * bytes.size());
     append_hex(out, "", bytes);
     return out;
+}
+
+std::string signed_too(uint64_t number, size_t bytes) {
+    const int64_t as_signed = bytes == sizeof(uint32_t)
+                                  ? static_cast<int32_t>(static_cast<uint32_t>(number))
+                                  : static_cast<int64_t>(number);
+    if (as_signed >= 0) return fmt::format("{}", number);
+    return fmt::format("{} ({})", number, as_signed);
+}
+
+std::string csv_field(const std::string &text) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+    std::string quoted = "\"";
+    for (const char c : text) quoted.append(c == '"' ? 2 : 1, c);
+    return quoted + '"';
+}
+
+std::string csv_text(const std::string &bytes) {
+    return is_plain_text(bytes) ? "text," + csv_field(bytes) : "hex," + hex(bytes);
 }
 
 } // namespace dtctl

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -25,5 +26,15 @@ std::string escape(std::string_view bytes);
 
 // Two lower-case digits a byte.
 std::string hex(std::string_view bytes);
+
+// A number of 4 or 8 bytes in decimal; with the top bit set, the signed reading behind it in
+// brackets. What is meant nobody says, but most often it is a negative number.
+std::string signed_too(uint64_t number, size_t bytes);
+
+// A CSV field, quoted where RFC 4180 asks for it.
+std::string csv_field(const std::string &text);
+
+// Two CSV fields, encoding and value: plain text as it is, any other bytes as hex.
+std::string csv_text(const std::string &bytes);
 
 } // namespace dtctl
