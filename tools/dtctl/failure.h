@@ -8,11 +8,11 @@ namespace dtctl {
 
 enum class Exit : int {
     success = 0,
-    failed = 1,      // our own side: output that cannot be written, no memory
+    failed = 1,      // our own side: a file that cannot be read, output not be written, no memory
     usage = 2,       // wrong options or arguments
     timeout = 3,     // the device was silent for too long
     unreachable = 4, // name, address or port: unknown, refused or in use
-    broken = 5,      // what the device sent breaks the format or stops short
+    broken = 5,      // what was sent or read breaks its format or stops short
 };
 
 // what() is one line for the user; empty when there is nobody left to tell.

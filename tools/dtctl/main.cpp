@@ -30,13 +30,14 @@ Exit report(const CLI::App &app, const CLI::ParseError &error) {
 }
 
 Exit run(int argc, char **argv) {
-    CLI::App app("Talks with devices: collects their data.");
+    CLI::App app("Talks with devices: collects their data and shows their fault logs.");
     app.name("dtctl");
     app.require_subcommand(1);
     app.footer(
         "Example:\n  dtctl collect --device 192.168.1.20\n\ndtctl COMMAND --help tells more.");
     dtctl::add_collect(app);
     dtctl::add_selftest(app);
+    dtctl::add_fcm(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

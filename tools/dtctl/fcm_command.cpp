@@ -1,0 +1,44 @@
+// dtctl fcm: shows the fault log file.
+#include "dtctl/commands.h"
+#include "dtctl/fault_file.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace dtctl {
+namespace {
+
+struct Options {
+    std::string path;
+    Format format = Format::table;
+};
+
+constexpr const char *exit_help =
+    R"(Exit status: 0 the whole file was shown; 1 the file cannot be read or the output not be
+written; 2 usage; 5 the file is damaged or stops short (all before that is shown, and
+the byte and the reason are told on standard error).)";
+
+void run(const Options &options) {
+    const auto printer = make_fault_printer(options.format, stdout);
+    show_fault_log(options.path, *printer);
+}
+
+} // namespace
+
+void add_fcm(CLI::App &app) {
+    CLI::App &command = *app.add_subcommand("fcm", "Show a device's fault log file");
+    auto options = std::make_shared<Options>();
+    command
+        .add_option("FILE", options->path, "The file, as the device wrote it; -: standard input")
+        ->type_name("")
+        ->required();
+    add_format_options(command, options->format);
+    command.callback([options] { run(*options); });
+    command.footer(std::string("Example:\n  dtctl fcm fcm.log --json > faults.jsonl\n\n") +
+                   fault_formats_help + "\n\n" + exit_help);
+}
+
+} // namespace dtctl

@@ -1,0 +1,54 @@
+#include "dtctl/file.h"
+
+#include "dtctl/failure.h"
+#include "dtctl/text.h"
+
+#include <fmt/format.h>
+
+#include <fcntl.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace dtctl {
+namespace {
+
+constexpr size_t max_whole_file = 16 * 1024 * 1024;
+
+} // namespace
+
+Fd open_input(const std::string &path) {
+    Fd file(path == "-" ? ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                        : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file) report_unreadable(path);
+    return file;
+}
+
+ssize_t read_some(const Fd &file, std::span<uint8_t> buffer) {
+    for (;;) {
+        const ssize_t count = ::read(file.get(), buffer.data(), buffer.size());
+        if (count >= 0 || errno != EINTR) return count;
+    }
+}
+
+void report_unreadable(const std::string &path) {
+    throw Failure(Exit::failed,
+                  fmt::format("cannot read {}: {}", escape(path), std::strerror(errno)));
+}
+
+std::string read_whole_file(const std::string &path) {
+    const Fd file = open_input(path);
+    std::string text;
+    std::array<uint8_t, 16'384> buffer;
+    while (const ssize_t count = read_some(file, buffer)) {
+        if (count > 0) {
+            text.append(reinterpret_cast<const char *>(buffer.data()), static_cast<size_t>(count));
+        }
+        if (text.size() > max_whole_file) errno = EFBIG;
+        if (count < 0 || text.size() > max_whole_file) report_unreadable(path);
+    }
+    return text;
+}
+
+} // namespace dtctl
