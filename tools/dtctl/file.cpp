@@ -16,13 +16,20 @@ namespace {
 
 constexpr size_t max_whole_file = 16 * 1024 * 1024;
 
+Fd checked(int descriptor, const std::string &path) {
+    if (descriptor < 0) report_unreadable(path);
+    return Fd(descriptor);
+}
+
+Fd open_file(const std::string &path) {
+    return checked(::open(path.c_str(), O_RDONLY | O_CLOEXEC), path);
+}
+
 } // namespace
 
 Fd open_input(const std::string &path) {
-    Fd file(path == "-" ? ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
-                        : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file) report_unreadable(path);
-    return file;
+    if (path != "-") return open_file(path);
+    return checked(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0), path);
 }
 
 ssize_t read_some(const Fd &file, std::span<uint8_t> buffer) {
@@ -38,7 +45,7 @@ void report_unreadable(const std::string &path) {
 }
 
 std::string read_whole_file(const std::string &path) {
-    const Fd file = open_input(path);
+    const Fd file = open_file(path);
     std::string text;
     std::array<uint8_t, 16'384> buffer;
     while (const ssize_t count = read_some(file, buffer)) {

@@ -30,7 +30,8 @@ Exit report(const CLI::App &app, const CLI::ParseError &error) {
 }
 
 Exit run(int argc, char **argv) {
-    CLI::App app("Talks with devices: collects their data and shows their fault logs.");
+    CLI::App app(
+        "Talks with devices: collects their data, shows their fault logs, answers with settings.");
     app.name("dtctl");
     app.require_subcommand(1);
     app.footer(
@@ -38,6 +39,7 @@ Exit run(int argc, char **argv) {
     dtctl::add_collect(app);
     dtctl::add_selftest(app);
     dtctl::add_fcm(app);
+    dtctl::add_config(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

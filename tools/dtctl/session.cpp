@@ -29,8 +29,6 @@ CommandDatagram command_datagram(const Request &request, uint16_t port) {
     return datagram;
 }
 
-bool would_block(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
-
 } // namespace
 
 Session::Session(Request request, Printer &printer, Progress &progress)

@@ -90,6 +90,19 @@ Fd connect_udp(const sockaddr_in &peer) {
     return fd;
 }
 
+Fd bind_udp(const std::string &host, uint16_t port) {
+    const sockaddr_in address = resolve(host, port);
+    Fd fd = make_socket(SOCK_DGRAM);
+    if (::bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
+        throw Failure(Exit::unreachable,
+                      fmt::format("cannot listen on {} UDP port {}: {}", address_text(address),
+                                  port, std::strerror(errno)));
+    }
+    return fd;
+}
+
+bool would_block(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
+
 Fd accept_from(const Fd &listener, sockaddr_in &peer) {
     return Fd(with_address(peer, [&](sockaddr *out, socklen_t *length) {
         return ::accept4(listener.get(), out, length, SOCK_CLOEXEC | SOCK_NONBLOCK);

@@ -27,6 +27,12 @@ uint16_t local_port(const Fd &fd);
 // A UDP socket that talks with one peer only, and so hears when that peer refuses.
 Fd connect_udp(const sockaddr_in &peer);
 
+// A UDP socket that hears whoever sends to a local address; port 0: any free one.
+Fd bind_udp(const std::string &host, uint16_t port);
+
+// Whether an error says no more than "not yet".
+bool would_block(int error);
+
 // Takes a waiting connection; none: an empty Fd.
 Fd accept_from(const Fd &listener, sockaddr_in &peer);
 
