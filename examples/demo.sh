@@ -7,17 +7,23 @@ bin=$PWD/build/demo
 work=$(mktemp -d)
 console=$work/console
 mode=${1:-}
+fault_log=
 pids=()
 
 stop_all() {
     kill "${pids[@]}" 2>/dev/null || true
     wait 2>/dev/null || true
     umount -l "$work/root" 2>/dev/null || true
+    [ "$fault_log" != /fcm.log ] || rm -f /fcm.log
     rm -rf "$work"
 }
 trap stop_all EXIT
 trap 'exit 1' INT TERM
 
+fail() {
+    echo "demo: $*" >&2
+    exit 1
+}
 say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
 
 # What the device has printed since the last time.
@@ -42,7 +48,6 @@ make_root() {
 }
 
 device=("$bin/examples/device")
-fault_log=
 if [ "$mode" = private ]; then
     ip link set lo up
     ip address add 192.0.2.1/24 dev lo
@@ -51,6 +56,10 @@ if [ "$mode" = private ]; then
         device=(chroot "$work/root" "${device[@]}")
         fault_log=$work/root/fcm.log
     fi
+fi
+if [ -z "$fault_log" ] && [ -w / ]; then
+    [ ! -e /fcm.log ] || fail "there is a /fcm.log that the device would overwrite"
+    fault_log=/fcm.log
 fi
 
 say "A first program in plain C"
