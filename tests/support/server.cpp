@@ -34,7 +34,10 @@ CollectionServer::CollectionServer(int answers) {
 }
 
 CollectionServer::~CollectionServer() {
-    shutdown(listener_, SHUT_RDWR); // ends a wait for a connection that never came
+    // Ends a wait for a connection that never came, or for a device that keeps one open.
+    ending_ = true;
+    shutdown(listener_, SHUT_RDWR);
+    shutdown(connection_, SHUT_RDWR);
     messages();
     close(listener_);
 }
@@ -45,9 +48,10 @@ const std::vector<Message> &CollectionServer::messages() {
 }
 
 void CollectionServer::serve(int answers) {
-    const int fd = accept(listener_, nullptr, nullptr);
-    while (fd >= 0 && answers-- > 0 && read_message(fd))
+    const int fd = connection_ = accept(listener_, nullptr, nullptr);
+    while (fd >= 0 && !ending_ && answers-- > 0 && read_message(fd))
         if (send(fd, "ok", 2, MSG_NOSIGNAL) != 2) break;
+    connection_ = -1;
     close(fd);
 }
 

@@ -2,6 +2,7 @@
 // a thread of its own.
 #pragma once
 
+#include <atomic>
 #include <stdint.h>
 #include <string>
 #include <thread>
@@ -33,6 +34,8 @@ private:
     bool read_message(int fd);
 
     int listener_;
+    std::atomic<int> connection_ = -1;
+    std::atomic<bool> ending_ = false;
     uint16_t port_;
     std::vector<Message> messages_;
     std::thread thread_;
