@@ -16,7 +16,9 @@ extern "C" {
 
 #define COLLECT_MAX_ITEMS 19
 
-/* Collects: argument is the server's command, 0, 1 or 2. Tests: argument is 0. */
+/* Collects: argument is the server's command, 0, 1 or 2. Tests: argument is 0. It may register
+ * collectors, and release its own: the one that moves up is left out of this run.
+ */
 typedef void (*CollectCallback)(uint32_t argument);
 
 typedef struct CollectItem {

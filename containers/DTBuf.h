@@ -20,8 +20,8 @@ typedef struct DTBuf {
 } DTBuf;
 
 /* Returns an empty buffer with room for capacity elements of unit bytes. step is the growth step in
- * bytes; 0 takes the capacity's number. Null without memory, for a unit of 0, and when capacity and
- * step are both 0.
+ * bytes; 0 stands for as many bytes as capacity has elements. Null without memory, for a unit of 0,
+ * and when capacity and step are both 0.
  */
 DTBuf *DTBuf_New(uint32_t unit, uint32_t capacity, uint32_t step);
 
@@ -36,13 +36,15 @@ void DTBuf_Clear(DTBuf *buf);
 
 /* Stores the address of the element at index in *result and returns length - index + 1 (one more
  * than the elements from there to the end); stores null and returns 0 at or beyond the length. A
- * null buffer returns 0 and stores nothing. Valid until the buffer grows or is released.
+ * null buffer or result returns 0 and stores nothing. The address is valid until the buffer grows
+ * or is released.
  */
 uint32_t DTBuf_Get(const DTBuf *buf, uint32_t index, void **result);
 
 /* Copies count elements behind the last one; a count of 0 takes from as a text, without its
- * terminator. from may lie in the buffer itself. Returns 1, or 0 with the buffer unchanged for a
- * null buffer or source or when it cannot grow.
+ * terminator (elements of one byte only). from may lie in the buffer itself. Returns 1, or 0 with
+ * the buffer unchanged for a null buffer or source, a text for larger elements, or when it cannot
+ * grow.
  */
 int DTBuf_Append(DTBuf *buf, const void *from, uint32_t count);
 

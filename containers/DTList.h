@@ -5,6 +5,9 @@
  * come from the static pool, nothing is ever removed and the list is never released.
  *
  * Indices count from 0 at the head. Every indexed operation and every append walks from there.
+ *
+ * A compare callback must not change the list. free_value may read the list and append to it, but
+ * not release it; the element that it is called for has left the list before.
  */
 #ifndef DT_CONTAINERS_DTLIST_H
 #define DT_CONTAINERS_DTLIST_H
@@ -37,7 +40,7 @@ typedef struct DTListNode {
 
 typedef struct DTList {
     int32_t length;
-    int32_t max_length;    /* bound of DTList_Push alone; 0: none */
+    int32_t max_length;    /* bound of DTList_Push alone; 0: none, below 0: always reached */
     DTListFree free_value; /* not null: a dynamic list */
     DTListLink head;
 } DTList;
@@ -73,7 +76,9 @@ uintptr_t DTList_Get(const DTList *list, int32_t index);
  */
 uintptr_t DTList_Set(DTList *list, int32_t index, uintptr_t value);
 
-/* The first value for which compare answers 0, or its index; 0 and -1 when there is none. */
+/* The first value for which compare answers 0, or its index; 0 and -1 when there is none, and for a
+ * null list or compare.
+ */
 uintptr_t DTList_Find(const DTList *list, DTListCompare compare, uintptr_t key);
 int32_t DTList_FindPos(const DTList *list, DTListCompare compare, uintptr_t key);
 

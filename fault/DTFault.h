@@ -2,8 +2,8 @@
  *
  * A fault's init log and run log are loggers of its own. Registers, counters and values go as
  * records into one store of the process, the fault store; nothing is added up or overwritten there.
- * DTFault_Start gathers everything into the fault log file. Layouts: docs/formats.md, "Fault
- * records" and "Fault log file".
+ * DTFault_Start gathers everything into the fault log file. A null fault is ignored. Layouts:
+ * docs/formats.md, "Fault records" and "Fault log file".
  */
 #ifndef DT_FAULT_DTFAULT_H
 #define DT_FAULT_DTFAULT_H
@@ -40,9 +40,9 @@ extern DTList *g_DTFault_List; /* the faults in order of registration; null befo
 extern DTInfo *g_DTFault_Info; /* the fault store; null while there are no records */
 extern DTLogger *g_fcm_logger; /* the application's; libdt neither sets nor reads it */
 
-/* Registers a fault, for the life of the process. A name longer than 22 characters is cut; names
- * need not be unique. Null without memory for the fault, without a name, and for a 257th fault; a
- * log there is no memory for is left out.
+/* Registers a fault, for the life of the process; when that fails nothing is left behind. A name
+ * longer than 22 characters is cut; names need not be unique. Null without memory for the fault,
+ * without a name, and for a 257th fault; a log there is no memory for is left out.
  */
 DTFault *DTFault_Regist(const char *name, DTFaultCallback callback);
 
@@ -75,7 +75,7 @@ uint32_t DTFault_SetCounter(DTFault *fault, uint32_t id, uint32_t value);
 uint32_t DTFault_SetCounter64(DTFault *fault, uint32_t id, uint64_t value);
 
 /* Append a record of length data bytes: at most 292 for a register and a counter, 65,527 for a
- * value. Longer data are refused: nothing is written.
+ * value. Longer data are refused, as is null with a length: nothing is written.
  */
 uint32_t DTFault_SetRegistEx(DTFault *fault, uint32_t id, const void *data, uint32_t length);
 uint32_t DTFault_SetCounterEx(DTFault *fault, uint32_t id, const void *data, uint32_t length);

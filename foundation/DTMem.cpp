@@ -141,14 +141,14 @@ void DTMem_memset(DTMem *block, uint32_t offset, int value, uint32_t length) {
 uint32_t DTMem_memget(const DTMem *block, uint32_t offset, void *to, uint32_t length) {
     if (!holds(block, offset) || !to) return 0;
     const uint32_t count = clamped(block, offset, length);
-    memcpy(to, data_of(block) + offset, count);
+    memmove(to, data_of(block) + offset, count);
     return count;
 }
 
 uint32_t DTMem_memcpy(DTMem *block, uint32_t offset, const void *from, uint32_t length) {
     if (!holds(block, offset) || !from) return 0;
     const uint32_t count = clamped(block, offset, length);
-    memcpy(data_of(block) + offset, from, count);
+    memmove(data_of(block) + offset, from, count);
     return count;
 }
 

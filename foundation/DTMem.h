@@ -16,8 +16,9 @@ extern "C" {
 #endif
 
 /* Returns size uninitialised bytes charged to owner id, or null when the platform has no memory.
- * The accounting counts size + 4 bytes. Give the block back with DTMem_Free under the same id: the
- * id is not kept in the block, and a free under another id moves the bytes between the entries.
+ * Their alignment is what the platform makes of it (see VRK_Malloc), 4 bytes at least. The
+ * accounting counts size + 4 bytes. Give the block back with DTMem_Free under the same id: the id
+ * is not kept in the block, and a free under another id moves the bytes between the entries.
  */
 void *DTMem_Malloc(uint32_t id, uint32_t size);
 
@@ -70,8 +71,9 @@ void *DTMem_Get(DTMem *block, uint32_t offset);
  */
 int DTMem_memcmp(const DTMem *block, uint32_t offset, const void *bytes, uint32_t length);
 
-/* Fills, reads and writes length bytes at offset, cut at the block's end. The results are the
- * number of bytes copied: 0 for a null block or address or an offset not below the size.
+/* Fills, reads and writes length bytes at offset, cut at the block's end. The other side may lie in
+ * the block itself. The results are the number of bytes copied: 0 for a null block or address or an
+ * offset not below the size.
  */
 void DTMem_memset(DTMem *block, uint32_t offset, int value, uint32_t length);
 uint32_t DTMem_memget(const DTMem *block, uint32_t offset, void *to, uint32_t length);

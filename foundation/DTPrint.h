@@ -3,7 +3,8 @@
  *
  * DTPrint_Show, DTPrint_Puts and DTPrint_ShowEx write to the default sink of the process, which
  * holds 999 characters and sends each line out as soon as its line break is written. Private print
- * objects collect text in a buffer of the caller's.
+ * objects collect text in a buffer of the caller's. Operations on a null object do nothing, as do
+ * null and empty texts and counts of 0 or less.
  */
 #ifndef DT_FOUNDATION_DTPRINT_H
 #define DT_FOUNDATION_DTPRINT_H

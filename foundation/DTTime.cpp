@@ -53,7 +53,10 @@ char *put_token(char *out, const Token &token, const tm &local) {
 
 } // namespace
 
-time_t DTTime_GetTime(int32_t offset) { return time(nullptr) + offset; }
+// The sum may leave 32 bits, and then wraps.
+time_t DTTime_GetTime(int32_t offset) {
+    return static_cast<time_t>(int64_t{time(nullptr)} + offset);
+}
 
 time_t DTTime_Now(void) { return DTTime_GetTime(0); }
 

@@ -12,7 +12,7 @@
 extern "C" {
 #endif
 
-/* The current time plus offset seconds. */
+/* The current time plus offset seconds; wraps where a time has 32 bits. */
 time_t DTTime_GetTime(int32_t offset);
 
 /* The current time. */

@@ -32,7 +32,8 @@ void *VRK_Malloc(size_t size);
 void VRK_Free(void *address);
 
 /* Prints a formatted text on the console, without a line break of its own. libdt calls it with the
- * format "%s" and one text. The default writes to standard output and flushes it.
+ * format "%s" and one text. It must not print through libdt itself. The default writes to standard
+ * output and flushes it.
  */
 void VRK_RawPrint(const char *format, ...) DT_PRINTF_LIKE(1, 2);
 

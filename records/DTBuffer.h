@@ -3,8 +3,9 @@
  *   B b   1 byte            shown in hex, in decimal
  *   H h   2 bytes           shown in hex, in decimal, both with their sign
  *   I i   4 bytes           shown in hex, in decimal
- *   T     4 bytes           a time in seconds, shown as date and time
- *   s S   count bytes       shown as text, as a hex dump; the count stands before the letter: "12s"
+ *   T     4 bytes           a time in seconds, shown as date and time; 0 shows the current time
+ *   s S   count bytes       shown as text up to its first zero byte, as a hex dump; the count
+ * stands before the letter: "12s"
  *
  * A count before another letter is ignored. Any other character makes no field and drops a count. A
  * count beyond 31 bits is held at the largest. Fields follow each other without gaps, in the host's
@@ -46,7 +47,8 @@ int32_t DTBuffer_PackN(void *buffer, uint32_t size, const char *format, ...);
  * any length are shown whole.
  *
  * The plain form trusts that buffer holds the whole record; the sized form stops before the first
- * field that does not lie wholly in length bytes and returns -1. A null format or buffer: 0.
+ * field that does not lie wholly in length bytes and returns -1; the fields before it have been
+ * stored or shown. A null format or buffer: 0.
  */
 int32_t DTBuffer_UNPack(const char *format, const void *buffer, ...);
 int32_t DTBuffer_UNPackN(const char *format, const void *buffer, uint32_t length, ...);

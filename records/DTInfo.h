@@ -1,7 +1,8 @@
 /* The record store: a bounded ring of records, each a key and a value.
  *
  * A store begins with 1024 bytes and grows to its maximum; then the oldest records make room for
- * new ones. Records are read by a walk from the oldest to the newest. Everything is charged to
+ * new ones. Operations on a null store do nothing or answer as without records. Records are read by a
+ * walk from the oldest to the newest. Everything is charged to
  * owner id 0. Layout: docs/formats.md, "Record store".
  */
 #ifndef DT_RECORDS_DTINFO_H
@@ -31,7 +32,8 @@ typedef struct DTInfo {
 } DTInfo;
 
 /* Returns an empty store with all flags clear, or null without memory. max_size is in bytes and
- * rounded up to a multiple of 1024; 0 means no limit.
+ * rounded up to a multiple of 1024; 0 means no limit, and what rounds beyond 32 bits counts as
+ * exhausted memory.
  */
 DTInfo *DTInfo_New(uint32_t max_size);
 
@@ -58,11 +60,12 @@ void DTInfo_SetFlag(DTInfo *store, uint32_t id, int32_t mode);
 int DTInfo_GetFlag(const DTInfo *store, uint32_t id);
 
 /* Appends a record of key_len key bytes (at most 254) and value_len value bytes, erasing the oldest
- * records for it when the store is at its maximum. Neither may lie in the store itself.
+ * records for it when the store is at its maximum. Neither may lie in the store itself; null is as
+ * good as any address when its length is 0.
  *
  * Returns the bytes that the record takes, key_len + value_len + 3; 0 when appends are ignored; -1
- * for null, a key that is too long, a record larger than the maximum, or without memory to grow:
- * nothing is written then. A refused key or size erases nothing.
+ * for null, a key that is too long, a record larger than the maximum, positions that cannot be, or
+ * without memory to grow: nothing is written then. A refused key or size erases nothing.
  */
 int32_t DTInfo_Append(DTInfo *store, const void *key, uint8_t key_len, const void *value,
                       uint16_t value_len);

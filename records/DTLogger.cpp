@@ -96,6 +96,7 @@ void DTLogger_Append(DTLogger *logger, uint32_t level, uint32_t, const char *tex
 
 void DTLogger_ShowToBuf(DTLogger *logger, DTBuf *target) {
     if (!logger || !logger->info) return;
+    if (!dt::is_console(target) && target->unit != 1) return;
     uint32_t pos = DTINFO_FIRST;
     const uint8_t *value;
     uint16_t length;

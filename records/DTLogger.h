@@ -1,7 +1,8 @@
 /* A log of text lines, kept in a record store, with an echo on the console.
  *
  * Each line becomes two records under the key of its level, "w" for level 2, "e" for level 3, "l"
- * for any other: first the time stamp, then the text.
+ * for any other: first the time stamp, then the text. A text that can never be stored leaves its
+ * stamp alone. A null logger is answered with -1, or with nothing.
  */
 #ifndef DT_RECORDS_DTLOGGER_H
 #define DT_RECORDS_DTLOGGER_H
@@ -47,9 +48,10 @@ DTLogger *DTLogger_New(uint32_t flags);
 /* Frees the logger and its store and closes its descriptor; null is ignored. */
 void DTLogger_Release(DTLogger *logger);
 
-/* Echoes and stores a line, as the option bits say. Level 3 is echoed with a line break, level 0
- * without one; without DTLOGGER_ECHO_ENDS every level but 0 is echoed with a line break, and empty
- * texts are not. Levels above 3 pass whatever the bits say. The stamp is "YYYY/MM/DD HH:MI:SS".
+/* Echoes and stores a line, as the option bits say; ignored lines are dropped before anything else.
+ * Level 3 is echoed with a line break, level 0 without one; without DTLOGGER_ECHO_ENDS every level
+ * but 0 is echoed with a line break, and empty texts are not. Levels above 3 pass whatever the bits
+ * say. The stamp is "YYYY/MM/DD HH:MI:SS".
  *
  * Returns the sum of what DTInfo_Write returned for stamp and text: the bytes stored, -2 when the
  * store cannot be made (the next line tries again). 0 when lines are ignored. -1 for null, a level
@@ -63,8 +65,9 @@ int32_t DTLogger_Write(DTLogger *logger, uint32_t level, const char *text);
 void DTLogger_Append(DTLogger *logger, uint32_t level, uint32_t unused, const char *text);
 
 /* Shows every stored record on a line of its own, stamp and text alike, oldest first: appended to
- * the byte buffer target, or, when that is an address of 100 or less (null), on the console. Pauses
- * with VRK_Delay(1000) after the first record and every hundredth behind it.
+ * the byte buffer target (elements of one byte, otherwise nothing is shown; what it cannot grow for
+ * is left out), or, when that is an address of 100 or less (null), on the console. Pauses with
+ * VRK_Delay(1000) after the first record and every hundredth behind it.
  */
 void DTLogger_ShowToBuf(DTLogger *logger, DTBuf *target);
 
@@ -72,7 +75,7 @@ void DTLogger_ShowToBuf(DTLogger *logger, DTBuf *target);
 void DTLogger_ShowInfo(DTLogger *logger, uint32_t unused);
 
 /* A stack of 100 texts of up to 49 characters for the logger's user, cut when longer; a full stack
- * replaces its top. DTLogger_Tail drops the top. The library reads none of them.
+ * replaces its top, and null is an empty text. DTLogger_Tail drops the top. The library reads none.
  */
 void DTLogger_Header(DTLogger *logger, const char *text);
 void DTLogger_Tail(DTLogger *logger);

@@ -19,6 +19,7 @@ constexpr DTListFree release_row = dt::release_value<DTList_Release>;
 
 template <typename T> T *new_record() {
     void *record = DTMem_LocalMalloc(sizeof(T));
+    // cppcheck-suppress memsetClassFloat ; all zero bits are 0.0 too
     if (record) memset(record, 0, sizeof(T));
     return static_cast<T *>(record);
 }

@@ -16,6 +16,7 @@ constexpr size_t lead = alignof(max_align_t) - 4;
 void *VRK_Malloc(size_t size) {
     if (size > SIZE_MAX - lead) return nullptr;
     char *start = static_cast<char *>(malloc(size + lead));
+    // cppcheck-suppress memleak ; VRK_Free finds the start again
     return start ? start + lead : nullptr;
 }
 

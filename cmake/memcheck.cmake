@@ -1,0 +1,10 @@
+# Runs the optimised build's tests under valgrind: ctest -S cmake/memcheck.cmake
+cmake_path(GET CMAKE_CURRENT_LIST_DIR PARENT_PATH CTEST_SOURCE_DIRECTORY)
+set(CTEST_BINARY_DIRECTORY ${CTEST_SOURCE_DIRECTORY}/build/release)
+find_program(CTEST_MEMORYCHECK_COMMAND valgrind REQUIRED)
+set(CTEST_MEMORYCHECK_COMMAND_OPTIONS "--error-exitcode=9 --leak-check=no --track-fds=no -q")
+ctest_start(Experimental)
+ctest_memcheck(PARALLEL_LEVEL 2 EXCLUDE "^(exports|needs)$" RETURN_VALUE failed DEFECT_COUNT defects)
+if(failed OR defects)
+    message(FATAL_ERROR "valgrind: ${defects} defects, result ${failed}")
+endif()

@@ -1,0 +1,140 @@
+// Days of work in minutes: everything a device does, in a loop, with random sizes. Prints a line a
+// second; fails when resident memory or the library's accounts still grow after the warm-up.
+#include "support/files.h"
+#include "support/platform.h"
+#include "support/server.h"
+
+#include <dt/dt.h>
+
+#include <algorithm>
+#include <chrono>
+#include <random>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+namespace {
+
+std::mt19937 generator(20141116);
+CollectItem *item;
+DTFault *faults[3];
+
+uint32_t upto(uint32_t most) { return static_cast<uint32_t>(generator()) % (most + 1); }
+
+std::string text(uint32_t most) { return std::string(upto(most), 'x'); }
+
+void log_and_count() {
+    for (DTFault *fault : faults) {
+        DTFault_SetRunLog(fault, upto(3), 0, text(300).c_str());
+        DTFault_SetInitLog(fault, 1, 0, text(50).c_str());
+        DTFault_SetCounter64(fault, upto(9), upto(UINT32_MAX - 1));
+        const std::string data = text(3000);
+        DTFault_SetValue(fault, upto(9), data.data(), static_cast<uint32_t>(data.size()));
+    }
+}
+
+void put_values(uint32_t) {
+    Collect_PutInt(item, 1, upto(99));
+    Collect_PutString(item, 2, text(5000).c_str(), 0);
+    const std::string bytes = text(3000);
+    Collect_PutStruct(item, 3, bytes.data(), static_cast<int32_t>(bytes.size()));
+}
+
+void collect() {
+    CollectionServer server(upto(9) == 0 ? static_cast<int>(upto(4)) : 1000000);
+    if (upto(1) == 0)
+        Collect_Start("127.0.0.1", server.port(), upto(2), 0, 1, 2);
+    else
+        Collect_SelfTest("127.0.0.1", server.port(), 0, 1, 2);
+    CollectClient_End(); // of a run that the server broke off
+}
+
+void churn_hash() {
+    DTHash *table = DTHash_New(4, 8, 1 + upto(60), nullptr);
+    for (int i = 0; i < 200; ++i) {
+        const uint32_t key = upto(100);
+        const uint64_t value = key;
+        if (upto(2) != 0)
+            DTHash_Set(table, &key, &value);
+        else
+            DTHash_Delete(table, &key);
+    }
+    DTHash_Release(table);
+}
+
+void churn_table() {
+    DTTable *table = DTTable_New();
+    DTTable_SetTitle(table, 0, text(120).c_str(), DTTABLE_INT32, "%d", 'R');
+    DTTable_SetTitle(table, 1, "text", DTTABLE_TEXT, "%s", 'C');
+    for (int i = 0; i < 20; ++i) {
+        const int32_t row = static_cast<int32_t>(upto(30));
+        DTTable_Set(table, row, 0, &row);
+        DTTable_Set(table, row, 1, text(150).c_str());
+    }
+    DTBuf *buf = DTBuf_New(1, 100, 0);
+    DTTable_ShowToBuf(table, buf);
+    DTTable_Show(table);
+    DTBuf_Release(buf);
+    DTTable_Release(table);
+}
+
+void churn_store() {
+    DTInfo *store = DTInfo_New(1024 * (1 + upto(20)));
+    DTInfo_SetFlag(store, 7, 1);
+    for (int i = 0; i < 50; ++i)
+        DTInfo_AddInfo(store, 1, upto(9), "abc", 3, text(100).data(), 0, "xyz", 3, upto(5));
+    DTInfo_ShowInfo(store, -1, "6162", "", 0, 0, 0, 3);
+    DTInfo_ReSize(store, 1024 * upto(20));
+    DTInfo_Release(store);
+}
+
+void work() {
+    log_and_count();
+    collect();
+    churn_hash();
+    churn_table();
+    churn_store();
+    DTFault_Start();
+    platform.prints.clear();
+    platform.delays.clear();
+}
+
+uint32_t resident_kib() {
+    unsigned long total = 0, pages = 0;
+    FILE *file = fopen("/proc/self/statm", "r");
+    if (!file || fscanf(file, "%lu %lu", &total, &pages) != 2) abort();
+    fclose(file);
+    return static_cast<uint32_t>(pages * static_cast<unsigned long>(getpagesize()) / 1024);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    const int seconds = argc > 1 ? atoi(argv[1]) : 60;
+    DTInfo_SetTrace(0);
+    for (DTFault *&fault : faults) {
+        fault = DTFault_Regist("fault", nullptr);
+        fault->init_logger->info_size = 65536;
+    }
+    item = Collect_New("collector", put_values, put_values);
+    uint32_t warm[2] = {}, late[2] = {}; // most bytes accounted for, and resident
+    unsigned long rounds = 0;
+    const auto start = std::chrono::steady_clock::now();
+    for (int second = 1; second <= seconds; ++second) {
+        while (std::chrono::steady_clock::now() < start + std::chrono::seconds(second)) {
+            work();
+            ++rounds;
+        }
+        const uint32_t bytes = outstanding(0) + outstanding(COLLECT_OWNER_ID);
+        const uint32_t resident = resident_kib();
+        uint32_t(&most)[2] = second <= std::min(60, seconds / 2) ? warm : late;
+        most[0] = std::max(most[0], bytes);
+        most[1] = std::max(most[1], resident);
+        fprintf(stderr, "%4d s  %8lu rounds  %8u bytes in %u blocks  %7u KiB resident\n", second,
+                rounds, bytes, platform.blocks, resident);
+    }
+    const bool flat = late[0] <= warm[0] && late[1] <= warm[1] + 512;
+    fprintf(stderr, "%s: %u bytes, then %u; %u KiB resident, then %u\n", flat ? "flat" : "GROWING",
+            warm[0], late[0], warm[1], late[1]);
+    return flat ? 0 : 1;
+}
