@@ -20,8 +20,8 @@ time_t DTTime_Now(void);
 
 /* Writes a time as local time into out, by a pattern of tokens, and returns out.
  *
- * out     room for the pattern's length and a terminator, and for one character more per YYYY where
- *         years of more than four digits can occur.
+ * out     room for the pattern's length and a terminator, and for 7 characters more per YYYY where
+ *         years of other than four digits can occur (the clock has 64 bits).
  * format  YYYY year, YY and yy its last two digits, MM mm month, DD dd day, HH hh hour (0 to 23),
  *         MI mi minute, SS ss second: upper case with leading zeros, lower case without. Everything
  *         else is copied. Null: the empty text.

@@ -48,6 +48,13 @@ TEST(TimeText, AdvancesByWhatALongYearTakes) {
     if (sizeof(time_t) == 4) GTEST_SKIP() << "the clock ends in 2038";
     const time_t far_off = static_cast<time_t>(int64_t{253402300800} + 86400); // 10000-01-02
     EXPECT_EQ(format("YYYY-MM", far_off), "10000-01");
+    EXPECT_EQ(format("YYYY", static_cast<time_t>(67768036191676799)), "2147485547"); // the last
+}
+
+// Nor do they need more room than their pattern.
+TEST(TimeText, TheLastDigitsOfAYearBefore1900HaveNoSign) {
+    if (sizeof(time_t) == 4) GTEST_SKIP() << "the clock begins in 1901";
+    EXPECT_EQ(format("YY yy YYYY", static_cast<time_t>(-4418064000)), "29 29 1829");
 }
 
 TEST(MicrosecondCounter, WrapsAt32Bits) {
