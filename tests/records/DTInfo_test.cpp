@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <deque>
 #include <random>
 #include <stdio.h>
 
@@ -325,43 +324,6 @@ TEST_F(InfoStore, AnswersNull) {
     DTInfo_Ignore(nullptr, 1);
     DTInfo_SetFlag(nullptr, 1, 1);
 }
-
-// Where the ring must lie and what it must hold, told by laps: the records of this lap, and of the
-// lap before those that were not overtaken yet.
-struct LapModel {
-    struct Lap {
-        std::deque<std::pair<std::string, std::string>> records;
-        std::deque<size_t> offsets;
-    };
-
-    explicit LapModel(size_t bytes) : size(bytes) {}
-
-    void append(const std::string &key, const std::string &value) {
-        const size_t needed = key.size() + value.size() + 3;
-        while (at + needed > (old.offsets.empty() ? size : old.offsets.front())) {
-            if (old.offsets.empty()) {
-                std::swap(old, now);
-                at = 0;
-            } else {
-                old.offsets.pop_front();
-                old.records.pop_front();
-            }
-        }
-        now.offsets.push_back(at);
-        now.records.emplace_back(key, value);
-        at += needed;
-    }
-
-    Records records() const {
-        Records all(old.records.begin(), old.records.end());
-        all.insert(all.end(), now.records.begin(), now.records.end());
-        return all;
-    }
-
-    const size_t size;
-    size_t at = 0;
-    Lap old, now;
-};
 
 // Random appends, seeded, of sizes up to the maximum.
 TEST_F(InfoStore, HoldsTheNewestRecordsLikeAModel) {

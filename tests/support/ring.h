@@ -1,0 +1,81 @@
+// What a record store must hold, and whether it keeps its own rules.
+#pragma once
+
+#include <dt/records.h>
+
+#include <algorithm>
+#include <deque>
+#include <string>
+#include <utility>
+#include <vector>
+
+using Records = std::vector<std::pair<std::string, std::string>>; // key and value, oldest first
+
+// Where the ring must lie and what it must hold, told by laps: the records of this lap, and of the
+// lap before those that were not overtaken yet.
+struct LapModel {
+    struct Lap {
+        std::deque<std::pair<std::string, std::string>> records;
+        std::deque<size_t> offsets;
+    };
+
+    explicit LapModel(size_t bytes) : size(bytes) {}
+
+    void append(const std::string &key, const std::string &value) {
+        const size_t needed = key.size() + value.size() + 3;
+        while (at + needed > (old.offsets.empty() ? size : old.offsets.front())) {
+            if (old.offsets.empty()) {
+                std::swap(old, now);
+                at = 0;
+            } else {
+                old.offsets.pop_front();
+                old.records.pop_front();
+            }
+        }
+        now.offsets.push_back(at);
+        now.records.emplace_back(key, value);
+        at += needed;
+    }
+
+    Records records() const {
+        Records all(old.records.begin(), old.records.end());
+        all.insert(all.end(), now.records.begin(), now.records.end());
+        return all;
+    }
+
+    size_t size;
+    size_t at = 0;
+    Lap old, now;
+};
+
+// The records that a walk from a position on finds; no more than most.
+inline Records walk(DTInfo *store, const std::string &key, uint32_t pos, size_t most) {
+    Records all;
+    const uint8_t *rec_key, *value;
+    uint8_t key_len;
+    uint16_t value_len;
+    const void *filter = key.empty() ? nullptr : key.data();
+    while (all.size() < most && DTInfo_Get(store, filter, static_cast<uint8_t>(key.size()), &pos,
+                                           &rec_key, &key_len, &value, &value_len))
+        all.emplace_back(std::string(rec_key, rec_key + key_len),
+                         std::string(value, value + value_len));
+    return all;
+}
+
+// What is wrong with a store; null while every byte of the block is part of a live record or free,
+// and the positions and sizes agree. What is not used is filled, so every live record was walked:
+// keys and values must hold no such byte themselves.
+inline const char *fault_of(DTInfo *store) {
+    const size_t size = store->memory->size;
+    const uint8_t *block = static_cast<const uint8_t *>(DTMem_Get(store->memory, 0));
+    const bool wrapped = store->free_addr <= store->use_addr && store->free_size <= store->use_addr;
+    if (size % 1024 != 0) return "a block of odd size";
+    if (store->free_addr > size) return "the write position lies behind the block";
+    if (store->free_size != (wrapped ? store->use_addr : size) - store->free_addr)
+        return "a free size that does not agree with the positions";
+    size_t used = 0;
+    for (const auto &[key, value] : walk(store, "", DTINFO_FIRST, size))
+        used += key.size() + value.size() + 3;
+    const auto filled = static_cast<size_t>(std::count(block, block + size, 0xFF));
+    return used + filled == size ? nullptr : "bytes that are neither free nor of a live record";
+}
