@@ -1,5 +1,5 @@
-/* Several threads, one library: every call goes through one lock. The shared format buffer is inside
- * it too, so a text is formatted and used under the same hold.
+/* Several threads, one library: every call goes through one lock. The shared format buffer is
+ * inside it too, so a text is formatted and used under the same hold.
  */
 #include <dt/dt.h>
 

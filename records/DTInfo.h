@@ -1,9 +1,9 @@
 /* The record store: a bounded ring of records, each a key and a value.
  *
  * A store begins with 1024 bytes and grows to its maximum; then the oldest records make room for
- * new ones. Operations on a null store do nothing or answer as without records. Records are read by a
- * walk from the oldest to the newest. Everything is charged to
- * owner id 0. Layout: docs/formats.md, "Record store".
+ * new ones. Operations on a null store do nothing or answer as without records. Records are read by
+ * a walk from the oldest to the newest. Everything is charged to owner id 0. Layout:
+ * docs/formats.md, "Record store".
  */
 #ifndef DT_RECORDS_DTINFO_H
 #define DT_RECORDS_DTINFO_H
