@@ -14,7 +14,7 @@
 namespace dtctl {
 namespace {
 
-constexpr size_t max_whole_file = 16 * 1024 * 1024;
+constexpr size_t max_whole_file = size_t{16} * 1024 * 1024;
 
 Fd checked(int descriptor, const std::string &path) {
     if (descriptor < 0) report_unreadable(path);

@@ -62,7 +62,7 @@ void add_table(Settings &settings, const std::string &group, const toml::table &
     for (const auto &[key, node] : table) {
         const std::string name(key.str());
         if (const toml::table *inner = node.as_table()) {
-            add_table(settings, group.empty() ? name : group + '.' + name, *inner);
+            add_table(settings, group.empty() ? name : fmt::format("{}.{}", group, name), *inner);
             continue;
         }
         try {
