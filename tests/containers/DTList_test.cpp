@@ -3,7 +3,7 @@
 #include <dt/containers.h>
 #include <gmock/gmock.h>
 
-#include <deque>
+#include <algorithm>
 #include <random>
 
 using testing::ElementsAre;
@@ -11,18 +11,20 @@ using testing::IsEmpty;
 
 namespace {
 
-std::vector<uintptr_t> released;
+using Values = std::vector<uintptr_t>;
+
+Values released;
 
 void release(uintptr_t value) { released.push_back(value); }
 
-std::vector<uintptr_t> values(const DTList *list) {
-    std::vector<uintptr_t> all;
+Values values(const DTList *list) {
+    Values all;
     for (const DTListNode *node = list->head; node; node = node->next) all.push_back(node->value);
     EXPECT_EQ(all.size(), static_cast<size_t>(DTList_Length(list)));
     return all;
 }
 
-DTList *list_of(std::initializer_list<uintptr_t> wanted, DTListFree free_value = release) {
+DTList *list_of(const Values &wanted, DTListFree free_value = release) {
     DTList *list = DTList_New(0, free_value);
     for (const uintptr_t value : wanted) DTList_Append(list, value);
     return list;
@@ -32,94 +34,38 @@ int equal(uintptr_t value, uintptr_t key) { return value == key ? 0 : 1; }
 
 } // namespace
 
-TEST(List, InsertsBehindThePosition) {
-    EXPECT_THAT(values(list_of({1, 2})), ElementsAre(1, 2));
-    for (const auto &[position, expected] :
-         std::vector<std::pair<int32_t, std::vector<uintptr_t>>>{{-1, {9, 1, 2}},
-                                                                 {INT32_MIN, {9, 1, 2}},
-                                                                 {0, {1, 9, 2}},
-                                                                 {1, {1, 2, 9}},
-                                                                 {7, {1, 2, 9}},
-                                                                 {INT32_MAX, {1, 2, 9}}}) {
-        DTList *list = list_of({1, 2});
-        EXPECT_EQ(DTList_Insert(list, position, 9), 1);
-        EXPECT_EQ(values(list), expected) << position;
-        DTList *empty = list_of({});
-        EXPECT_EQ(DTList_Insert(empty, position, 9), 1);
-        EXPECT_THAT(values(empty), ElementsAre(9));
-    }
-}
-
-TEST(List, PushDropsTheOldest) {
-    DTList *list = DTList_New(3, release);
-    for (const uintptr_t value : {1, 2, 3, 4}) EXPECT_EQ(DTList_Push(list, value), 1);
-    EXPECT_THAT(values(list), ElementsAre(4, 3, 2));
-    EXPECT_THAT(released, ElementsAre(1));
-    DTList_Append(list, 0); // beyond the bound: the push drops one, and a 0 is not released
-    DTList_Push(list, 5);
-    EXPECT_THAT(values(list), ElementsAre(5, 4, 3, 2));
-    EXPECT_THAT(released, ElementsAre(1));
-    platform.fail_allocations_from(1);
-    EXPECT_EQ(DTList_Push(list, 6), 0);
-    EXPECT_THAT(values(list), ElementsAre(5, 4, 3)); // the dropped one stays dropped
-}
-
-TEST(List, GetsByIndex) {
-    DTList *list = list_of({1, 2});
-    EXPECT_EQ(DTList_Get(list, -3), 1u);
-    EXPECT_EQ(DTList_Get(list, 1), 2u);
-    EXPECT_EQ(DTList_Get(list, 2), 0u);
-    EXPECT_EQ(DTList_Get(list_of({}), -1), 0u);
-}
-
-TEST(List, SetReplacesOrExtends) {
-    DTList *list = list_of({1, 2});
-    EXPECT_EQ(DTList_Set(list, 1, 9), 2u);
-    EXPECT_EQ(DTList_Set(list, -1, 8), 0u);
-    EXPECT_EQ(DTList_Set(list, 4, 7), 0u);
-    EXPECT_THAT(values(list), ElementsAre(1, 9, 0, 0, 7));
-    platform.fail_allocations_from(2);
-    EXPECT_EQ(DTList_Set(list, 8, 6), 0u);
-    EXPECT_THAT(values(list), ElementsAre(1, 9, 0, 0, 7, 0)); // what was appended stays
-}
-
-TEST(List, RemovesAndHandsTheValueOver) {
-    DTList *list = list_of({1, 2, 3, 4});
-    EXPECT_EQ(DTList_Remove(list, 4), 0u);
-    EXPECT_EQ(DTList_Remove(list, -1), 0u);
-    EXPECT_EQ(DTList_Remove(list, 1), 2u);
-    EXPECT_EQ(DTList_PopTail(list), 4u);
-    EXPECT_EQ(DTList_Popup(list), 1u);
-    EXPECT_THAT(values(list), ElementsAre(3));
-    EXPECT_THAT(released, IsEmpty());
-    EXPECT_EQ(DTList_Popup(list), 3u);
-    EXPECT_EQ(DTList_PopTail(list), 0u);
+TEST(List, PlacesAndFindsValues) {
+    DTList *list = list_of({});
+    EXPECT_EQ(DTList_Get(list, -1) + DTList_Popup(list) + DTList_PopTail(list), 0u);
+    EXPECT_EQ(DTList_Insert(list, 7, 6), 1);
+    EXPECT_EQ(DTList_Insert(list, INT32_MAX, 6), 1);
+    EXPECT_EQ(DTList_Insert(list, INT32_MIN, 5), 1);
+    EXPECT_THAT(values(list), ElementsAre(5, 6, 6));
+    EXPECT_EQ(DTList_Get(list, -3), 5u);
+    EXPECT_EQ(DTList_Get(list, 1), 6u);
+    EXPECT_EQ(DTList_Get(list, 3), 0u);
+    EXPECT_EQ(DTList_Find(list, equal, 6), 6u);
+    EXPECT_EQ(DTList_FindPos(list, equal, 6), 1);
+    EXPECT_EQ(DTList_Find(list, equal, 7), 0u);
+    EXPECT_EQ(DTList_FindPos(list, equal, 7) + DTList_FindPos(list, nullptr, 6), -2);
+    EXPECT_EQ(DTList_PopTail(list), 6u);
+    EXPECT_EQ(DTList_Popup(list), 5u);
+    EXPECT_THAT(values(list), ElementsAre(6));
     DTList_Release(list);
+    EXPECT_THAT(released, ElementsAre(6)); // the others are the caller's
     EXPECT_EQ(platform.blocks, 0u);
 }
 
 TEST(List, ReadsTheCallbackAnewForEachNode) {
     static DTList *list;
-    list = list_of({1, 0, 2, 3}, [](uintptr_t value) {
+    list = list_of({1, 9, 0, 2, 3}, [](uintptr_t value) {
+        EXPECT_EQ(value + DTList_Popup(list), 10u);
         released.push_back(value + 100);
         list->free_value = release;
     });
     DTList_RemoveAll(list);
     EXPECT_THAT(released, ElementsAre(101, 2, 3));
     EXPECT_THAT(values(list), IsEmpty());
-    DTList_Append(list, 4);
-    DTList_Release(list);
-    EXPECT_EQ(released.back(), 4u);
-    EXPECT_EQ(platform.blocks, 0u);
-}
-
-TEST(List, FindsTheFirstMatch) {
-    DTList *list = list_of({5, 6, 6});
-    EXPECT_EQ(DTList_Find(list, equal, 6), 6u);
-    EXPECT_EQ(DTList_FindPos(list, equal, 6), 1);
-    EXPECT_EQ(DTList_Find(list, equal, 7), 0u);
-    EXPECT_EQ(DTList_FindPos(list, equal, 7), -1);
-    EXPECT_EQ(DTList_FindPos(list, nullptr, 6), -1);
 }
 
 TEST(StaticList, KeepsWhatItHasAndTakesNodesFromThePool) {
@@ -127,60 +73,61 @@ TEST(StaticList, KeepsWhatItHasAndTakesNodesFromThePool) {
     DTList_Push(list, 1);
     DTList_Push(list, 2);
     EXPECT_EQ(DTList_Remove(list, 0), 0u);
-    EXPECT_EQ(DTList_PopTail(list), 0u);
     DTList_RemoveAll(list);
     DTList_Release(list);
     EXPECT_THAT(values(list), ElementsAre(2, 1));
     EXPECT_EQ(platform.blocks, 2u); // the list and one chunk
 }
 
-TEST(List, AnswersNullAndExhaustedMemory) {
-    EXPECT_EQ(DTList_Length(nullptr), 0);
-    EXPECT_EQ(DTList_Insert(nullptr, 0, 1) + DTList_Append(nullptr, 1) + DTList_Push(nullptr, 1),
-              0);
+TEST(List, AnswersNull) {
+    EXPECT_EQ(DTList_Insert(nullptr, 0, 1) + DTList_Push(nullptr, 1) + DTList_Length(nullptr), 0);
     EXPECT_EQ(DTList_Get(nullptr, 0) + DTList_Set(nullptr, 0, 1) + DTList_Remove(nullptr, 0), 0u);
-    EXPECT_EQ(DTList_PopTail(nullptr) + DTList_Popup(nullptr), 0u);
-    EXPECT_EQ(DTList_Find(nullptr, equal, 1), 0u);
+    EXPECT_EQ(DTList_PopTail(nullptr) + DTList_Find(nullptr, equal, 1), 0u);
     EXPECT_EQ(DTList_FindPos(nullptr, equal, 1), -1);
-    DTList_RemoveAll(nullptr);
-    DTList_Release(nullptr);
-    DTList *list = list_of({1});
-    platform.fail_allocations_from(1);
-    EXPECT_EQ(DTList_Append(list, 2), 0);
-    EXPECT_EQ(DTList_New(0, release), nullptr);
-    EXPECT_THAT(values(list), ElementsAre(1));
+    DTList_Release(nullptr); // after removing all
 }
 
-// Random operations, seeded, against a deque that says what each should have done.
+TEST(List, KeepsWhatItHasWithoutMemory) {
+    DTList *list = DTList_New(2, release);
+    for (const uintptr_t value : {1, 2}) DTList_Append(list, value);
+    platform.fail_allocations_from(1);
+    EXPECT_EQ(DTList_New(0, release), nullptr);
+    EXPECT_EQ(DTList_Append(list, 3) + DTList_Push(list, 3), 0); // the dropped one stays dropped
+    platform.fail_allocations_from(2);
+    EXPECT_EQ(DTList_Set(list, 8, 6), 0u);
+    EXPECT_THAT(values(list), ElementsAre(1, 0)); // what was appended stays
+}
+
+// Random operations, seeded, against an array that says what each should have done.
 TEST(List, BehavesLikeAModel) {
     std::mt19937 random(20141116);
-    std::deque<uintptr_t> model;
+    Values model, dropped;
     DTList *list = DTList_New(12, release);
     for (uintptr_t step = 1; step <= 4000; ++step) {
-        const int32_t at = static_cast<int32_t>(random() % 16) - 1;
-        const size_t index = at < 0 ? 0 : static_cast<size_t>(at);
-        switch (random() % 4) {
+        const int32_t length = DTList_Length(list), at = static_cast<int32_t>(random() % 16) - 1;
+        const bool inside = at >= 0 && at < length;
+        const uintptr_t held = inside ? *(model.begin() + at) : 0;
+        switch (random() % 5) {
         case 0:
-            if (model.size() >= 12) model.pop_back();
-            model.push_front(step);
             DTList_Push(list, step);
+            if (length >= 12 && model.back() != 0) dropped.push_back(model.back());
+            if (length >= 12) model.pop_back();
+            model.insert(model.begin(), step);
             break;
         case 1:
-            model.insert(model.begin() + std::min<long>(at + 1, static_cast<long>(model.size())),
-                         step);
             DTList_Insert(list, at, step);
+            model.insert(model.begin() + std::min(at + 1, length), step);
             break;
         case 2:
-            if (index < model.size()) {
-                EXPECT_EQ(DTList_Set(list, static_cast<int32_t>(index), step), model[index]);
-                model[index] = step;
-            }
+            EXPECT_EQ(DTList_Set(list, at, step), held);
+            if (at >= length) model.resize(static_cast<size_t>(at) + 1);
+            if (at >= 0) *(model.begin() + at) = step;
             break;
         default:
-            const bool inside = at >= 0 && index < model.size();
-            EXPECT_EQ(DTList_Remove(list, at), inside ? model[index] : 0);
+            EXPECT_EQ(DTList_Remove(list, at), held);
             if (inside) model.erase(model.begin() + at);
         }
-        ASSERT_THAT(values(list), testing::ElementsAreArray(model));
+        ASSERT_EQ(values(list), model);
+        ASSERT_EQ(released, dropped);
     }
 }
