@@ -1,10 +1,5 @@
-#include "support/clock.h"
 #include "support/platform.h"
-
-#include <dt/records.h>
-#include <gtest/gtest.h>
-
-#include <string>
+#include "support/store.h"
 
 namespace {
 
@@ -14,161 +9,120 @@ constexpr DTFunc funcs[] = {
     {nullptr, nullptr, 0, nullptr},
 };
 
-struct FuncLog {
-    DTFuncLog *log = DTFuncLog_New(funcs, 3, 0);
-
-    FuncLog() { fake_clock.stand_at(a_sunday_evening); }
-    ~FuncLog() { DTFuncLog_Release(log); }
+struct FuncLog : RecordsTest {
+    DTFuncLog *log = DTFuncLog_New(funcs, 3, 1024);
 
     void add(uint8_t key, const std::string &fields) {
-        std::string value(4, '\0');
-        DTBuffer_Pack(value.data(), "T", static_cast<uint32_t>(a_sunday_evening));
-        value += fields;
-        DTInfo_Append(log->info, &key, 1, value.data(), static_cast<uint16_t>(value.size()));
+        const uint32_t now = a_sunday_evening;
+        DTInfo_Append2Message(log->info, &key, 1, &now, 4, fields.data(),
+                              static_cast<uint16_t>(fields.size()));
     }
     std::string show(const char *name, int32_t from, int32_t count) {
-        platform.take_console();
         DTFuncLog_Show(log, name, from, count);
         return platform.take_console();
     }
 };
 
-std::string opened(int number, const char *byte) {
-    return "\nindex=" + std::to_string(number) +
-           ",func:open (device)\n"
-           "format:*TB\n"
-           "0001[T]=>2014/11/16 18:44:43<\n"
-           "0002[B]=>" +
-           byte + "<\n";
+std::string shown(int number, const std::string &func, const std::string &format) {
+    return "\nindex=" + std::to_string(number) + ",func:" + func + "\nformat:*T" + format +
+           "\n0001[T]=>2014/11/16 18:44:43<\n0002";
 }
 
-std::string did_read(int number) {
-    return "\nindex=" + std::to_string(number) +
-           ",func:read (blocks)\n"
-           "format:*TH2s\n"
-           "0001[T]=>2014/11/16 18:44:43<\n"
-           "0002[H]=>0x6261<\n"
-           "0003[2s]=>cd<\n";
+std::string opened(int number, int byte) {
+    return shown(number, "open (device)", "B") + "[B]=>0x0" + std::to_string(byte) + "<\n";
+}
+
+std::string did_read(int number, const char *end = "0003[2s]=>cd<\n") {
+    return shown(number, "read (blocks)", "H2s") + "[H]=>0x6261<\n" + end;
 }
 
 } // namespace
 
-TEST(FuncLog, ListsTheTable) {
-    FuncLog f;
-    EXPECT_EQ(f.log->ignore, 0u);
-    DTFuncLog_ShowFunc(f.log);
-    EXPECT_EQ(platform.take_console(), "\n"
-                                       "open(device)\n"
-                                       "id:0;cnt:3;fmt:B\n"
-                                       "read(blocks)\n"
-                                       "id:1;cnt:-1;fmt:H2s\n"
-                                       "\n"
-                                       "id:2;cnt:0;fmt:\n");
+TEST_F(FuncLog, ListsTheTable) {
+    DTFuncLog_ShowFunc(log);
+    EXPECT_EQ(platform.take_console(), "\nopen(device)\nid:0;cnt:3;fmt:B\n"
+                                       "read(blocks)\nid:1;cnt:-1;fmt:H2s\n"
+                                       "\nid:2;cnt:0;fmt:\n");
 }
 
-TEST(FuncLog, NumbersTheRecordsThatItSelects) {
-    FuncLog f;
-    f.add(0, "\1");
-    f.add(1, "abcd");
-    f.add(0, "\2");
-    f.add(0, "\3");
-    EXPECT_EQ(f.show(nullptr, 0, 10),
-              opened(0, "0x01") + did_read(1) + opened(2, "0x02") + opened(3, "0x03"));
-    EXPECT_EQ(f.show("", 1, 2), did_read(1) + opened(2, "0x02"));
-    EXPECT_EQ(f.show("open", 2, INT32_MAX), opened(2, "0x03"));
-    EXPECT_EQ(f.show("read", 0, INT32_MAX), did_read(0));
-    EXPECT_EQ(f.show("", -2, 3), opened(0, "0x01"));
-    EXPECT_EQ(f.show("", 3, 0), "");
-    EXPECT_EQ(f.show("", INT32_MIN, INT32_MAX), ""); // 2^31 at the first record is too many
-    EXPECT_EQ(f.show("", 0, -1), "");
-    EXPECT_EQ(f.show("close", 0, 10), "");
-    EXPECT_EQ(f.show("ope", 0, 10), "");
+TEST_F(FuncLog, NumbersTheRecordsThatItSelects) {
+    add(0, "\1");
+    add(1, "abcd");
+    for (const char *byte : {"\2", "\3"}) add(0, byte);
+    EXPECT_EQ(show(nullptr, 0, 10), opened(0, 1) + did_read(1) + opened(2, 2) + opened(3, 3));
+    EXPECT_EQ(show("", 1, 2), did_read(1) + opened(2, 2));
+    EXPECT_EQ(show("open", 2, INT32_MAX), opened(2, 3));
+    EXPECT_EQ(show("read", 0, INT32_MAX), did_read(0));
+    EXPECT_EQ(show("", -2, 3), opened(0, 1));
+    EXPECT_EQ(show("", INT32_MIN, INT32_MAX), ""); // 2^31 at the first record is too many
+    EXPECT_EQ(show("", 0, -1) + show("close", 0, 10) + show("ope", 0, 10), "");
 }
 
-TEST(FuncLog, EndsAtARecordOfNoFunction) {
-    FuncLog f;
-    f.add(0, "\1");
-    f.add(3, "foreign");
-    f.add(1, "abcd");
-    EXPECT_EQ(f.show(nullptr, 0, 10), opened(0, "0x01"));
-    EXPECT_EQ(f.show(nullptr, 2, 10), did_read(2)); // those in front of from are not looked at
-    EXPECT_EQ(f.show("read", 0, 10), did_read(0));
-    DTInfo_Clear(f.log->info);
-    DTInfo_Append(f.log->info, nullptr, 0, "\0\0\0", 3);
-    f.add(0, "\1");
-    EXPECT_EQ(f.show(nullptr, 0, 10), "");
+TEST_F(FuncLog, EndsAtARecordOfNoFunction) {
+    add(0, "\1");
+    add(3, "foreign");
+    add(1, "ab\xFF");
+    EXPECT_EQ(show(nullptr, 0, 10), opened(0, 1));
+    EXPECT_EQ(show(nullptr, 2, 10), did_read(2, "")); // those in front of from are not looked at
+    EXPECT_EQ(show("read", 0, 10), did_read(0, ""));
+    DTInfo_Clear(log->info);
+    DTInfo_Append(log->info, nullptr, 0, "\0\0\0", 3);
+    add(0, "\1");
+    EXPECT_EQ(show(nullptr, 0, 10), "");
 }
 
-TEST(FuncLog, ShowsWhatThereIsOfAShortRecord) {
-    FuncLog f;
-    f.add(1, "ab\xFF");
-    EXPECT_EQ(f.show("", 0, 1), "\nindex=0,func:read (blocks)\n"
-                                "format:*TH2s\n"
-                                "0001[T]=>2014/11/16 18:44:43<\n"
-                                "0002[H]=>0x6261<\n");
-}
-
-TEST(FuncLog, ShowsTheFirst97CharactersOfAFormat) {
-    const std::string blanks(94, '.');
-    const std::string fits = blanks + "b2s", cut = blanks + "b12s", name(2000, 'n');
+TEST_F(FuncLog, ShowsTheFirst97CharactersOfAFormat) {
+    const std::string blanks(94, '.'), fits = blanks + "b2s", cut = blanks + "b12s";
+    const std::string name(2000, 'n');
     const DTFunc table[] = {{"fits", fits.c_str(), 0, ""}, {name.c_str(), cut.c_str(), 0, "d"}};
-    FuncLog f;
-    f.log->funcs = table;
-    f.log->func_count = 2;
-    f.add(0, "\1xy");
-    f.add(1, "\1x");
-    EXPECT_EQ(f.show("", 0, 2), "\nindex=0,func:fits \nformat:*T" + fits +
-                                    "\n0001[T]=>2014/11/16 18:44:43<\n0002[B]=>1<\n"
-                                    "0003[2s]=>xy<\n\nindex=1,func:" +
-                                    name + " d\nformat:*T" + blanks +
-                                    "b12\n0001[T]=>2014/11/16 18:44:43<\n0002[B]=>1<\n");
+    log->funcs = table;
+    log->func_count = 2;
+    add(0, "\1xy");
+    add(1, "\1x");
+    EXPECT_EQ(show("", 0, 2), shown(0, "fits ", fits) + "[B]=>1<\n0003[2s]=>xy<\n" +
+                                  shown(1, name + " d", blanks + "b12") + "[B]=>1<\n");
 }
 
-TEST(FuncLog, GetsRecordsAndTheirOwners) {
-    FuncLog f;
-    f.add(0, "\1");
-    f.add(200, "foreign");
+TEST_F(FuncLog, GetsRecordsAndTheirOwners) {
+    add(0, "\1");
+    add(200, "foreign");
     uint32_t pos = DTINFO_FIRST, id = 7, length = 7;
     const uint8_t *value = nullptr;
-    EXPECT_EQ(DTFuncLog_Get(f.log, 3, &pos, &id, &value, &length), 0);
-    EXPECT_EQ(DTFuncLog_Get(f.log, 1, &pos, &id, &value, &length), 0);
+    for (const int32_t none : {1, 3}) // without a record, beyond the table
+        EXPECT_EQ(DTFuncLog_Get(log, none, &pos, &id, &value, &length), 0);
     EXPECT_EQ(DTFuncLog_Get(nullptr, 0, &pos, &id, &value, &length), 0);
     EXPECT_EQ(id + length, 14u);
     pos = DTINFO_FIRST;
-    EXPECT_EQ(DTFuncLog_Get(f.log, DTFUNCLOG_ANY, &pos, &id, &value, &length), 1);
-    EXPECT_EQ(id, 0u);
-    EXPECT_EQ(length, 5u);
-    EXPECT_EQ(value[4], 1);
-    EXPECT_EQ(DTFuncLog_Get(f.log, INT32_MIN, &pos, &id, nullptr, nullptr), 1);
+    EXPECT_EQ(DTFuncLog_Get(log, DTFUNCLOG_ANY, &pos, &id, &value, &length), 1);
+    EXPECT_EQ(id * 100 + length * 10 + value[4], 51u);
+    EXPECT_EQ(DTFuncLog_Get(log, INT32_MIN, &pos, &id, nullptr, nullptr), 1);
     EXPECT_EQ(id, 200u);
-    EXPECT_EQ(DTFuncLog_Get(f.log, -1, &pos, &id, &value, &length), 0);
-    f.log->func_count = 1000; // index 456 has the low byte 200
+    EXPECT_EQ(DTFuncLog_Get(log, -1, &pos, &id, &value, &length), 0);
+    log->func_count = 1000; // index 456 has the low byte 200
     pos = DTINFO_FIRST;
-    EXPECT_EQ(DTFuncLog_Get(f.log, 456, &pos, &id, &value, &length), 0);
-    EXPECT_EQ(DTFuncLog_Get(f.log, 200, &pos, nullptr, &value, &length), 1);
+    EXPECT_EQ(DTFuncLog_Get(log, 456, &pos, &id, &value, &length), 0);
+    EXPECT_EQ(DTFuncLog_Get(log, 200, &pos, nullptr, &value, &length), 1);
 }
 
-TEST(FuncLog, IsMadeWholeOrNotAtAll) {
-    unsigned fails = 0;
-    for (DTFuncLog *log = nullptr; !log; ++fails) {
-        platform.fail_allocations_from(fails + 1);
-        log = DTFuncLog_New(funcs, 3, 1024);
-        DTFuncLog_Ignore(log, 5);
-        EXPECT_TRUE(!log || log->ignore == 5);
-        DTFuncLog_Release(log);
-        EXPECT_EQ(platform.blocks, 0u);
+TEST_F(FuncLog, IsMadeWholeOrNotAtAll) {
+    DTFuncLog_Release(log);
+    for (const unsigned nth : {1u, 2u, 3u}) { // log, store, ring
+        platform.fail_allocations_from(nth);
+        EXPECT_EQ(DTFuncLog_New(funcs, 3, 1024), nullptr);
     }
-    EXPECT_EQ(fails, 4u); // log, store, ring; then none
-}
-
-TEST(FuncLog, NullsAreEmpty) {
-    DTFuncLog_Show(nullptr, nullptr, 0, 1);
-    DTFuncLog_ShowFunc(nullptr);
-    EXPECT_EQ(platform.take_console(), "");
-    DTFuncLog *log = DTFuncLog_New(nullptr, 2, 0);
-    DTInfo_Append(log->info, "", 1, "1234", 4);
+    platform.allocations_work();
+    log = DTFuncLog_New(nullptr, 2, 1024);
+    EXPECT_EQ(log->info->max_size, 1024u);
+    DTFuncLog_Ignore(log, 5);
+    EXPECT_EQ(log->ignore, 5u);
+    add(0, "\1");
+    EXPECT_EQ(show(nullptr, 0, 1), "");
     DTFuncLog_ShowFunc(log);
-    DTFuncLog_Show(log, nullptr, 0, 1);
     EXPECT_EQ(platform.take_console(), "\n");
     DTFuncLog_Release(log);
+    EXPECT_EQ(platform.blocks, 1u); // the console's sink
+    DTFuncLog_Show(nullptr, nullptr, 0, 1);
+    DTFuncLog_ShowFunc(nullptr);
+    DTFuncLog_Ignore(nullptr, 1);
+    DTFuncLog_Release(nullptr);
 }

@@ -11,41 +11,28 @@
 
 using Records = std::vector<std::pair<std::string, std::string>>; // key and value, oldest first
 
-// Where the ring must lie and what it must hold, told by laps: the records of this lap, and of the
-// lap before those that were not overtaken yet.
+// What the ring must hold and where, oldest first: what lies from the write position on is still of
+// the lap before.
 struct LapModel {
-    struct Lap {
-        std::deque<std::pair<std::string, std::string>> records;
-        std::deque<size_t> offsets;
-    };
-
     explicit LapModel(size_t bytes) : size(bytes) {}
 
     void append(const std::string &key, const std::string &value) {
         const size_t needed = key.size() + value.size() + 3;
-        while (at + needed > (old.offsets.empty() ? size : old.offsets.front())) {
-            if (old.offsets.empty()) {
-                std::swap(old, now);
-                at = 0;
-            } else {
-                old.offsets.pop_front();
-                old.records.pop_front();
-            }
+        while (at + needed > (older() ? offsets.front() : size)) {
+            if (!older()) at = 0; // now all are, and the first is in the way
+            offsets.pop_front();
+            held.pop_front();
         }
-        now.offsets.push_back(at);
-        now.records.emplace_back(key, value);
+        offsets.push_back(at);
+        held.emplace_back(key, value);
         at += needed;
     }
+    bool older() const { return !offsets.empty() && offsets.front() >= at; }
+    Records records() const { return {held.begin(), held.end()}; }
 
-    Records records() const {
-        Records all(old.records.begin(), old.records.end());
-        all.insert(all.end(), now.records.begin(), now.records.end());
-        return all;
-    }
-
-    size_t size;
-    size_t at = 0;
-    Lap old, now;
+    size_t size, at = 0;
+    std::deque<size_t> offsets;
+    std::deque<std::pair<std::string, std::string>> held;
 };
 
 // The records that a walk from a position on finds; no more than most.

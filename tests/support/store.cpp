@@ -1,7 +1,5 @@
 #include "support/store.h"
 
-#include <gtest/gtest.h>
-
 Records records_of(DTInfo *store, const std::string &key) {
     constexpr size_t most = 100000;
     const Records all = walk(store, key, DTINFO_FIRST, most);
