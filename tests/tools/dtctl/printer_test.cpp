@@ -1,91 +1,135 @@
 // The three output formats, and what they do with awkward bytes.
-#include "dtctl/failure.h"
+#include "dtctl/fault_file.h"
 #include "dtctl/printer.h"
 #include "dtctl/text.h"
 
+#include "outcome.h"
+
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <string>
-#include <vector>
+#include <fstream>
 
 using namespace std::string_literals;
-using dt::decode::Kind;
-using dt::decode::Value;
-using dtctl::escape;
 using dtctl::Format;
 
 namespace {
 
-std::string print(Format format, const std::vector<Value> &values) {
-    char *text = nullptr;
-    size_t size = 0;
-    std::FILE *out = open_memstream(&text, &size);
-    const auto printer = dtctl::make_printer(format, out);
-    printer->on_opening({1, {0xA1, 0x02}});
-    printer->on_selftest({"a,b"});
-    for (const Value &value : values) printer->on_value(value);
-    printer->flush();
-    std::fclose(out);
-    std::string result(text, size);
-    std::free(text);
-    return result;
+std::string printed(Format format) {
+    using dt::decode::Kind;
+    const Outcome outcome = outcome_of([format](std::FILE *out) {
+        const auto printer = dtctl::make_printer(format, out);
+        printer->on_opening({1, {0xA1, 0x02}});
+        printer->on_selftest({"a,b"});
+        printer->on_value({Kind::int32, 1, 0, 2, 0xFFFFFFFF, "", "pump"});
+        printer->on_value({Kind::int64, 1, 4294967295, 0, 1ULL << 53, "", "pump"});
+        printer->on_value({Kind::string, 3, 0, 0, 0, "say \"\xC3\xBC\",\nok", std::nullopt});
+        printer->on_value({Kind::string, 1, 0, 0, 0, "\x1B\xFC", "p\xFF"});
+        printer->on_value({Kind::buffer, 1, 0, 0, 0, "ab\0"s, "pump"});
+    });
+    return outcome.output;
 }
 
-const std::vector<Value> awkward = {
-    {Kind::int32, 1, 0, 2, 0xFFFFFFFF, "", "pump"},
-    {Kind::int64, 1, 4294967295, 0, 1ULL << 53, "", "pump"},
-    {Kind::string, 3, 0, 0, 0, "say \"hi\",\nok", std::nullopt},
-    {Kind::string, 1, 0, 0, 0, "\xC3\xBC\x1B[1m", "p\xFF"},
-    {Kind::string, 1, 0, 0, 0, "\xFC", "pump"},
-    {Kind::buffer, 1, 0, 0, 0, "ab\0"s, "pump"},
-};
+std::string printed_faults(Format format) {
+    using dt::decode::FaultKind, dt::decode::FaultLog;
+    const Outcome outcome = outcome_of([format](std::FILE *out) {
+        const auto printer = dtctl::make_fault_printer(format, out);
+        printer->on_line({FaultLog::init, "a,b", "11/16 19:00:10", "say \"hi\",\nok"});
+        printer->on_line({FaultLog::run, "p\xFF", std::nullopt, "\x1F[1m"});
+        printer->on_line({FaultLog::run, "", "11/16 19:00:10", std::nullopt});
+        printer->on_fault_value({FaultKind::reg, "a,b", 1, 0xFFFFFFFE, ""});
+        printer->on_fault_value({FaultKind::reg64, "p", 4294967295, 1ULL << 63, ""});
+        printer->on_fault_value({FaultKind::reg_data, "p", 2, 0, "on,\t"});
+        printer->on_fault_value({FaultKind::counter_data, "p", 5, 0, "\0a"s});
+        printer->on_fault_value({FaultKind::value, "p", 6, 0, ""});
+    });
+    return outcome.output;
+}
 
 TEST(Printers, Table) {
-    EXPECT_EQ(print(Format::table, awkward),
+    EXPECT_EQ(printed(Format::table),
               "device identity a102\n\n"
               "collector              section        key  type      value\n"
               "a,b                                        selftest\n"
               "pump                         0          2  int       4294967295 (-1)\n"
               "pump                4294967295          0  long      9007199254740992\n"
-              "#3                           0          0  string    say \"hi\",\\nok\n"
-              "p\\xff                        0          0  string    \xC3\xBC\\x1b[1m\n"
-              "pump                         0          0  string    \\xfc\n"
+              "#3                           0          0  string    say \"\xC3\xBC\",\\nok\n"
+              "p\\xff                        0          0  string    \\x1b\\xfc\n"
               "pump                         0          0  buffer    616200\n");
+    EXPECT_EQ(printed_faults(Format::table),
+              "log            fault                   time                 text\n"
+              "init           a,b                     11/16 19:00:10       say \"hi\",\\nok\n"
+              "run            p\\xff                   (no time)            \\x1f[1m\n"
+              "run                                    11/16 19:00:10       (no text)\n\n"
+              "kind           fault                   id                   value\n"
+              "register       a,b                     1                    4294967294 (-2)\n"
+              "register64     p                       4294967295           9223372036854775808 "
+              "(-9223372036854775808)\n"
+              "register-data  p                       2                    6f6e2c09 (on,\\t)\n"
+              "counter-data   p                       5                    0061\n"
+              "value          p                       6                    \n");
 }
 
 TEST(Printers, JsonLines) {
-    EXPECT_EQ(print(Format::json, awkward),
+    EXPECT_EQ(printed(Format::json),
               R"({"identity":"a102","collector":"a,b","type":"selftest"}
 {"identity":"a102","collector":"pump","index":1,"section":0,"key":2,"type":"int","value":4294967295}
 {"identity":"a102","collector":"pump","index":1,"section":4294967295,"key":0,"type":"long","value":"9007199254740992"}
-{"identity":"a102","collector":null,"index":3,"section":0,"key":0,"type":"string","text":"say \"hi\",\nok"}
-{"identity":"a102","collector_hex":"70ff","index":1,"section":0,"key":0,"type":"string","text":"ü\u001b[1m"}
-{"identity":"a102","collector":"pump","index":1,"section":0,"key":0,"type":"string","hex":"fc"}
+{"identity":"a102","collector":null,"index":3,"section":0,"key":0,"type":"string","text":"say \"ü\",\nok"}
+{"identity":"a102","collector_hex":"70ff","index":1,"section":0,"key":0,"type":"string","hex":"1bfc"}
 {"identity":"a102","collector":"pump","index":1,"section":0,"key":0,"type":"buffer","hex":"616200"}
+)");
+    EXPECT_EQ(printed_faults(Format::json),
+              R"({"type":"init","fault":"a,b","time":"11/16 19:00:10","text":"say \"hi\",\nok"}
+{"type":"run","fault_hex":"70ff","time":null,"text":"\u001f[1m"}
+{"type":"run","fault":"","time":"11/16 19:00:10","text":null}
+{"type":"register","fault":"a,b","id":1,"value":4294967294}
+{"type":"register64","fault":"p","id":4294967295,"value":"9223372036854775808"}
+{"type":"register-data","fault":"p","id":2,"hex":"6f6e2c09"}
+{"type":"counter-data","fault":"p","id":5,"hex":"0061"}
+{"type":"value","fault":"p","id":6,"hex":""}
 )");
 }
 
 TEST(Printers, Csv) {
-    EXPECT_EQ(print(Format::csv, awkward),
-              "identity,collector,index,section,key,type,encoding,value\n"
-              "a102,\"a,b\",,,,selftest,,\n"
-              "a102,pump,1,0,2,int,decimal,4294967295\n"
-              "a102,pump,1,4294967295,0,long,decimal,9007199254740992\n"
-              "a102,,3,0,0,string,text,\"say \"\"hi\"\",\nok\"\n"
-              "a102,p\\xff,1,0,0,string,hex,c3bc1b5b316d\n"
-              "a102,pump,1,0,0,string,hex,fc\n"
-              "a102,pump,1,0,0,buffer,hex,616200\n");
+    EXPECT_EQ(printed(Format::csv), "identity,collector,index,section,key,type,encoding,value\n"
+                                    "a102,\"a,b\",,,,selftest,,\n"
+                                    "a102,pump,1,0,2,int,decimal,4294967295\n"
+                                    "a102,pump,1,4294967295,0,long,decimal,9007199254740992\n"
+                                    "a102,,3,0,0,string,text,\"say \"\"\xC3\xBC\"\",\nok\"\n"
+                                    "a102,p\\xff,1,0,0,string,hex,1bfc\n"
+                                    "a102,pump,1,0,0,buffer,hex,616200\n");
+    EXPECT_EQ(printed_faults(Format::csv),
+              "type,fault,time,id,encoding,value\n"
+              "init,\"a,b\",11/16 19:00:10,,text,\"say \"\"hi\"\",\nok\"\n"
+              "run,p\\xff,,,hex,1f5b316d\n"
+              "run,,11/16 19:00:10,,,\n"
+              "register,\"a,b\",,1,decimal,4294967294\n"
+              "register64,p,,4294967295,decimal,9223372036854775808\n"
+              "register-data,p,,2,hex,6f6e2c09\n"
+              "counter-data,p,,5,hex,0061\n"
+              "value,p,,6,hex,\n");
 }
 
 TEST(Printers, OutputThatCannotBeWrittenIsAFailure) {
     std::FILE *full = std::fopen("/dev/full", "w");
-    ASSERT_NE(full, nullptr);
     const auto printer = dtctl::make_printer(Format::csv, full);
     printer->on_opening({});
     EXPECT_THROW(printer->flush(), dtctl::Failure);
     std::fclose(full);
+}
+
+// What is left of a cut file is shown before the failure.
+TEST(FaultFile, ACutFileIsShownUpToTheCut) {
+    const std::string path = ::testing::TempDir() + "cut.log";
+    std::ofstream(path) << "\x18\0run pump 11/16 19:00:10 \x10\0run"s;
+    const Outcome outcome = outcome_of([&](std::FILE *out) {
+        dtctl::show_fault_log(path, *dtctl::make_fault_printer(Format::csv, out));
+    });
+    EXPECT_EQ(outcome.output, "type,fault,time,id,encoding,value\nrun,pump,11/16 19:00:10,,,\n");
+    EXPECT_EQ(outcome.code, dtctl::Exit::broken);
+    EXPECT_EQ(outcome.error,
+              path + ": byte 31: the file ends inside the entry that begins at byte 26");
+    std::remove(path.c_str());
 }
 
 // Overlong forms, surrogates, cut characters and what lies beyond Unicode are bytes, not text.
@@ -97,10 +141,9 @@ TEST(Text, OnlyWellFormedUtf8Passes) {
     }
     for (const std::string text :
          {"\x80", "\xC0\x80", "\xC1\xBF", "\xE0\x9F\x80", "\xED\xA0\x80", "\xF0\x8F\x80\x80",
-          "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xE1\x80\xC0", "\xC2x"}) {
+          "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xE1\x80\xC0", "\xC2x"})
         EXPECT_EQ(dtctl::character_length(text), 0u) << dtctl::hex(text);
-    }
-    EXPECT_EQ(escape("\\\t\x7F\xC2\x9B\xC2\xA0\0"s), "\\\\\\t\\x7f\\xc2\\x9b\xC2\xA0\\x00");
+    EXPECT_EQ(dtctl::escape("\\\t\x7F\xC2\x9B\xC2\xA0\0"s), "\\\\\\t\\x7f\\xc2\\x9b\xC2\xA0\\x00");
 }
 
 } // namespace
