@@ -1,5 +1,7 @@
 #include "foundation/DTTime.h"
 
+#include <errno.h>
+#include <poll.h>
 #include <string.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -83,9 +85,15 @@ char *DTTime_Format(char *out, const char *format, time_t time) {
 }
 
 uint32_t DTTime_GetUTime(void) {
-    timeval now;
+    timeval now = {};
     gettimeofday(&now, nullptr);
     return static_cast<uint32_t>(now.tv_sec) * 1000000u + static_cast<uint32_t>(now.tv_usec);
 }
 
-int DTTime_Sleep(uint32_t milliseconds) { return usleep(milliseconds * 1000u); }
+int DTTime_Sleep(uint32_t milliseconds) {
+    const uint32_t microseconds = milliseconds * 1000u;
+    const int result = usleep(microseconds);
+    // A loop that rests here must not run free because the system refuses to sleep.
+    if (result != 0 && errno != EINTR) poll(nullptr, 0, static_cast<int>(microseconds / 1000));
+    return result;
+}

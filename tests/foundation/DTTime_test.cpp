@@ -1,7 +1,10 @@
 #include "support/clock.h"
+#include "support/network.h"
 
 #include <dt/foundation.h>
 #include <gtest/gtest.h>
+
+#include <errno.h>
 
 namespace {
 
@@ -53,4 +56,13 @@ TEST(Clock, CountsMicrosecondsIn32BitsAndSleepsMilliseconds) {
     fake_clock.sleeping = [](uint32_t microseconds) { slept = microseconds; };
     EXPECT_EQ(DTTime_Sleep(15), 0);
     EXPECT_EQ(slept, 15000u);
+}
+
+TEST(Sleep, TakesItsTimeEvenWhenItIsRefusedButNotWhenASignalEndsIt) {
+    fake_clock.sleep_error = EINTR;
+    EXPECT_EQ(DTTime_Sleep(2000), -1);
+    EXPECT_THAT(network.waits, testing::IsEmpty());
+    fake_clock.sleep_error = EPERM;
+    EXPECT_EQ(DTTime_Sleep(15), -1);
+    EXPECT_THAT(network.waits, testing::ElementsAre(15));
 }

@@ -1,5 +1,6 @@
 #include "support/clock.h"
 
+#include <errno.h>
 #include <stdlib.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -37,6 +38,10 @@ int gettimeofday(timeval *result, void *) noexcept {
 }
 
 int usleep(useconds_t microseconds) {
+    if (fake_clock.sleep_error != 0) {
+        errno = fake_clock.sleep_error;
+        return -1;
+    }
     if (fake_clock.sleeping) {
         fake_clock.sleeping(microseconds);
         return 0;

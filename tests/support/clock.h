@@ -10,6 +10,8 @@ struct Clock {
     bool broken_local = false; // localtime fails
     int64_t microseconds = -1; // of the fine clock; below 0: the real time
 
+    int sleep_error = 0; // errno of every sleep, which then fails at once
+
     // Called in place of a sleep.
     void (*sleeping)(uint32_t microseconds) = nullptr;
 
