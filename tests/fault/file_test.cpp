@@ -4,6 +4,8 @@
 
 #include <dt/fault.h>
 
+#include <unistd.h>
+
 namespace {
 
 const std::string end_mark("\0\0", 2);
@@ -108,6 +110,22 @@ TEST_F(FaultLogFile, WaitsForAFileThatCannotBeMade) {
     DTFault_SetCounter(pump, 3, 4);
     fault_log.broken = false;
     EXPECT_EQ(written(), end_mark + value(3, "pump", 1, 2) + value(3, "pump", 3, 4));
+}
+
+// Nobody is told; the values are gone with the pass, and the next one is written as ever.
+TEST_F(FaultLogFile, IsGivenUpOnAFullDevice) {
+    pump = DTFault_Regist("pump", nullptr);
+    DTFault_SetRunLog(pump, 1, 0, std::string(9000, 'x').c_str()); // more than a stream buffers
+    DTFault_SetCounter(pump, 1, 2);
+    fault_log.full = true;
+    const int before = dup(0);
+    close(before);
+    DTFault_Start();
+    EXPECT_EQ(dup(0), before);
+    EXPECT_EQ(g_DTFault_Info, nullptr);
+    fault_log.full = false;
+    DTFault_SetCounter(pump, 3, 4);
+    EXPECT_TRUE(written().ends_with("x" + end_mark + value(3, "pump", 3, 4)));
 }
 
 TEST_F(FaultLogFile, CutsDataThatAnEntrysLengthCannotCount) {

@@ -31,6 +31,7 @@ extern "C" FILE *fopen(const char *path, const char *mode) {
         return nullptr;
     }
     ++fault_log.opened;
+    if (fault_log.full) return fopen64("/dev/full", mode);
     if (strcmp(mode, "wb") != 0 || ftruncate(memory_file(), 0) != 0) return nullptr;
     lseek(memory_file(), 0, SEEK_SET);
     return fdopen(dup(memory_file()), mode);

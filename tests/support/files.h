@@ -5,6 +5,7 @@
 
 struct FaultLog {
     bool broken = false; // cannot be opened
+    bool full = false;   // takes no byte
     int opened = 0;      // how often it was
 
     std::string content() const;
