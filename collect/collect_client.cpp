@@ -1,22 +1,18 @@
 #include "collect/collect_client.h"
 
 #include "base/bytes.h"
+#include "base/endpoint.h"
+#include "collect/connection.h"
 #include "foundation/DTMem.h"
 
-#include <arpa/inet.h>
-#include <errno.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr int32_t header_size = 12;
 constexpr int32_t payload_size = 1024;
-constexpr int32_t acknowledgement_size = 16;
 
 constexpr uint8_t complete = 0x80; // the frame ends its value
 enum Kind : uint8_t { kind_int = 1, kind_long, kind_string, kind_buffer };
@@ -35,61 +31,9 @@ struct Command {
 };
 static_assert(sizeof(Command) == 16, "as on the wire");
 
-int32_t l_fd = -1; // 0 is a descriptor like any other
 uint8_t *l_buffer;
 int32_t l_bufPos;
 uint32_t _sequence;
-
-sockaddr_in socket_address(in_addr_t address, uint16_t port) {
-    sockaddr_in result = {};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(port);
-    result.sin_addr.s_addr = address;
-    return result;
-}
-
-const sockaddr *generic(const sockaddr_in *address) {
-    return reinterpret_cast<const sockaddr *>(address);
-}
-
-void close_connection() {
-    if (l_fd >= 0) close(l_fd);
-    l_fd = -1;
-}
-
-// A connect that a signal interrupts goes on by itself: wait for its end.
-bool finish_connect(int32_t fd) {
-    pollfd writable = {fd, POLLOUT, 0};
-    while (poll(&writable, 1, -1) < 0)
-        if (errno != EINTR) return false;
-    int error = 0;
-    socklen_t size = sizeof error;
-    return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
-}
-
-bool connect_to(int32_t fd, const char *address, int32_t port) {
-    if (fd < 0 || !address) return false;
-    const sockaddr_in server = socket_address(inet_addr(address), static_cast<uint16_t>(port));
-    if (connect(fd, generic(&server), sizeof server) == 0) return true;
-    return errno == EINTR && finish_connect(fd);
-}
-
-ssize_t send_message(const void *bytes, size_t size) {
-    ssize_t sent;
-    do {
-        sent = send(l_fd, bytes, size, MSG_NOSIGNAL);
-    } while (sent < 0 && errno == EINTR);
-    return sent;
-}
-
-ssize_t receive_acknowledgement() {
-    uint8_t bytes[acknowledgement_size] = {};
-    ssize_t received;
-    do {
-        received = recv(l_fd, bytes, sizeof bytes, 0);
-    } while (received < 0 && errno == EINTR);
-    return received;
-}
 
 int32_t room() { return payload_size - l_bufPos; }
 
@@ -130,8 +74,8 @@ int32_t collect_piece(Kind kind, uint32_t index, uint32_t section, uint32_t key,
 int32_t CollectClient_Init(void) {
     const int32_t fd = socket(AF_INET, SOCK_DGRAM, 0);
     if (fd < 0) return -1;
-    const sockaddr_in any = socket_address(INADDR_ANY, COLLECT_COMMAND_PORT);
-    if (bind(fd, generic(&any), sizeof any) == 0) return fd;
+    const sockaddr_in any = dt::endpoint(INADDR_ANY, COLLECT_COMMAND_PORT);
+    if (bind(fd, dt::generic(&any), sizeof any) == 0) return fd;
     close(fd);
     return -1;
 }
@@ -153,12 +97,13 @@ int32_t CollectClient_WaitFor(int32_t socket, uint8_t, uint8_t, uint32_t *comman
     return datagram.sequence;
 }
 
+void CollectClient_SetTimeout(int32_t connect_ms, int32_t send_ms, int32_t acknowledgement_ms) {
+    connection_limit({connect_ms, send_ms, acknowledgement_ms});
+}
+
 int32_t CollectClient_Start(const char *address, int32_t port) {
-    close_connection();
-    l_fd = socket(AF_INET, SOCK_STREAM, 0);
-    if (!connect_to(l_fd, address, port)) {
+    if (!connection_open(address, port)) {
         puts("connect error.");
-        close_connection();
         return 0;
     }
     if (l_buffer) return 1;
@@ -172,7 +117,7 @@ int32_t CollectClient_Start(const char *address, int32_t port) {
 void CollectClient_End(void) {
     if (!l_buffer) return;
     CollectClient_Flush(0);
-    close_connection();
+    connection_close();
     DTMem_Free(COLLECT_OWNER_ID, l_buffer);
     l_buffer = nullptr;
     l_bufPos = 0;
@@ -206,11 +151,11 @@ int32_t CollectClient_Flush(int32_t sequence) {
     dt::store(l_buffer, length);
     dt::store(l_buffer + 8, number);
     l_bufPos = 0;
-    if (send_message(l_buffer, length) < 0) {
+    if (!connection_send(l_buffer, length)) {
         puts("send error.");
         return 0;
     }
-    if (receive_acknowledgement() < 0) {
+    if (!connection_receive_acknowledgement()) {
         puts("recv error.");
         return 0;
     }

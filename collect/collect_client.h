@@ -2,8 +2,12 @@
  * which numbered messages of value frames go to the collection server, each acknowledged by it.
  * Layouts: docs/formats.md, "Command datagram", "Collection messages" and "Value frames".
  *
- * Connect, send and the wait for an acknowledgement block without time-out. A peer that has gone is
- * an error result, never a signal.
+ * Connect, send and the wait for an acknowledgement block without time-out unless
+ * CollectClient_SetTimeout gives them one. A peer that has gone is an error result, never a signal.
+ *
+ * An acknowledgement is whatever one receive of at most 16 bytes finds. What a server sends beyond
+ * that, or later, acknowledges the messages that follow: the device runs ahead of a server that
+ * answers byte by byte.
  */
 #ifndef DT_COLLECT_CLIENT_H
 #define DT_COLLECT_CLIENT_H
@@ -35,6 +39,16 @@ int32_t CollectClient_Init(void);
  */
 int32_t CollectClient_WaitFor(int32_t socket, uint8_t identity0, uint8_t identity1,
                               uint32_t *command, char *address, uint32_t *port);
+
+/* Limits each connect, the sending of each message and the wait for each acknowledgement that begin
+ * from now on, in milliseconds; 0 or below: no limit, as at the beginning. Signals do not prolong
+ * them.
+ *
+ * A connect that comes to its limit has failed, and so has a message: with a limit on the step that
+ * fails, the connection is closed besides, so that all that follows fails at once up to the next
+ * start. A silent server thus delays a run once, not with every message.
+ */
+void CollectClient_SetTimeout(int32_t connect_ms, int32_t send_ms, int32_t acknowledgement_ms);
 
 /* Connects to an address in dotted text and the low 16 bits of port; what is left of an earlier
  * connection is closed first. The message buffer of a connection that was not ended is kept with

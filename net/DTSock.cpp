@@ -1,10 +1,9 @@
 #include "net/DTSock.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
+#include "base/endpoint.h"
+
 #include <poll.h>
 #include <string.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -14,16 +13,14 @@ static_assert(DTSOCK_ADDRESS_SIZE == INET_ADDRSTRLEN);
 // False for a text that is no address. inet_addr would answer 255.255.255.255 for it, to which a
 // socket can even be bound.
 bool make_endpoint(sockaddr_in *endpoint, const char *address, int32_t port) {
-    *endpoint = {};
-    endpoint->sin_family = AF_INET;
-    endpoint->sin_port = htons(static_cast<uint16_t>(port));
+    *endpoint = dt::endpoint(0, port);
     return inet_aton(address, &endpoint->sin_addr) != 0;
 }
 
 bool bind_to(int socket, const char *address, int32_t port) {
     sockaddr_in local;
     return make_endpoint(&local, address, port) &&
-           bind(socket, reinterpret_cast<const sockaddr *>(&local), sizeof local) == 0;
+           bind(socket, dt::generic(&local), sizeof local) == 0;
 }
 
 // An interrupted wait is no answer. Unlike select, poll serves any descriptor; but it takes every
@@ -54,8 +51,7 @@ int32_t DTSock_UDP_SendMessage(int32_t socket, const char *address, int32_t port
     setsockopt(socket, SOL_SOCKET, SO_BROADCAST, &broadcast, sizeof broadcast);
     sockaddr_in to;
     if (!make_endpoint(&to, broadcast ? "255.255.255.255" : address, port)) return -1;
-    return static_cast<int32_t>(
-        sendto(socket, bytes, count, 0, reinterpret_cast<const sockaddr *>(&to), sizeof to));
+    return static_cast<int32_t>(sendto(socket, bytes, count, 0, dt::generic(&to), sizeof to));
 }
 
 int32_t DTSock_UDP_RecvMessage(int32_t socket, char *address, uint32_t *port, void *buffer,

@@ -8,6 +8,7 @@
 #include <net/route.h>
 #include <poll.h>
 #include <sched.h>
+#include <stdarg.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -104,6 +105,23 @@ int bind(int socket, const sockaddr *address, socklen_t length) noexcept {
     if (fails("bind")) return -1;
     record(network.bound, [&] { return datagram(address, "", 0); });
     return network.simulated ? 0 : real(bind, "bind")(socket, address, length);
+}
+
+int connect(int socket, const sockaddr *address, socklen_t length) {
+    return fails("connect") ? -1 : real(connect, "connect")(socket, address, length);
+}
+
+int getsockopt(int socket, int level, int option, void *value, socklen_t *length) noexcept {
+    if (fails("getsockopt")) return -1;
+    return real(getsockopt, "getsockopt")(socket, level, option, value, length);
+}
+
+int ioctl(int socket, unsigned long request, ...) noexcept {
+    va_list args;
+    va_start(args, request);
+    void *argument = va_arg(args, void *);
+    va_end(args);
+    return fails("ioctl") ? -1 : real(ioctl, "ioctl")(socket, request, argument);
 }
 
 ssize_t sendto(int socket, const void *bytes, size_t count, int flags, const sockaddr *address,

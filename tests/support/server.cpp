@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,17 +21,14 @@ std::ostream &operator<<(std::ostream &out, const Message &message) {
                << testing::PrintToString(message.payload);
 }
 
-CollectionServer::CollectionServer(int answers) {
-    listener_ = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in any = {};
-    any.sin_family = AF_INET;
-    any.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof any;
-    EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr *>(&any), size), 0);
-    EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr *>(&any), &size), 0);
-    EXPECT_EQ(listen(listener_, 1), 0);
-    port_ = ntohs(any.sin_port);
-    thread_ = std::thread(&CollectionServer::serve, this, answers);
+CollectionServer::CollectionServer(int answers)
+    : CollectionServer([answers](int fd) mutable {
+          return send(fd, "ok", 2, MSG_NOSIGNAL) == 2 && --answers > 0;
+      }) {}
+
+CollectionServer::CollectionServer(Answer answer) {
+    listener_ = listen_on_loopback(&port_, 1);
+    thread_ = std::thread(&CollectionServer::serve, this, std::move(answer));
 }
 
 CollectionServer::~CollectionServer() {
@@ -47,10 +45,13 @@ const std::vector<Message> &CollectionServer::messages() {
     return messages_;
 }
 
-void CollectionServer::serve(int answers) {
+void CollectionServer::serve(const Answer &answer) {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
     const int fd = connection_ = accept(listener_, nullptr, nullptr);
-    while (fd >= 0 && !ending_ && answers-- > 0 && read_message(fd))
-        if (send(fd, "ok", 2, MSG_NOSIGNAL) != 2) break;
+    while (fd >= 0 && !ending_ && read_message(fd) && answer(fd)) {
+    }
     connection_ = -1;
     close(fd);
 }
@@ -64,6 +65,19 @@ bool CollectionServer::read_message(int fd) {
     if (!read_all(fd, payload.data(), payload.size())) return false;
     messages_.push_back({header[1], header[2], payload});
     return true;
+}
+
+int listen_on_loopback(uint16_t *port, int backlog) {
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in any = {};
+    any.sin_family = AF_INET;
+    any.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof any;
+    EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&any), size), 0);
+    EXPECT_EQ(getsockname(listener, reinterpret_cast<sockaddr *>(&any), &size), 0);
+    EXPECT_EQ(listen(listener, backlog), 0);
+    *port = ntohs(any.sin_port);
+    return listener;
 }
 
 int lowest_free_descriptor() {

@@ -1,8 +1,9 @@
 // A collection server that records every byte. It listens on loopback and serves one connection on
-// a thread of its own.
+// a thread of its own, which no signal interrupts.
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <stdint.h>
 #include <string>
 #include <thread>
@@ -20,8 +21,12 @@ std::ostream &operator<<(std::ostream &out, const Message &message);
 
 class CollectionServer {
 public:
+    // Does with the connection what it likes after a message; false closes it.
+    using Answer = std::function<bool(int fd)>;
+
     // Answers that many messages, then closes the connection.
     explicit CollectionServer(int answers = 1000000);
+    explicit CollectionServer(Answer answer);
     ~CollectionServer();
 
     uint16_t port() const { return port_; }
@@ -30,7 +35,7 @@ public:
     const std::vector<Message> &messages();
 
 private:
-    void serve(int answers);
+    void serve(const Answer &answer);
     bool read_message(int fd);
 
     int listener_;
@@ -43,3 +48,6 @@ private:
 
 // A descriptor number that is free now: the lowest.
 int lowest_free_descriptor();
+
+// Somebody listening on loopback, at a port that is returned.
+int listen_on_loopback(uint16_t *port, int backlog);
