@@ -35,6 +35,21 @@ uint8_t *l_buffer;
 int32_t l_bufPos;
 uint32_t _sequence;
 
+// The only ones whose commands count, unless there are none.
+in_addr_t _allowed[COLLECT_MAX_ALLOWED];
+int32_t _allowed_count;
+
+bool is_listed(in_addr_t address) {
+    for (int32_t i = 0; i < _allowed_count; ++i)
+        if (_allowed[i] == address) return true;
+    return false;
+}
+
+bool is_valid(const Command &datagram, ssize_t received, in_addr_t sender) {
+    return datagram.length == static_cast<size_t>(received) && datagram.command <= 3 &&
+           (_allowed_count == 0 || is_listed(sender));
+}
+
 int32_t room() { return payload_size - l_bufPos; }
 
 dt::ByteWriter payload_end() { return dt::ByteWriter(l_buffer + header_size + l_bufPos); }
@@ -89,12 +104,24 @@ int32_t CollectClient_WaitFor(int32_t socket, uint8_t, uint8_t, uint32_t *comman
     const ssize_t received = recvfrom(socket, &datagram, sizeof datagram, 0,
                                       reinterpret_cast<sockaddr *>(&sender), &sender_size);
     printf("size=%ld\n", static_cast<long>(received));
-    if (received < 0 || datagram.length != static_cast<size_t>(received)) return -1;
-    if (datagram.command > 3) return -1;
+    if (received < 0 || !is_valid(datagram, received, sender.sin_addr.s_addr)) return -1;
     *command = datagram.command;
     strcpy(address, inet_ntoa(sender.sin_addr));
     *port = datagram.port;
     return datagram.sequence;
+}
+
+int32_t CollectClient_Allow(const char *address) {
+    if (!address) {
+        _allowed_count = 0;
+        return 1;
+    }
+    in_addr parsed;
+    if (inet_pton(AF_INET, address, &parsed) != 1) return 0;
+    if (is_listed(parsed.s_addr)) return 1;
+    if (_allowed_count == COLLECT_MAX_ALLOWED) return 0;
+    _allowed[_allowed_count++] = parsed.s_addr;
+    return 1;
 }
 
 void CollectClient_SetTimeout(int32_t connect_ms, int32_t send_ms, int32_t acknowledgement_ms) {

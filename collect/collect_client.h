@@ -20,6 +20,7 @@ extern "C" {
 
 #define COLLECT_COMMAND_PORT 9099
 #define COLLECT_OWNER_ID 100 /* of the message buffer and of collectors, see DTMem.h */
+#define COLLECT_MAX_ALLOWED 16
 
 #define COLLECT_MESSAGE_OPENING 0u
 #define COLLECT_MESSAGE_DIRECTORY 1u
@@ -39,6 +40,16 @@ int32_t CollectClient_Init(void);
  */
 int32_t CollectClient_WaitFor(int32_t socket, uint8_t identity0, uint8_t identity1,
                               uint32_t *command, char *address, uint32_t *port);
+
+/* Accepts command datagrams from this sender, a dotted text of four decimal numbers, and from those
+ * given before; once one is given, datagrams of all others are invalid. Null forgets them all:
+ * everybody is accepted again, as at the beginning. The sender's address can be forged by whoever
+ * shares the network; connections go to that address alone, though.
+ *
+ * Returns 1, also for one that was given before; 0 with nothing changed for another text and for
+ * the 17th address.
+ */
+int32_t CollectClient_Allow(const char *address);
 
 /* Limits each connect, the sending of each message and the wait for each acknowledgement that begin
  * from now on, in milliseconds; 0 or below: no limit, as at the beginning. Signals do not prolong

@@ -328,6 +328,27 @@ TEST_F(CommandSocket, RejectsInvalidOnesAndStoresNothing) {
     EXPECT_EQ(receive(word(16) + word(1) + word(0x80000000) + word(1)), INT32_MIN);
 }
 
+TEST_F(CommandSocket, AcceptsOnlyAllowedSendersOnceOneIsGiven) {
+    const std::string valid = word(16) + word(2) + word(7) + word(5000);
+    for (const char *none : {"", "localhost", "127.1", "127.0.0.256", "127.0.0.1 ", "1.2.3.4.5"})
+        EXPECT_EQ(CollectClient_Allow(none), 0) << none;
+    EXPECT_EQ(receive(valid), 7); // none given yet
+    EXPECT_EQ(CollectClient_Allow("10.0.0.1"), 1);
+    EXPECT_EQ(receive(valid), -1);
+    EXPECT_EQ(command_, 99u);
+    EXPECT_STREQ(address_, "unset");
+    for (int i = 2; i <= 15; ++i)
+        EXPECT_EQ(CollectClient_Allow(("10.0.0." + std::to_string(i)).c_str()), 1);
+    EXPECT_EQ(CollectClient_Allow("127.0.0.1"), 1); // the 16th
+    EXPECT_EQ(CollectClient_Allow("10.0.0.16"), 0);
+    EXPECT_EQ(CollectClient_Allow("10.0.0.3"), 1); // is there already
+    EXPECT_EQ(receive(valid), 7);
+    EXPECT_EQ(CollectClient_Allow(nullptr), 1);
+    EXPECT_EQ(receive(valid), 7);
+    EXPECT_EQ(CollectClient_Allow("10.0.0.1"), 1);
+    EXPECT_EQ(receive(valid), -1);
+}
+
 TEST_F(CommandSocket, IsRefusedWhileThePortIsTaken) {
     const int before = lowest_free_descriptor();
     EXPECT_EQ(CollectClient_Init(), -1);
