@@ -4,6 +4,7 @@
 #include "base/endpoint.h"
 #include "collect/connection.h"
 #include "foundation/DTMem.h"
+#include "foundation/DTTime.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -13,6 +14,7 @@ namespace {
 
 constexpr int32_t header_size = 12;
 constexpr int32_t payload_size = 1024;
+constexpr uint32_t rest = 100; // milliseconds, after a receive that failed
 
 constexpr uint8_t complete = 0x80; // the frame ends its value
 enum Kind : uint8_t { kind_int = 1, kind_long, kind_string, kind_buffer };
@@ -104,6 +106,7 @@ int32_t CollectClient_WaitFor(int32_t socket, uint8_t, uint8_t, uint32_t *comman
     const ssize_t received = recvfrom(socket, &datagram, sizeof datagram, 0,
                                       reinterpret_cast<sockaddr *>(&sender), &sender_size);
     printf("size=%ld\n", static_cast<long>(received));
+    if (received < 0) DTTime_Sleep(rest); // it may fail at once every time
     if (received < 0 || !is_valid(datagram, received, sender.sin_addr.s_addr)) return -1;
     *command = datagram.command;
     strcpy(address, inet_ntoa(sender.sin_addr));

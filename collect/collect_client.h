@@ -36,7 +36,8 @@ int32_t CollectClient_Init(void);
  * port     out, the TCP port to connect to in its low 16 bits.
  *
  * The two identity bytes play no part. Returns the datagram's sequence number, or -1 with nothing
- * stored for an invalid datagram, a failed receive, a socket below 0 or a null argument.
+ * stored for an invalid datagram, a failed receive, a socket below 0 or a null argument. After a
+ * failed receive it rests for 100 ms, so that a loop on a broken socket does not run free.
  */
 int32_t CollectClient_WaitFor(int32_t socket, uint8_t identity0, uint8_t identity1,
                               uint32_t *command, char *address, uint32_t *port);

@@ -1,4 +1,5 @@
 #include "support/clock.h"
+#include "support/network.h"
 #include "support/platform.h"
 #include "support/server.h"
 #include "support/store.h"
@@ -7,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <arpa/inet.h>
+#include <setjmp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -295,6 +297,21 @@ TEST(CommandLoop, ServesOneCommandAfterTheOther) {
     EXPECT_THAT(testing_itself.messages(), SizeIs(3));
     EXPECT_THAT(called, ElementsAre(1, 100));
     close(sender);
+}
+
+// A socket that fails at once every time would otherwise keep the processor busy for good.
+TEST(CommandLoop, RestsAfterEachFailedReceive) {
+    static jmp_buf after_the_loop;
+    static std::vector<uint32_t> rests;
+    network.failing["recvfrom"] = ENOTSOCK;
+    fake_clock.sleeping = [](uint32_t microseconds) {
+        rests.push_back(microseconds);
+        if (rests.size() == 3) longjmp(after_the_loop, 1);
+    };
+    testing::internal::CaptureStdout();
+    if (setjmp(after_the_loop) == 0) Collect_Init(0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "size=-1\nsize=-1\nsize=-1\n");
+    EXPECT_THAT(rests, ElementsAre(100000, 100000, 100000));
 }
 
 TEST(CommandLoop, EndsAtOnceWithoutItsPort) {
