@@ -1,8 +1,11 @@
 #include "net/DTConfig.h"
 
+#include "base/deadline.h"
+#include "base/text.h"
 #include "net/DTSock.h"
 #include "platform/vrk.h"
 
+#include <arpa/inet.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -13,23 +16,26 @@ constexpr int32_t client_port = 8998;
 constexpr uint32_t server_port = 8999;
 constexpr int32_t longest_wait = 1000; // milliseconds
 
-// Who is asked: everybody at first, then whoever answered last.
+// Who is asked: a fixed server, or everybody at first and then whoever answered last.
 char _svrAddr[20] = DTSOCK_BROADCAST;
 uint32_t _svrPort = server_port;
+bool _fixed;
 
 int32_t _fd = -1;
 int32_t _has_send; // the first lookup has been tried
 char _buffer[1000];
 
+constexpr uint32_t longest_answer = sizeof _buffer - 1;
+
 static_assert(sizeof _svrAddr >= DTSOCK_ADDRESS_SIZE);
 
 bool has_server() { return strcmp(_svrAddr, DTSOCK_BROADCAST) != 0; }
 
-// Everybody is asked once: without an answer to the first lookup there is no server for good.
+// Everybody is asked once: without an answer to that there is no server.
 bool may_ask() {
-    if (_has_send) return has_server();
+    if (_has_send && !has_server()) return false;
     _has_send = 1;
-    _fd = DTSock_UDP_Create("0.0.0.0", client_port);
+    if (_fd < 0) _fd = DTSock_UDP_Create("0.0.0.0", client_port);
     return _fd >= 0;
 }
 
@@ -41,15 +47,41 @@ uint32_t build_request(const char *group, const char *key, const char *fallback)
     return length > 0 && length < int{sizeof _buffer} ? static_cast<uint32_t>(length) : 0;
 }
 
+// What others than the fixed server send is passed over.
+int32_t ask_fixed(uint32_t length) {
+    const int32_t port = static_cast<int32_t>(_svrPort);
+    if (DTSock_UDP_SendMessage(_fd, _svrAddr, port, _buffer, length) < 0) return -1;
+    const dt::Deadline deadline(longest_wait);
+    char sender[DTSOCK_ADDRESS_SIZE];
+    int32_t received;
+    do {
+        if (!deadline.wait(_fd, POLLIN)) return 0;
+        received = DTSock_UDP_RecvMessage(_fd, sender, nullptr, _buffer, longest_answer);
+    } while (received >= 0 && strcmp(sender, _svrAddr) != 0);
+    return received;
+}
+
 // The bytes of the answer, now in the buffer and terminated; 0 for none in time, -1 for a failure.
 int32_t DTConfig_Get(const char *group, const char *key, const char *fallback) {
     const uint32_t length = build_request(group, key, fallback);
     if (length == 0 || !may_ask()) return -1;
-    return DTSock_UDP_GetMessage(_fd, _svrAddr, &_svrPort, _buffer, length, sizeof _buffer - 1,
+    if (_fixed) return ask_fixed(length);
+    return DTSock_UDP_GetMessage(_fd, _svrAddr, &_svrPort, _buffer, length, longest_answer,
                                  longest_wait);
 }
 
 } // namespace
+
+int DTConfig_SetServer(const char *address, int32_t port) {
+    in_addr parsed;
+    if (address && (inet_pton(AF_INET, address, &parsed) != 1 || port <= 0 || port > UINT16_MAX))
+        return 0;
+    _fixed = address != nullptr;
+    _has_send = 0;
+    _svrPort = _fixed ? static_cast<uint32_t>(port) : server_port;
+    dt::copy_text(_svrAddr, _fixed ? address : DTSOCK_BROADCAST);
+    return 1;
+}
 
 int DTConfig_GetString(const char *group, const char *key, const char *fallback, char *value) {
     if (!value) return 1;

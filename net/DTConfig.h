@@ -3,7 +3,7 @@
  * The first lookup of the process is broadcast to port 8999, from port 8998. Whoever answers is the
  * server from then on: each later lookup goes to the host and port that answered last. When nobody
  * answers the first one, or it cannot be sent, no later one is ever sent: every lookup gives its
- * default at once, until the process ends.
+ * default at once. Only DTConfig_SetServer changes that.
  *
  * A lookup waits for one second at most. The default is given when no answer comes in that time,
  * when sending or receiving fails, and for an empty answer (whose sender is the server all the
@@ -24,6 +24,18 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* Fixes the server: every lookup from now on, also after one that nobody answered, goes to this
+ * host (dotted text of four decimal numbers) and port (1 to 65535), and only datagrams from that
+ * host, whatever their port, are answers. Without one the lookup gives its default after a second,
+ * and the next one asks again.
+ *
+ * With a null address, whatever the port, the next lookup is broadcast as if it were the first, and
+ * whoever answers is the server.
+ *
+ * Returns 1; 0 with nothing changed for an address or a port that is none.
+ */
+int DTConfig_SetServer(const char *address, int32_t port);
 
 /* Looks up a text.
  *

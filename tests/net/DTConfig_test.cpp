@@ -72,10 +72,52 @@ TEST_P(NoServer, MeansThatNobodyIsAskedAgain) {
     EXPECT_STREQ(value, "default");
     EXPECT_EQ(network.bound.size(), bound);
     EXPECT_EQ(network.sent.size(), sent);
+    network.replies.erase(network.replies.begin(), network.replies.end() - 1);
+    EXPECT_EQ(DTConfig_SetServer(nullptr, -1), 1); // unless told to
+    EXPECT_EQ(DTConfig_GetInt("net", "mtu", 1500), 9000);
+    EXPECT_EQ(network.sent.back(),
+              (Datagram{"255.255.255.255", 8999, "=>config net mtu 1500", true}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Configuration, NoServer,
                          testing::Values("", "socket", "bind", "sendto", "poll", "recvfrom"));
+
+TEST(Configuration, AFixedServerIsAskedEveryTimeAndNobodyElseIsHeard) {
+    network.simulated = true;
+    ASSERT_EQ(DTConfig_SetServer("10.1.1.1", 7000), 1);
+    EXPECT_EQ(number_for("1"), 1); // from another port of that host
+    reply("2", {"10.1.1.9", 7000, ""});
+    EXPECT_EQ(number_for("3"), 3);
+    reply("4", {"10.1.1.9", 7000, ""});
+    EXPECT_EQ(DTConfig_GetInt("net", "mtu", 77), 77);
+    for (const char *call : {"sendto", "poll", "recvfrom"}) {
+        network.failing[call] = EIO;
+        EXPECT_EQ(number_for("5"), 77);
+        network.failing.clear();
+        network.replies.clear();
+    }
+    for (const char *none :
+         {"", "localhost", "10.1.1", "10.1.1.256", DTSOCK_BROADCAST, " 10.1.1.1"})
+        EXPECT_EQ(DTConfig_SetServer(none, 7001), 0) << none;
+    for (const int port : {0, -1, 65536}) EXPECT_EQ(DTConfig_SetServer("10.1.1.2", port), 0);
+    EXPECT_EQ(number_for("6"), 6); // still the one from before
+    EXPECT_THAT(network.sent, testing::Each(Datagram{"10.1.1.1", 7000, "=>config net mtu 77"}));
+    EXPECT_THAT(network.bound, testing::SizeIs(1));
+    ASSERT_EQ(DTConfig_SetServer(nullptr, 0), 1);
+    reply("7", {"10.1.1.9", 7000, ""});
+    EXPECT_EQ(DTConfig_GetInt("net", "mtu", 77), 7); // found by broadcast
+    EXPECT_EQ(number_for("8"), 8);
+    EXPECT_EQ(network.sent.back().address, "10.1.1.9");
+}
+
+TEST(Configuration, AFixedServerIsAskedAsSoonAsThereIsASocket) {
+    ASSERT_EQ(DTConfig_SetServer("10.1.1.1", 65535), 1);
+    network.failing["socket"] = EMFILE;
+    EXPECT_EQ(number_for("1"), 77);
+    network.failing.clear();
+    EXPECT_EQ(number_for("2"), 1);
+    EXPECT_THAT(network.sent, ElementsAre(Datagram{"10.1.1.1", 65535, "=>config net mtu 77"}));
+}
 
 TEST(Configuration, AnEmptyReplyIsNoAnswerButItsSenderIsTheServer) {
     EXPECT_EQ(number_for(""), 77);
