@@ -7,7 +7,8 @@
  *
  * An acknowledgement is whatever one receive of at most 16 bytes finds. What a server sends beyond
  * that, or later, acknowledges the messages that follow: the device runs ahead of a server that
- * answers byte by byte.
+ * answers byte by byte. If it ends before it has read all of it, the server finds the connection
+ * reset, behind the last message.
  */
 #ifndef DT_COLLECT_CLIENT_H
 #define DT_COLLECT_CLIENT_H

@@ -4,6 +4,7 @@
 #include "base/endpoint.h"
 
 #include <errno.h>
+#include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -40,6 +41,13 @@ bool connect_within(const sockaddr_in &server, const Deadline &deadline) {
     return set_blocking(false) && connect_to(server, deadline) && set_blocking(true);
 }
 
+// The system must hold no message back until the one before has arrived: what it still holds when
+// the connection closes is lost if the server has sent more than was read.
+void send_at_once() {
+    const int on = 1;
+    setsockopt(l_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
 // Tries again what a signal interrupted and, until the deadline, what would have to wait.
 template <typename Call> ssize_t attempt(const Deadline &deadline, short ready, Call call) {
     const int flags = deadline.is_set() ? MSG_DONTWAIT : 0;
@@ -65,7 +73,10 @@ bool connection_open(const char *address, int32_t port) {
     if (!address) return false;
     const sockaddr_in server = dt::endpoint(inet_addr(address), port);
     l_fd = socket(AF_INET, SOCK_STREAM, 0);
-    if (l_fd >= 0 && connect_within(server, Deadline(_limits.connect))) return true;
+    if (l_fd >= 0 && connect_within(server, Deadline(_limits.connect))) {
+        send_at_once();
+        return true;
+    }
     connection_close();
     return false;
 }
