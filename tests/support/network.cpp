@@ -108,6 +108,7 @@ int bind(int socket, const sockaddr *address, socklen_t length) noexcept {
 }
 
 int connect(int socket, const sockaddr *address, socklen_t length) {
+    network.connected = socket;
     return fails("connect") ? -1 : real(connect, "connect")(socket, address, length);
 }
 

@@ -29,6 +29,7 @@ struct Network {
     bool simulated = false;
     std::vector<Datagram> sent;         // also what the system then refused
     std::vector<Datagram> bound;        // addresses and ports
+    int connected = -1;                 // the descriptor last connected
     std::vector<int> waits;             // time-outs, milliseconds
     std::deque<Datagram> replies;       // simulated: what arrives, oldest first
     std::map<std::string, int> failing; // call: the errno it fails with
