@@ -36,8 +36,8 @@ char *DTTime_Format(char *out, const char *format, time_t time);
  */
 uint32_t DTTime_GetUTime(void);
 
-/* Sleeps; milliseconds up to 4,294,967. Returns 0, or -1 on an error: at once when a signal ends the
- * sleep early, otherwise after the same time, so that no loop runs free.
+/* Sleeps; milliseconds up to 4,294,967. Returns 0, or -1 on an error: at once when a signal ends
+ * the sleep early, otherwise after the same time, so that no loop runs free.
  */
 int DTTime_Sleep(uint32_t milliseconds);
 

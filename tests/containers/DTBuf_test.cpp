@@ -63,6 +63,7 @@ TEST(ByteBuffer, RefusesSizesThatWrapAndWhatCannotGrow) {
     buf->step = UINT32_MAX;
     EXPECT_EQ(DTBuf_Append(buf, "", 1), 0); // the rounding
     EXPECT_EQ(DTBuf_Length(buf), 1u);
+    EXPECT_EQ(DTBuf_Append(buf, "text", 0), 0); // of elements of one byte only
     DTBuf_Release(buf);
     for (const unsigned nth : {1u, 2u}) {
         platform.fail_allocations_from(nth);

@@ -77,6 +77,10 @@ TEST_F(Logger, ShowsEachRecordOnALineOfItsOwn) {
     EXPECT_EQ(shown_in_buffer(), expected);
     DTLogger_ClearInfo(logger);
     EXPECT_EQ(shown_in_buffer(), "");
+    DTBuf *words = DTBuf_New(8, 10, 0);
+    DTLogger_ShowToBuf(logger, words);
+    EXPECT_EQ(DTBuf_Length(words), 0u);
+    DTBuf_Release(words);
 }
 
 // 65,536 is no multiple of 100: the 16-bit count of records starts again and pauses there.
