@@ -1,6 +1,7 @@
 // Days of work in minutes: everything a device does, in a loop, with random sizes. Prints a line a
 // second; fails when resident memory or the library's accounts still grow after the warm-up.
 #include "support/files.h"
+#include "support/network.h"
 #include "support/platform.h"
 #include "support/server.h"
 
@@ -95,8 +96,11 @@ void work() {
     churn_table();
     churn_store();
     DTFault_Start();
+    // What the fakes have recorded is no growth of the library's.
     platform.prints.clear();
     platform.delays.clear();
+    network.bound.clear();
+    network.waits.clear();
 }
 
 uint32_t resident_kib() {
@@ -133,7 +137,7 @@ int main(int argc, char **argv) {
         fprintf(stderr, "%4d s  %8lu rounds  %8u bytes in %u blocks  %7u KiB resident\n", second,
                 rounds, bytes, platform.blocks, resident);
     }
-    const bool flat = late[0] <= warm[0] && late[1] <= warm[1] + 512;
+    const bool flat = late[0] <= warm[0] && late[1] <= warm[1] + 64;
     fprintf(stderr, "%s: %u bytes, then %u; %u KiB resident, then %u\n", flat ? "flat" : "GROWING",
             warm[0], late[0], warm[1], late[1]);
     return flat ? 0 : 1;
