@@ -57,6 +57,50 @@ char *put_token(char *out, const Token &token, const tm &local) {
     return put_number(out, shown, token.digits);
 }
 
+void write(char *to, const char *format, const tm &local) {
+    while (*format) {
+        if (const Token *token = token_at(format)) {
+            to = put_token(to, *token, local);
+            format += token->length;
+        } else {
+            *to++ = *format++;
+        }
+    }
+    *to = '\0';
+}
+
+// A text is kept for the second in which it was made, so that a changed clock or time zone shows in
+// the next: logs write many lines within one, and localtime costs more than the lines.
+struct Kept {
+    time_t made;
+    time_t shown;
+    char format[24];
+    char text[24];
+
+    bool serves(time_t now, time_t time, const char *pattern) const {
+        return made == now && shown == time && strcmp(format, pattern) == 0;
+    }
+};
+
+Kept sg_kept[2]; // logs use two patterns in turns
+uint8_t sg_oldest;
+
+const char *kept_text(time_t now, time_t time, const char *format) {
+    for (const Kept &kept : sg_kept)
+        if (kept.serves(now, time, format)) return kept.text;
+    return nullptr;
+}
+
+void keep(time_t now, time_t time, const char *format, const char *text) {
+    Kept *kept = &sg_kept[sg_oldest];
+    if (strlen(format) >= sizeof kept->format || strlen(text) >= sizeof kept->text) return;
+    kept->made = now;
+    kept->shown = time;
+    strcpy(kept->format, format);
+    strcpy(kept->text, text);
+    sg_oldest ^= 1;
+}
+
 } // namespace
 
 // The sum may leave 32 bits, and then wraps.
@@ -68,19 +112,13 @@ time_t DTTime_Now(void) { return DTTime_GetTime(0); }
 
 char *DTTime_Format(char *out, const char *format, time_t time) {
     if (!out) return out;
-    if (time == 0) time = DTTime_Now();
+    if (!format) format = "";
+    const time_t now = DTTime_Now();
+    if (time == 0) time = now;
+    if (const char *text = kept_text(now, time, format)) return strcpy(out, text);
     const tm *local = localtime(&time);
-    const tm unknown = {};
-    char *to = out;
-    while (format && *format) {
-        if (const Token *token = token_at(format)) {
-            to = put_token(to, *token, local ? *local : unknown);
-            format += token->length;
-        } else {
-            *to++ = *format++;
-        }
-    }
-    *to = '\0';
+    write(out, format, local ? *local : tm{});
+    if (local) keep(now, time, format, out);
     return out;
 }
 

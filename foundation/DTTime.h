@@ -27,7 +27,8 @@ time_t DTTime_Now(void);
  *         else is copied. Null: the empty text.
  * time    0: now. A time that cannot be broken down shows as 1900/01/00 00:00:00.
  *
- * Uses localtime, whose result is shared.
+ * Uses localtime, whose result is shared; a text is kept for a second, so that a time zone that
+ * changes shows in the next.
  */
 char *DTTime_Format(char *out, const char *format, time_t time);
 

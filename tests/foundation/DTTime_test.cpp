@@ -36,6 +36,16 @@ TEST(TimeText, NoTimeMeansNow) {
     EXPECT_EQ(DTTime_GetTime(-43), a_sunday_evening - 43);
 }
 
+TEST(TimeText, ATimeZoneThatChangesShowsInTheNextSecond) {
+    EXPECT_EQ(format(every, 0), "2014/11/16 18:44:43");
+    setenv("TZ", "EST5", 1);
+    tzset();
+    ++fake_clock.now;
+    char text[sizeof every];
+    EXPECT_STREQ(DTTime_Format(text, every, 0), "2014/11/16 13:44:44");
+    EXPECT_STREQ(DTTime_Format(text, every, a_sunday_evening), "2014/11/16 13:44:43");
+}
+
 TEST(TimeText, ATimeThatCannotBeBrokenDownShowsAsZeros) {
     fake_clock.broken_local = true;
     EXPECT_EQ(format(every, 1), "1900/01/00 00:00:00");
