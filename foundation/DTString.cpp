@@ -19,6 +19,26 @@ __attribute__((format(printf, 3, 0))) char *format_into(char *out, size_t size, 
     return out;
 }
 
+constexpr size_t dump_line = 16; // bytes shown in a line of a dump
+
+// How many bytes a dump can show in a room, terminator included: three characters each, and the
+// terminator or a line's end behind every line.
+size_t dumped_bytes(size_t room) {
+    constexpr size_t line = 3 * dump_line + 1;
+    const size_t rest = room % line;
+    return room / line * dump_line + (rest != 0 ? (rest - 1) / 3 : 0);
+}
+
+char *dump(char *to, const uint8_t *bytes, size_t count) {
+    static const char digits[] = "0123456789ABCDEF";
+    for (size_t i = 0; i < count; ++i) {
+        *to++ = digits[bytes[i] >> 4];
+        *to++ = digits[bytes[i] & 15];
+        *to++ = ' ';
+    }
+    return to;
+}
+
 } // namespace
 
 char *DTString_Format(char *out, const char *format, ...) {
@@ -50,19 +70,17 @@ char *DTString_HFormat(char *out, const void *bytes, int32_t count) {
 }
 
 char *DTString_HFormatN(char *out, size_t size, const void *bytes, int32_t count) {
-    static const char digits[] = "0123456789ABCDEF";
     if (!out || size == 0) return out;
     const uint8_t *byte = static_cast<const uint8_t *>(bytes);
+    size_t left = byte && count > 0 ? static_cast<size_t>(count) : 0;
+    if (left > dumped_bytes(size)) left = dumped_bytes(size);
     char *to = out;
-    size_t room = size - 1;
-    for (int32_t i = 0; byte && i < count; ++i) {
-        const size_t width = i != 0 && i % 16 == 0 ? 4 : 3;
-        if (room < width) break;
-        if (width == 4) *to++ = '\n';
-        *to++ = digits[byte[i] >> 4];
-        *to++ = digits[byte[i] & 15];
-        *to++ = ' ';
-        room -= width;
+    while (left > 0) {
+        const size_t in_line = left < dump_line ? left : dump_line;
+        to = dump(to, byte, in_line);
+        byte += in_line;
+        left -= in_line;
+        if (left != 0) *to++ = '\n';
     }
     *to = '\0';
     return out;

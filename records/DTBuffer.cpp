@@ -90,8 +90,16 @@ int32_t pack(void *buffer, const char *format, va_list &args) {
 
 void extract(const Field &field, const uint8_t *at, va_list &args) {
     char *to = va_arg(args, char *);
-    if (field.width != 0) memcpy(to, at, field.width);
-    if (is_text(field.letter)) to[field.width] = '\0';
+    if (is_text(field.letter)) {
+        if (field.width != 0) memcpy(to, at, field.width);
+        to[field.width] = '\0';
+    } else if (field.width == 4) {
+        memcpy(to, at, 4);
+    } else if (field.width == 2) {
+        memcpy(to, at, 2);
+    } else {
+        *to = static_cast<char>(*at);
+    }
 }
 
 void print(const char *text) { DTPrint_Show(text, 0); }
