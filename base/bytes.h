@@ -17,6 +17,14 @@ template <typename T> T load(const void *from) {
 
 template <typename T> void store(void *to, T value) { memcpy(to, &value, sizeof value); }
 
+// What lies directly behind its header.
+template <typename Header> uint8_t *behind(Header *header) {
+    return reinterpret_cast<uint8_t *>(header + 1);
+}
+template <typename Header> const uint8_t *behind(const Header *header) {
+    return reinterpret_cast<const uint8_t *>(header + 1);
+}
+
 // Writes members one behind the other. The room is the caller's business.
 class ByteWriter {
 public:
@@ -32,6 +40,15 @@ public:
     ByteWriter &put(const void *bytes, size_t count) {
         if (bytes) memcpy(at_, bytes, count);
         at_ += count;
+        return *this;
+    }
+
+    // As put; up to three bytes, as most keys have, cost no call.
+    ByteWriter &put_key(const void *bytes, size_t count) {
+        if (count > 3) return put(bytes, count);
+        const uint8_t *from = static_cast<const uint8_t *>(bytes);
+        if (count & 1) *at_++ = *from++;
+        if (count & 2) put(load<uint16_t>(from));
         return *this;
     }
 

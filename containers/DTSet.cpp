@@ -1,5 +1,6 @@
 #include "containers/DTSet.h"
 
+#include "base/bytes.h"
 #include "foundation/DTMem.h"
 
 #include <string.h>
@@ -8,13 +9,8 @@ namespace {
 
 bool holds(const DTSet *set, uint32_t member) { return set && member < set->size; }
 
-// The bits follow their header directly.
-uint8_t *byte_of(DTSet *set, uint32_t member) {
-    return reinterpret_cast<uint8_t *>(set + 1) + member / 8;
-}
-
-const uint8_t *byte_of(const DTSet *set, uint32_t member) {
-    return reinterpret_cast<const uint8_t *>(set + 1) + member / 8;
+template <typename Set> auto *byte_of(Set *set, uint32_t member) {
+    return dt::behind(set) + member / 8;
 }
 
 } // namespace

@@ -40,10 +40,6 @@ bool new_chunk(uint32_t id) {
     return true;
 }
 
-// The data follow their header directly.
-uint8_t *data_of(DTMem *block) { return reinterpret_cast<uint8_t *>(block + 1); }
-const uint8_t *data_of(const DTMem *block) { return reinterpret_cast<const uint8_t *>(block + 1); }
-
 bool holds(const DTMem *block, uint32_t offset) { return block && offset < block->size; }
 
 // How much of length bytes at an offset inside the block lies inside it too.
@@ -72,9 +68,9 @@ void DTMem_Free(uint32_t id, void *address) {
     if (!address) return;
     char *raw = static_cast<char *>(address) - prefix_size;
     const uint32_t size = dt::load<uint32_t>(raw);
-    VRK_Free(raw);
     DTMem_Size[id & 0xFF] -= size + prefix_size;
     ++DTMem_FreeCnt[id & 0xFF];
+    VRK_Free(raw);
 }
 
 void *DTMem_LocalMalloc(uint32_t size) { return DTMem_Malloc(0, size); }
@@ -125,30 +121,30 @@ void DTMem_Release(DTMem *block) {
 }
 
 void *DTMem_Get(DTMem *block, uint32_t offset) {
-    return holds(block, offset) ? data_of(block) + offset : nullptr;
+    return holds(block, offset) ? dt::behind(block) + offset : nullptr;
 }
 
 int DTMem_memcmp(const DTMem *block, uint32_t offset, const void *bytes, uint32_t length) {
     if (!holds(block, offset) || !bytes || length > block->size - offset) return -1;
-    return memcmp(data_of(block) + offset, bytes, length);
+    return memcmp(dt::behind(block) + offset, bytes, length);
 }
 
 void DTMem_memset(DTMem *block, uint32_t offset, int value, uint32_t length) {
     if (!holds(block, offset)) return;
-    memset(data_of(block) + offset, value, clamped(block, offset, length));
+    memset(dt::behind(block) + offset, value, clamped(block, offset, length));
 }
 
 uint32_t DTMem_memget(const DTMem *block, uint32_t offset, void *to, uint32_t length) {
     if (!holds(block, offset) || !to) return 0;
     const uint32_t count = clamped(block, offset, length);
-    memmove(to, data_of(block) + offset, count);
+    memmove(to, dt::behind(block) + offset, count);
     return count;
 }
 
 uint32_t DTMem_memcpy(DTMem *block, uint32_t offset, const void *from, uint32_t length) {
     if (!holds(block, offset) || !from) return 0;
     const uint32_t count = clamped(block, offset, length);
-    memmove(data_of(block) + offset, from, count);
+    memmove(dt::behind(block) + offset, from, count);
     return count;
 }
 
@@ -156,7 +152,7 @@ DTMem *DTMem_realloc(DTMem *block, uint32_t new_size) {
     if (!block || block->is_static) return block;
     DTMem *grown = DTMem_New(new_size, 0);
     if (!grown) return nullptr;
-    memcpy(data_of(grown), data_of(block), clamped(block, 0, new_size));
+    memcpy(dt::behind(grown), dt::behind(block), clamped(block, 0, new_size));
     DTMem_LocalFree(block);
     return grown;
 }

@@ -32,9 +32,15 @@ struct Record {
     uint32_t size() const { return frame_size + key_len + value_len; }
 };
 
+// Erased records whose bytes are not free bytes yet: what is appended covers most of them.
+struct Erased {
+    uint32_t from = 0;
+    uint32_t to = 0;
+};
+
 uint32_t block_size(const DTInfo *store) { return store->memory->size; }
 
-uint8_t *block(const DTInfo *store) { return static_cast<uint8_t *>(DTMem_Get(store->memory, 0)); }
+uint8_t *block(const DTInfo *store) { return dt::behind(store->memory); }
 
 bool is_empty(const DTInfo *store) {
     return store->use_addr == store->free_addr && store->free_size != 0;
@@ -62,7 +68,7 @@ bool read_record(const DTInfo *store, uint32_t at, Record *record) {
 dt::ByteWriter write_frame(DTInfo *store, const Bytes &key, uint32_t value_len) {
     dt::ByteWriter to(block(store) + store->free_addr);
     return to.put(static_cast<uint8_t>(key.length))
-        .put(key.data, key.length)
+        .put_key(key.data, key.length)
         .put(static_cast<uint16_t>(value_len));
 }
 
@@ -114,8 +120,16 @@ void unwrap(DTInfo *store) {
     store->free_size = block_size(store) - store->free_addr;
 }
 
-int erase_oldest(DTInfo *store, uint32_t needed) {
+// All but those in front of a position.
+void set_free(const DTInfo *store, const Erased &erased, uint32_t covered_to) {
+    const uint32_t from = covered_to > erased.from ? covered_to : erased.from;
+    if (from < erased.to) memset(block(store) + from, free_byte, erased.to - from);
+}
+
+int erase_oldest(DTInfo *store, uint32_t needed, Erased *erased) {
     if (!is_wrapped(store)) {
+        set_free(store, *erased, 0); // as the tail of the block, behind the newest record
+        *erased = {};
         store->free_addr = 0;
         store->free_size = 0;
     }
@@ -127,27 +141,32 @@ int erase_oldest(DTInfo *store, uint32_t needed) {
     Record oldest;
     if (!read_record(store, store->use_addr, &oldest)) return 0;
     const uint32_t size = oldest.size();
-    DTMem_memset(store->memory, store->use_addr, free_byte, size);
+    if (store->use_addr != erased->to) erased->from = store->use_addr;
     store->use_addr += size;
+    erased->to = store->use_addr;
     store->free_size += size;
     if (store->use_addr >= block_size(store)) unwrap(store);
     return progress(store, needed);
 }
 
 // One step towards the room needed. 0: there is none, 1: it is there, 2: ask again.
-int DTInfo_FreeSize_(DTInfo *store, uint32_t needed) {
+int DTInfo_FreeSize_(DTInfo *store, uint32_t needed, Erased *erased) {
     if (l_trace) printf("size %d", static_cast<int>(needed));
     if (needed <= store->free_size) return 1;
     if (store->max_size == 0) return grow(store, needed, doubling(store, needed));
     if (needed > store->max_size) return 0;
     if (block_size(store) < store->max_size)
         return grow(store, needed, bounded_growth(store, needed));
-    return erase_oldest(store, needed);
+    return erase_oldest(store, needed, erased);
 }
 
-bool make_room(DTInfo *store, uint32_t needed) {
-    int answer = needed <= store->free_size ? 1 : 2;
-    while (answer == 2) answer = DTInfo_FreeSize_(store, needed);
+// Of the room the caller writes the first bytes; the others are free bytes.
+bool make_room(DTInfo *store, uint32_t needed, uint32_t written) {
+    if (needed <= store->free_size) return true;
+    Erased erased;
+    int answer = 2;
+    while (answer == 2) answer = DTInfo_FreeSize_(store, needed, &erased);
+    set_free(store, erased, answer == 1 ? store->free_addr + written : 0);
     return answer == 1;
 }
 
@@ -156,11 +175,14 @@ bool is_sound(const DTInfo *store) {
            store->free_size <= block_size(store) - store->free_addr;
 }
 
-// Room for a record, and its frame written; false with nothing written. The write position stays.
-bool begin_record(DTInfo *store, const Bytes &key, uint32_t value_len, dt::ByteWriter *value) {
+// Room for a record, and its frame written; false with nothing written. The write position stays,
+// and so many bytes of the value are for the caller to write.
+bool begin_record(DTInfo *store, const Bytes &key, uint32_t value_len, uint32_t written,
+                  dt::ByteWriter *value) {
     const bool fits = key.length <= DTINFO_MAX_KEY && value_len <= DTINFO_MAX_VALUE;
     if (!is_sound(store) || !fits || !key.usable()) return false;
-    if (!make_room(store, frame_size + key.length + value_len)) return false;
+    const uint32_t frame = frame_size + key.length;
+    if (!make_room(store, frame + value_len, frame + written)) return false;
     *value = write_frame(store, key, value_len);
     return true;
 }
@@ -170,7 +192,7 @@ uint32_t append(DTInfo *store, const Bytes &key, const Bytes &part1, const Bytes
     dt::ByteWriter value(nullptr);
     const uint32_t value_len = part1.length + part2.length;
     if (!part1.usable() || !part2.usable()) return 0;
-    if (!begin_record(store, key, value_len, &value)) return 0;
+    if (!begin_record(store, key, value_len, value_len, &value)) return 0;
     value.put(part1.data, part1.length).put(part2.data, part2.length);
     const uint32_t size = frame_size + key.length + value_len;
     advance(store, size);
@@ -194,13 +216,18 @@ bool settle(const DTInfo *store, uint32_t *pos) {
     return starts || *pos != store->use_addr;
 }
 
+// Compares bytes, not keys: a filter longer than the key goes on behind it.
+bool key_begins_with(const DTInfo *store, const uint8_t *key, const Bytes &filter) {
+    if (filter.length == 0) return true;
+    const size_t rest = static_cast<size_t>(block(store) + block_size(store) - key);
+    return filter.length <= rest && *key == *static_cast<const uint8_t *>(filter.data) &&
+           memcmp(key, filter.data, filter.length) == 0;
+}
+
 bool next_record(const DTInfo *store, const Bytes &filter, uint32_t *pos, Record *record) {
     while (settle(store, pos) && read_record(store, *pos, record)) {
-        const uint32_t key_at = *pos + 1;
         *pos += record->size();
-        if (filter.length == 0 ||
-            DTMem_memcmp(store->memory, key_at, filter.data, filter.length) == 0)
-            return true;
+        if (key_begins_with(store, record->key, filter)) return true;
     }
     return false;
 }
@@ -307,7 +334,7 @@ int32_t DTInfo_PackPre(DTInfo *store, const void *key, uint32_t key_len, uint32_
     if (!store || store->ignore) return 0;
     const Bytes name = {key, key_len == 0 && key ? text_length(key) : key_len};
     dt::ByteWriter value(nullptr);
-    if (!begin_record(store, name, value_len, &value)) return 0;
+    if (!begin_record(store, name, value_len, 0, &value)) return 0;
     advance(store, frame_size + name.length);
     return 1;
 }
