@@ -21,22 +21,50 @@ Bytes name_of(const DTFault *fault) {
     return {fault->name, static_cast<uint32_t>(strnlen(fault->name, sizeof fault->name))};
 }
 
-void write_length(FILE *file, uint32_t length) {
-    const uint8_t bytes[] = {static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8)};
-    fwrite(bytes, 1, sizeof bytes, file);
-}
+// Gathers the file's many short parts: a call for each would cost more than writing them.
+class Output {
+public:
+    explicit Output(FILE *file) : file_(file) {}
+    ~Output() { flush(); }
+    Output(const Output &) = delete;
 
-// An entry is its length and then its parts, of which the last, the data, gives way when the length
-// would not fit 16 bits.
-template <size_t N> void write_entry(FILE *file, Bytes (&&parts)[N]) {
-    uint32_t left = UINT16_MAX;
-    for (Bytes &part : parts) {
-        if (part.length > left) part.length = left;
-        left -= part.length;
+    void put(const void *bytes, uint32_t count) {
+        if (count > sizeof buffer_ - used_) flush();
+        if (count > sizeof buffer_) {
+            fwrite(bytes, 1, count, file_);
+            return;
+        }
+        memcpy(buffer_ + used_, bytes, count);
+        used_ += count;
     }
-    write_length(file, UINT16_MAX - left);
-    for (const Bytes &part : parts) fwrite(part.data, 1, part.length, file);
-}
+
+    void put_length(uint32_t length) {
+        const uint8_t bytes[] = {static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8)};
+        put(bytes, sizeof bytes);
+    }
+
+    // An entry is its length and then its parts, of which the last, the data, gives way when the
+    // length would not fit 16 bits.
+    template <size_t N> void put_entry(Bytes (&&parts)[N]) {
+        uint32_t left = UINT16_MAX;
+        for (Bytes &part : parts) {
+            if (part.length > left) part.length = left;
+            left -= part.length;
+        }
+        put_length(UINT16_MAX - left);
+        for (const Bytes &part : parts) put(part.data, part.length);
+    }
+
+private:
+    void flush() {
+        fwrite(buffer_, 1, used_, file_);
+        used_ = 0;
+    }
+
+    FILE *file_;
+    uint32_t used_ = 0;
+    uint8_t buffer_[512];
+};
 
 // A walk over the records of a store, which may be null.
 template <typename Visit> void each_record(DTInfo *store, Visit visit) {
@@ -63,11 +91,12 @@ void run_callback(const DTFault *fault) {
     DTPrint_Show(DTString_SFormat("end callback [%s]\n", fault->name), 0);
 }
 
-void DTFault_SaveLog(const DTFault *fault, const DTLogger *logger, const char *word, FILE *file) {
+void DTFault_SaveLog(const DTFault *fault, const DTLogger *logger, const char *word, Output *out) {
     if (!logger) return;
     const Bytes section = {word, static_cast<uint32_t>(strlen(word))};
+    const Bytes name = name_of(fault);
     each_record(logger->info, [=](Bytes, Bytes data) {
-        write_entry(file, {section, {" ", 1}, name_of(fault), {" ", 1}, data});
+        out->put_entry({section, {" ", 1}, name, {" ", 1}, data});
     });
 }
 
@@ -84,7 +113,7 @@ struct Registry {
     const DTFault *faults[DTFAULT_MAX] = {};
 };
 
-void save_values(FILE *file) {
+void save_values(Output *out) {
     const Registry registry;
     each_record(g_DTFault_Info, [&](Bytes key, Bytes data) {
         const uint8_t *bytes = static_cast<const uint8_t *>(key.data);
@@ -92,17 +121,18 @@ void save_values(FILE *file) {
         if (!fault) return;
         const Bytes name = name_of(fault);
         const uint8_t named = static_cast<uint8_t>(name.length + 1);
-        write_entry(file, {{&named, 1}, {bytes, 1}, name, data});
+        out->put_entry({{&named, 1}, {bytes, 1}, name, data});
     });
 }
 
 void save(FILE *file, int32_t count) {
-    each_fault(count, [=](const DTFault *fault) {
-        DTFault_SaveLog(fault, fault->init_logger, "log", file);
-        DTFault_SaveLog(fault, fault->run_logger, "run", file);
+    Output out(file);
+    each_fault(count, [&](const DTFault *fault) {
+        DTFault_SaveLog(fault, fault->init_logger, "log", &out);
+        DTFault_SaveLog(fault, fault->run_logger, "run", &out);
     });
-    write_length(file, 0); // ends the logs
-    save_values(file);
+    out.put_length(0); // ends the logs
+    save_values(&out);
 }
 
 void pass() {
