@@ -1,0 +1,111 @@
+// A fault's counter, and the fault log file.
+#include "bench/bench.h"
+#include "bench/inputs.h"
+
+#include <dt/fault.h>
+#include <fcntl.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+using namespace bench;
+
+constexpr size_t counter_record = 3 + 2 + 8;
+
+// Both append 8 bytes under a 2-byte key to a full store of the fault store's size.
+class DtCounter {
+public:
+    DtCounter() : fault_(DTFault_Regist("counter", nullptr)) {
+        DTInfo_SetTrace(0);
+        for (size_t i = 0; i < DTFAULT_STORE_SIZE / counter_record + 1000; ++i) (*this)();
+    }
+
+    void begin() { DTInfo_SetTrace(0); }
+    void operator()() { DTFault_SetCounter(fault_, 7, ++value_); }
+
+    std::string kept() { return std::to_string(g_DTFault_Info->free_size < counter_record); }
+
+private:
+    DTFault *fault_;
+    uint32_t value_ = 0;
+};
+
+class DtAppend8 {
+public:
+    DtAppend8() : store_(DTInfo_New(DTFAULT_STORE_SIZE)) {
+        DTInfo_SetTrace(0);
+        for (size_t i = 0; i < DTFAULT_STORE_SIZE / counter_record + 1000; ++i) (*this)();
+    }
+    DtAppend8(const DtAppend8 &) = delete;
+    ~DtAppend8() { DTInfo_Release(store_); }
+
+    void begin() { DTInfo_SetTrace(0); }
+    void operator()() {
+        const uint32_t data[] = {7, ++value_};
+        DTInfo_Append(store_, "\3", 2, data, sizeof data);
+    }
+
+    std::string kept() { return std::to_string(store_->free_size < counter_record); }
+
+private:
+    DTInfo *store_;
+    uint32_t value_ = 0;
+};
+
+// 100,000 entries: the stamps and texts of a quarter as many lines in each of the faults' run logs.
+class DtFaultLog {
+public:
+    DtFaultLog() {
+        DTInfo_SetTrace(0);
+        for (int i = 0; i < log_faults; ++i) {
+            DTFault *fault = DTFault_Regist("pump", nullptr);
+            for (int line = 0; line < log_entries / log_faults / 2; ++line)
+                DTFault_SetRunLog(fault, 1, 0, line_of_40);
+        }
+    }
+
+    // The pass drops the fault store, which others still need.
+    void operator()() {
+        DTInfo *store = std::exchange(g_DTFault_Info, nullptr);
+        DTFault_Start();
+        g_DTFault_Info = store;
+    }
+
+    std::string kept() {
+        (*this)();
+        return file_content(fault_log_path());
+    }
+};
+
+// The same bytes, in one write.
+class LimitFaultLog {
+public:
+    LimitFaultLog() : bytes_(file_content(fault_log_path())) {}
+
+    void operator()() {
+        const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        use(write(fd, bytes_.data(), bytes_.size()));
+        close(fd);
+    }
+
+    std::string kept() {
+        (*this)();
+        const std::string content = file_content(path);
+        unlink(path);
+        return content;
+    }
+
+private:
+    static constexpr const char *path = "/dev/shm/dt-bench-limit.log";
+    std::string bytes_;
+};
+
+const Family fault([] {
+    contend<DtCounter>("fault counter", libdt);
+    contend<DtAppend8>("fault counter", "append of 8 bytes");
+    contend<DtFaultLog>("fault log file", libdt);
+    contend<LimitFaultLog>("fault log file", limit);
+});
+
+} // namespace

@@ -1,0 +1,186 @@
+// What the work is done on, the same for all contenders.
+#pragma once
+
+#include <array>
+#include <sstream>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+inline std::string with_size(const std::string &work, size_t size, const char *unit = "bytes") {
+    return work + ", " + std::to_string(size) + " " + unit;
+}
+
+// ---- stores ----
+
+constexpr size_t ring_size = 1 << 20;
+constexpr std::array<size_t, 4> value_sizes = {8, 32, 100, 1000};
+constexpr size_t walked_value = 32;
+constexpr size_t checked = 100; // records that are compared, the newest
+
+// Records with a 2-byte key and a value of a size of its own, no two alike.
+class Source {
+public:
+    explicit Source(size_t value_size) : value_(value_size, 'v') {}
+
+    void restart() { number_ = 0; }
+    void next() {
+        ++number_;
+        key_[1] = static_cast<uint8_t>(number_ & 1 ? 'a' : 'b');
+        memcpy(value_.data(), &number_, sizeof number_);
+    }
+    const uint8_t *key() const { return key_; }
+    const uint8_t *value() const { return value_.data(); }
+    uint16_t size() const { return static_cast<uint16_t>(value_.size()); }
+
+    static constexpr uint8_t key_size = 2;
+
+private:
+    uint32_t number_ = 0;
+    uint8_t key_[key_size] = {'k', 'a'};
+    std::vector<uint8_t> value_;
+};
+
+// The newest records, as one text.
+inline std::string newest(const std::vector<std::string> &records) {
+    std::string all;
+    const size_t count = records.size() < checked ? records.size() : checked;
+    for (size_t i = records.size() - count; i < records.size(); ++i) all += records[i];
+    return all;
+}
+
+// What a walk finds: how many records, and a byte of each.
+struct Walked {
+    uint64_t records = 0;
+    uint64_t bytes = 0;
+
+    void add(const uint8_t *value, size_t size) {
+        ++records;
+        bytes += size + value[0];
+    }
+    std::string text() const { return std::to_string(records) + " " + std::to_string(bytes); }
+};
+
+// Records in a full ring, by the layout of the record store.
+constexpr size_t walked_records = ring_size / (3 + Source::key_size + walked_value);
+
+// ---- lines of text ----
+
+inline const char *const line_of_40 = "pump 3: pressure 4.2 bar, 1480 rpm, on..";
+
+// ---- lists ----
+
+constexpr std::array<size_t, 3> list_lengths = {10, 100, 1000};
+
+// ---- hash tables ----
+
+constexpr size_t hash_entries = 1000;
+constexpr uint32_t hash_buckets = 1009;
+constexpr std::array<size_t, 3> key_sizes = {4, 16, 40};
+
+template <size_t N> using Key = std::array<uint8_t, N>;
+
+// Different keys, and the same for all contenders; the i-th has the value i.
+template <size_t N> std::vector<Key<N>> hash_keys() {
+    std::vector<Key<N>> keys(hash_entries);
+    uint32_t state = 1;
+    for (Key<N> &key : keys)
+        for (uint8_t &byte : key)
+            byte = static_cast<uint8_t>((state = state * 1664525 + 1013904223) >> 24);
+    return keys;
+}
+
+inline uint32_t cheap_hash(const void *key) {
+    uint32_t word;
+    memcpy(&word, key, sizeof word);
+    return word;
+}
+
+// ---- tables ----
+
+struct TableSize {
+    int rows, columns;
+
+    std::string text() const { return std::to_string(rows) + " x " + std::to_string(columns); }
+    size_t cells() const { return static_cast<size_t>(rows) * static_cast<size_t>(columns); }
+};
+
+constexpr std::array<TableSize, 3> table_sizes = {{{20, 5}, {1000, 10}, {10000, 10}}};
+
+enum class Cell { text, int32, real, int64, wide };
+
+inline Cell cell_type(int column) { return static_cast<Cell>(column % 5); }
+inline int32_t cell_number(int row, int column) { return row * 37 % 1000 + column; }
+inline double cell_real(int row, int column) { return cell_number(row, column) / 8.0; }
+inline std::string cell_text(int row, int column) {
+    return "item-" + std::to_string(row % 100 + column);
+}
+inline const char *cell_format(Cell type) {
+    switch (type) {
+    case Cell::text:
+        return "%s";
+    case Cell::int32:
+        return "%d";
+    case Cell::real:
+        return "%.2f";
+    case Cell::int64:
+        return "%lld";
+    default:
+        return "%6d";
+    }
+}
+
+inline size_t format_number(char *out, size_t size, int row, int column) {
+    const int32_t number = cell_number(row, column);
+    switch (cell_type(column)) {
+    case Cell::real:
+        return static_cast<size_t>(snprintf(out, size, "%.2f", cell_real(row, column)));
+    case Cell::int64:
+        return static_cast<size_t>(snprintf(out, size, "%lld", static_cast<long long>(number)));
+    case Cell::wide:
+        return static_cast<size_t>(snprintf(out, size, "%6d", number));
+    default:
+        return static_cast<size_t>(snprintf(out, size, "%d", number));
+    }
+}
+
+// What a rendering says, whatever its rules, blanks and footer.
+inline std::string words_of(const std::string &rendering) {
+    std::istringstream in(rendering.substr(0, rendering.find("total count")));
+    std::string word, all;
+    while (in >> word)
+        if (word.find_first_not_of('-') != std::string::npos) all += word + " ";
+    return all;
+}
+
+// ---- collection ----
+
+constexpr size_t payload_size = 1020; // of a full message: 60 frames of an int
+constexpr size_t header_size = 12;
+constexpr size_t message_size = header_size + payload_size;
+constexpr int frames_of_a_message = 60;
+constexpr size_t answer_size = 4;
+
+// The payload of a full message, and its values the next ones.
+inline void write_message(uint8_t *to, uint32_t *value) {
+    for (int i = 0; i < frames_of_a_message; ++i, to += 17) {
+        const uint32_t words[] = {3, 2, 12, ++*value};
+        *to = 0x81;
+        memcpy(to + 1, words, sizeof words);
+    }
+}
+
+// ---- the fault log file ----
+
+constexpr int log_faults = 4;
+constexpr int log_entries = 100000;
+
+// Where the library's fault log file goes instead of the root directory; on tmpfs.
+const char *fault_log_path();
+std::string file_content(const char *path);
+
+} // namespace bench
