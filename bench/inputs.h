@@ -22,27 +22,28 @@ constexpr std::array<size_t, 4> value_sizes = {8, 32, 100, 1000};
 constexpr size_t walked_value = 32;
 constexpr size_t checked = 100; // records that are compared, the newest
 
-// Records with a 2-byte key and a value of a size of its own, no two alike.
+// Records with a 2-byte key and a value of a given size, in turn. Nothing is written in between: a
+// copy that waits for it would take longer than the copy.
 class Source {
 public:
-    explicit Source(size_t value_size) : value_(value_size, 'v') {}
+    explicit Source(size_t value_size) : size_(value_size), values_(different * value_size) {
+        for (size_t i = 0; i < values_.size(); ++i) values_[i] = static_cast<uint8_t>(i * 31 >> 3);
+    }
 
     void restart() { number_ = 0; }
-    void next() {
-        ++number_;
-        key_[1] = static_cast<uint8_t>(number_ & 1 ? 'a' : 'b');
-        memcpy(value_.data(), &number_, sizeof number_);
-    }
-    const uint8_t *key() const { return key_; }
-    const uint8_t *value() const { return value_.data(); }
-    uint16_t size() const { return static_cast<uint16_t>(value_.size()); }
+    void next() { number_ = (number_ + 1) % different; }
+    const char *key() const { return number_ % 2 == 0 ? "ka" : "kb"; }
+    const uint8_t *value() const { return values_.data() + number_ * size_; }
+    uint16_t size() const { return static_cast<uint16_t>(size_); }
 
     static constexpr uint8_t key_size = 2;
 
 private:
-    uint32_t number_ = 0;
-    uint8_t key_[key_size] = {'k', 'a'};
-    std::vector<uint8_t> value_;
+    static constexpr size_t different = 16;
+
+    size_t size_;
+    size_t number_ = 0;
+    std::vector<uint8_t> values_;
 };
 
 // The newest records, as one text.

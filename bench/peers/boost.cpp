@@ -19,7 +19,7 @@ public:
     void operator()() {
         source_.next();
         std::string &oldest = records_.front();
-        oldest.assign(reinterpret_cast<const char *>(source_.key()), Source::key_size);
+        oldest.assign(source_.key(), Source::key_size);
         oldest.append(reinterpret_cast<const char *>(source_.value()), source_.size());
         records_.rotate(records_.begin() + 1);
     }

@@ -12,14 +12,9 @@ using namespace bench;
 
 class Ring {
 public:
-    Ring(size_t value_size, uint32_t flags) : source_(value_size) {
-        static int rings = 0;
-        const std::string name =
-            "dt-bench-" + std::to_string(getpid()) + "-" + std::to_string(++rings);
-        ring_ = qb_rb_open(name.c_str(), ring_size,
-                           flags | QB_RB_FLAG_CREATE | QB_RB_FLAG_OVERWRITE, 0);
-        if (!ring_) throw std::runtime_error("no ring of libqb");
-        for (size_t i = 0; i < 2 * ring_size / value_size; ++i) (*this)();
+    Ring(size_t value_size, uint32_t flags) : source_(value_size), flags_(flags) {
+        open();
+        fill();
     }
     Ring(const Ring &) = delete;
     ~Ring() { qb_rb_close(ring_); }
@@ -33,21 +28,39 @@ public:
         qb_rb_chunk_commit(ring_, size);
     }
 
-    // Reading takes the records out, so the ring is filled again.
+    // Reading takes the records out and does not go together with overwriting.
     std::string kept() {
+        qb_rb_close(ring_);
+        open();
         source_.restart();
         for (size_t i = 0; i < checked; ++i) (*this)();
         std::vector<std::string> records;
-        std::string chunk(70000, '\0');
+        std::string chunk(2 * ring_size, '\0');
         ssize_t size;
         while ((size = qb_rb_chunk_read(ring_, chunk.data(), chunk.size(), 0)) > 0)
             records.push_back(chunk.substr(0, static_cast<size_t>(size)));
-        for (size_t i = 0; i < 2 * ring_size / source_.size(); ++i) (*this)();
+        qb_rb_close(ring_);
+        open();
+        fill();
         return newest(records);
     }
 
 private:
+    void open() {
+        static int rings = 0;
+        const std::string name =
+            "dt-bench-" + std::to_string(getpid()) + "-" + std::to_string(++rings);
+        ring_ = qb_rb_open(name.c_str(), ring_size,
+                           flags_ | QB_RB_FLAG_CREATE | QB_RB_FLAG_OVERWRITE, 0);
+        if (!ring_) throw std::runtime_error("no ring of libqb");
+    }
+
+    void fill() {
+        for (size_t i = 0; i < 2 * ring_size / source_.size(); ++i) (*this)();
+    }
+
     Source source_;
+    uint32_t flags_;
     qb_ringbuffer_t *ring_;
 };
 
