@@ -52,6 +52,9 @@ public:
         return *this;
     }
 
+    // Where the next member goes.
+    uint8_t *end() const { return at_; }
+
 private:
     uint8_t *at_;
 };

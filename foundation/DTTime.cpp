@@ -1,5 +1,7 @@
 #include "foundation/DTTime.h"
 
+#include "base/text.h"
+
 #include <errno.h>
 #include <poll.h>
 #include <string.h>
@@ -34,27 +36,13 @@ const Token *token_at(const char *format) {
     return nullptr;
 }
 
-// As "%0*d" would, sign included in the width. A year may lie just beyond the range of an int.
-char *put_number(char *out, int64_t value, int digits) {
-    char reversed[12];
-    int length = 0;
-    uint32_t rest = static_cast<uint32_t>(value < 0 ? -value : value);
-    for (; rest != 0 || length == 0; rest /= 10)
-        reversed[length++] = static_cast<char>('0' + rest % 10);
-    const int sign = value < 0 ? 1 : 0;
-    while (length < digits - sign) reversed[length++] = '0';
-    if (sign) reversed[length++] = '-';
-    while (length > 0) *out++ = reversed[--length];
-    return out;
-}
-
 // Those of a year before 1900 have no sign either.
 int last_two_digits(int value) { return (value % 100 + 100) % 100; }
 
 char *put_token(char *out, const Token &token, const tm &local) {
     const int value = local.*token.value;
     const int64_t shown = token.two_digits ? last_two_digits(value) : int64_t{value} + token.offset;
-    return put_number(out, shown, token.digits);
+    return dt::put_number(out, shown, token.digits);
 }
 
 void write(char *to, const char *format, const tm &local) {

@@ -1,6 +1,7 @@
 #include "records/DTInfo.h"
 
 #include "base/bytes.h"
+#include "base/text.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -53,7 +54,7 @@ uint32_t rounded_up(uint32_t size) { return (size + block_unit - 1) / block_unit
 
 // The one reader of records. False where no whole record lies: a position that a walk kept while
 // records were erased may point anywhere.
-bool read_record(const DTInfo *store, uint32_t at, Record *record) {
+[[gnu::always_inline]] inline bool read_record(const DTInfo *store, uint32_t at, Record *record) {
     if (at >= block_size(store)) return false;
     const uint8_t *start = block(store) + at;
     const uint32_t rest = block_size(store) - at;
@@ -64,12 +65,13 @@ bool read_record(const DTInfo *store, uint32_t at, Record *record) {
     return record->size() <= rest;
 }
 
-// The one writer of records: all but the value, or with it.
-dt::ByteWriter write_frame(DTInfo *store, const Bytes &key, uint32_t value_len) {
+// The one writer of records: all but the value, whose place is returned.
+uint8_t *write_frame(const DTInfo *store, Bytes key, uint32_t value_len) {
     dt::ByteWriter to(block(store) + store->free_addr);
     return to.put(static_cast<uint8_t>(key.length))
         .put_key(key.data, key.length)
-        .put(static_cast<uint16_t>(value_len));
+        .put(static_cast<uint16_t>(value_len))
+        .end();
 }
 
 void advance(DTInfo *store, uint32_t size) {
@@ -81,10 +83,17 @@ void dump(const DTInfo *store) {
     if (l_trace) DTLogger_Dump(store);
 }
 
+// Every append to a full store reports its size: printf would cost more than the append.
+void trace_size(uint32_t needed) {
+    char text[16] = "size ";
+    const char *end = dt::put_number(text + 5, static_cast<int32_t>(needed), 1);
+    fwrite(text, 1, static_cast<size_t>(end - text), stdout);
+}
+
 // 1: the room is there, 2: there is more of it than before.
 int progress(const DTInfo *store, uint32_t needed) { return needed <= store->free_size ? 1 : 2; }
 
-int grow(DTInfo *store, uint32_t needed, uint32_t growth) {
+[[gnu::noinline]] int grow(DTInfo *store, uint32_t needed, uint32_t growth) {
     dump(store);
     const uint32_t old_size = block_size(store);
     DTMem *grown =
@@ -151,7 +160,7 @@ int erase_oldest(DTInfo *store, uint32_t needed, Erased *erased) {
 
 // One step towards the room needed. 0: there is none, 1: it is there, 2: ask again.
 int DTInfo_FreeSize_(DTInfo *store, uint32_t needed, Erased *erased) {
-    if (l_trace) printf("size %d", static_cast<int>(needed));
+    if (l_trace) trace_size(needed);
     if (needed <= store->free_size) return 1;
     if (store->max_size == 0) return grow(store, needed, doubling(store, needed));
     if (needed > store->max_size) return 0;
@@ -175,28 +184,28 @@ bool is_sound(const DTInfo *store) {
            store->free_size <= block_size(store) - store->free_addr;
 }
 
-// Room for a record, and its frame written; false with nothing written. The write position stays,
-// and so many bytes of the value are for the caller to write.
-bool begin_record(DTInfo *store, const Bytes &key, uint32_t value_len, uint32_t written,
-                  dt::ByteWriter *value) {
+// Room for a record, and its frame written: the place of its value, or null with nothing written.
+// The write position stays; so many bytes of the value are for the caller to write.
+uint8_t *begin_record(DTInfo *store, Bytes key, uint32_t value_len, uint32_t written) {
     const bool fits = key.length <= DTINFO_MAX_KEY && value_len <= DTINFO_MAX_VALUE;
-    if (!is_sound(store) || !fits || !key.usable()) return false;
+    if (!is_sound(store) || !fits || !key.usable()) return nullptr;
     const uint32_t frame = frame_size + key.length;
-    if (!make_room(store, frame + value_len, frame + written)) return false;
-    *value = write_frame(store, key, value_len);
-    return true;
+    if (!make_room(store, frame + value_len, frame + written)) return nullptr;
+    return write_frame(store, key, value_len);
 }
 
-// Appends a record whose value comes in two parts. Its size, or 0.
-uint32_t append(DTInfo *store, const Bytes &key, const Bytes &part1, const Bytes &part2) {
-    dt::ByteWriter value(nullptr);
-    const uint32_t value_len = part1.length + part2.length;
-    if (!part1.usable() || !part2.usable()) return 0;
-    if (!begin_record(store, key, value_len, value_len, &value)) return 0;
-    value.put(part1.data, part1.length).put(part2.data, part2.length);
-    const uint32_t size = frame_size + key.length + value_len;
+void put(uint8_t *to, Bytes bytes) {
+    if (bytes.length != 0) memcpy(to, bytes.data, bytes.length);
+}
+
+// The size of the record appended, or -1.
+int32_t append(DTInfo *store, Bytes key, Bytes value) {
+    uint8_t *to = value.usable() ? begin_record(store, key, value.length, value.length) : nullptr;
+    if (!to) return -1;
+    put(to, value);
+    const uint32_t size = frame_size + key.length + value.length;
     advance(store, size);
-    return size;
+    return static_cast<int32_t>(size);
 }
 
 // Moves a walk's position to where its next record lies; false at the end of the walk. The oldest
@@ -217,14 +226,14 @@ bool settle(const DTInfo *store, uint32_t *pos) {
 }
 
 // Compares bytes, not keys: a filter longer than the key goes on behind it.
-bool key_begins_with(const DTInfo *store, const uint8_t *key, const Bytes &filter) {
+bool key_begins_with(const DTInfo *store, const uint8_t *key, Bytes filter) {
     if (filter.length == 0) return true;
     const size_t rest = static_cast<size_t>(block(store) + block_size(store) - key);
     return filter.length <= rest && *key == *static_cast<const uint8_t *>(filter.data) &&
            memcmp(key, filter.data, filter.length) == 0;
 }
 
-bool next_record(const DTInfo *store, const Bytes &filter, uint32_t *pos, Record *record) {
+bool next_record(const DTInfo *store, Bytes filter, uint32_t *pos, Record *record) {
     while (settle(store, pos) && read_record(store, *pos, record)) {
         *pos += record->size();
         if (key_begins_with(store, record->key, filter)) return true;
@@ -311,30 +320,34 @@ int DTInfo_GetFlag(const DTInfo *store, uint32_t id) {
 int32_t DTInfo_Append(DTInfo *store, const void *key, uint8_t key_len, const void *value,
                       uint16_t value_len) {
     if (!store) return -1;
-    if (store->ignore) return 0;
-    const uint32_t size = append(store, {key, key_len}, {value, value_len}, {nullptr, 0});
-    return size != 0 ? static_cast<int32_t>(size) : -1;
+    return store->ignore ? 0 : append(store, {key, key_len}, {value, value_len});
 }
 
 int32_t DTInfo_Append2Message(DTInfo *store, const void *key, uint8_t key_len, const void *part1,
                               uint16_t len1, const void *part2, uint16_t len2) {
     if (!store) return 0;
-    return store->ignore || append(store, {key, key_len}, {part1, len1}, {part2, len2}) != 0;
+    if (store->ignore) return 1;
+    const Bytes first = {part1, len1}, second = {part2, len2};
+    if (!first.usable() || !second.usable()) return 0;
+    const uint32_t length = first.length + second.length;
+    uint8_t *to = begin_record(store, {key, key_len}, length, length);
+    if (!to) return 0;
+    put(to, first);
+    put(to + len1, second);
+    advance(store, frame_size + key_len + length);
+    return 1;
 }
 
 int32_t DTInfo_Write(DTInfo *store, const char *key, const char *value) {
     if (!store || !key || !value) return -1;
     if (store->ignore) return 0;
-    const Bytes whole = {value, text_length(value)};
-    const uint32_t size = append(store, {key, text_length(key)}, whole, {nullptr, 0});
-    return size != 0 ? static_cast<int32_t>(size) : -1;
+    return append(store, {key, text_length(key)}, {value, text_length(value)});
 }
 
 int32_t DTInfo_PackPre(DTInfo *store, const void *key, uint32_t key_len, uint32_t value_len) {
     if (!store || store->ignore) return 0;
     const Bytes name = {key, key_len == 0 && key ? text_length(key) : key_len};
-    dt::ByteWriter value(nullptr);
-    if (!begin_record(store, name, value_len, 0, &value)) return 0;
+    if (!begin_record(store, name, value_len, 0)) return 0;
     advance(store, frame_size + name.length);
     return 1;
 }
