@@ -47,8 +47,9 @@ public:
     ByteWriter &put_key(const void *bytes, size_t count) {
         if (count > 3) return put(bytes, count);
         const uint8_t *from = static_cast<const uint8_t *>(bytes);
-        if (count & 1) *at_++ = *from++;
-        if (count & 2) put(load<uint16_t>(from));
+        if (count > 0) *at_++ = from[0];
+        if (count > 1) *at_++ = from[1];
+        if (count > 2) *at_++ = from[2];
         return *this;
     }
 

@@ -41,12 +41,18 @@ void echo_as_asked(const DTLogger *logger, uint32_t level, const char *text) {
     if (wanted) echo(text, level != 0);
 }
 
+int32_t store(DTInfo *info, uint32_t level, const char *text) {
+    const size_t length = strnlen(text, DTINFO_MAX_VALUE + 1);
+    if (length > DTINFO_MAX_VALUE) return -1;
+    return DTInfo_Append(info, key_of(level), 1, text, static_cast<uint16_t>(length));
+}
+
 int32_t store_line(DTLogger *logger, uint32_t level, const char *pattern, const char *text) {
     if (!logger->info) logger->info = DTInfo_New(logger->info_size);
     char stamp[100];
     DTTime_Format(stamp, pattern, 0);
-    const int32_t stored = DTInfo_Write(logger->info, key_of(level), stamp);
-    return stored + DTInfo_Write(logger->info, key_of(level), text);
+    const int32_t stored = store(logger->info, level, stamp);
+    return stored + store(logger->info, level, text);
 }
 
 // Console and byte buffer take a length of 0 for something else.
