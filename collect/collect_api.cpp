@@ -8,7 +8,8 @@
 
 #include <string.h>
 
-CollectParam g_collect_param;
+// Weak: see platform/posix/vrk.cpp.
+[[gnu::weak]] CollectParam g_collect_param;
 
 namespace {
 

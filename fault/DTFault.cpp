@@ -6,9 +6,10 @@
 
 #include <string.h>
 
-DTList *g_DTFault_List;
-DTInfo *g_DTFault_Info;
-DTLogger *g_fcm_logger;
+// Weak: see platform/posix/vrk.cpp.
+[[gnu::weak]] DTList *g_DTFault_List;
+[[gnu::weak]] DTInfo *g_DTFault_Info;
+[[gnu::weak]] DTLogger *g_fcm_logger;
 
 namespace {
 

@@ -7,7 +7,8 @@
 #include "foundation/DTString.h"
 #include "foundation/DTTime.h"
 
-DTList *g_DTTimer_List;
+// Weak: see platform/posix/vrk.cpp.
+[[gnu::weak]] DTList *g_DTTimer_List;
 
 namespace {
 

@@ -13,16 +13,17 @@ constexpr size_t lead = alignof(max_align_t) - 4;
 
 } // namespace
 
-void *VRK_Malloc(size_t size) {
+// Weak, so that a program's own definition also replaces one of a static library.
+[[gnu::weak]] void *VRK_Malloc(size_t size) {
     if (size > SIZE_MAX - lead) return nullptr;
     char *start = static_cast<char *>(malloc(size + lead));
     // cppcheck-suppress memleak ; VRK_Free finds the start again
     return start ? start + lead : nullptr;
 }
 
-void VRK_Free(void *address) { free(static_cast<char *>(address) - lead); }
+[[gnu::weak]] void VRK_Free(void *address) { free(static_cast<char *>(address) - lead); }
 
-void VRK_RawPrint(const char *format, ...) {
+[[gnu::weak]] void VRK_RawPrint(const char *format, ...) {
     va_list args;
     va_start(args, format);
     vprintf(format, args);
@@ -30,9 +31,9 @@ void VRK_RawPrint(const char *format, ...) {
     fflush(stdout);
 }
 
-void VRK_Delay(uint32_t units) { usleep(units); }
+[[gnu::weak]] void VRK_Delay(uint32_t units) { usleep(units); }
 
-int TMB_snprintf(char *buffer, size_t size, const char *format, ...) {
+[[gnu::weak]] int TMB_snprintf(char *buffer, size_t size, const char *format, ...) {
     va_list args;
     va_start(args, format);
     const int length = vsnprintf(buffer, size, format, args);
