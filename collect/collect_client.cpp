@@ -128,11 +128,11 @@ int32_t CollectClient_Allow(const char *address) {
 }
 
 void CollectClient_SetTimeout(int32_t connect_ms, int32_t send_ms, int32_t acknowledgement_ms) {
-    connection_limit({connect_ms, send_ms, acknowledgement_ms});
+    dt::connection_limit({connect_ms, send_ms, acknowledgement_ms});
 }
 
 int32_t CollectClient_Start(const char *address, int32_t port) {
-    if (!connection_open(address, port)) {
+    if (!dt::connection_open(address, port)) {
         puts("connect error.");
         return 0;
     }
@@ -147,7 +147,7 @@ int32_t CollectClient_Start(const char *address, int32_t port) {
 void CollectClient_End(void) {
     if (!l_buffer) return;
     CollectClient_Flush(0);
-    connection_close();
+    dt::connection_close();
     DTMem_Free(COLLECT_OWNER_ID, l_buffer);
     l_buffer = nullptr;
     l_bufPos = 0;
@@ -181,11 +181,11 @@ int32_t CollectClient_Flush(int32_t sequence) {
     dt::store(l_buffer, length);
     dt::store(l_buffer + 8, number);
     l_bufPos = 0;
-    if (!connection_send(l_buffer, length)) {
+    if (!dt::connection_send(l_buffer, length)) {
         puts("send error.");
         return 0;
     }
-    if (!connection_receive_acknowledgement()) {
+    if (!dt::connection_receive_acknowledgement()) {
         puts("recv error.");
         return 0;
     }

@@ -6,13 +6,15 @@
 #include "foundation/DTString.h"
 #include "foundation/DTTime.h"
 
+namespace dt {
+
 namespace {
 
 void log_line(const char *line) { DTLogger_Write(g_collect_param.logger, 1, line); }
 
 } // namespace
 
-RunName::RunName(const CollectItem *item) { dt::copy_text(text, item->name); }
+RunName::RunName(const CollectItem *item) { copy_text(text, item->name); }
 
 bool run_open(const char *address, uint32_t port, int32_t sequence, uint8_t identity0,
               uint8_t identity1) {
@@ -38,3 +40,5 @@ void run_log(const RunName &name, const char *step) {
     DTTime_Format(time, "YY/MM/DD HH:MI:SS", 0);
     log_line(DTString_SFormat("%s [%s] %s\n", time, name.text, step));
 }
+
+} // namespace dt

@@ -6,6 +6,8 @@
 
 struct CollectItem;
 
+namespace dt {
+
 // A collector's name, which outlives a callback that releases its own collector.
 struct RunName {
     explicit RunName(const CollectItem *item);
@@ -22,5 +24,7 @@ bool run_flush();
 
 // Logs a step of a collector with the time.
 void run_log(const RunName &name, const char *step);
+
+} // namespace dt
 
 #endif

@@ -9,7 +9,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-using dt::Deadline;
+namespace dt {
 
 namespace {
 
@@ -31,7 +31,7 @@ bool has_connected() {
 
 // A connect that does not block, or that a signal interrupts, goes on by itself: wait for its end.
 bool connect_to(const sockaddr_in &server, const Deadline &deadline) {
-    if (connect(l_fd, dt::generic(&server), sizeof server) == 0) return true;
+    if (connect(l_fd, generic(&server), sizeof server) == 0) return true;
     if (errno != EINTR && errno != EINPROGRESS) return false;
     return deadline.wait(l_fd, POLLOUT) && has_connected();
 }
@@ -71,7 +71,7 @@ void connection_limit(const ConnectionLimits &limits) { _limits = limits; }
 bool connection_open(const char *address, int32_t port) {
     connection_close();
     if (!address) return false;
-    const sockaddr_in server = dt::endpoint(inet_addr(address), port);
+    const sockaddr_in server = endpoint(inet_addr(address), port);
     l_fd = socket(AF_INET, SOCK_STREAM, 0);
     if (l_fd >= 0 && connect_within(server, Deadline(_limits.connect))) {
         send_at_once();
@@ -108,3 +108,5 @@ bool connection_receive_acknowledgement() {
     });
     return received >= 0 || fail(deadline);
 }
+
+} // namespace dt

@@ -5,6 +5,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+namespace dt {
+
 // Milliseconds for each step; 0 or below: no limit. With one, a step that fails or comes to it ends
 // the connection.
 struct ConnectionLimits {
@@ -24,5 +26,7 @@ bool connection_send(const void *message, size_t size);
 
 // True also when the server closed the connection.
 bool connection_receive_acknowledgement();
+
+} // namespace dt
 
 #endif
