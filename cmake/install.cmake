@@ -1,5 +1,5 @@
 # What is installed, and where: the library, its headers, and what pkg-config and CMake find them by.
-# The components are those of the packages (see packages.cmake).
+# The components become packages (see packages.cmake); dt_development takes what names none.
 include(CMakePackageConfigHelpers)
 
 # The headers stand in the build tree as they will when installed.
@@ -9,8 +9,7 @@ function(dt_header source place)
     file(MAKE_DIRECTORY ${directory})
     file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR}/${source} ${link} SYMBOLIC)
     cmake_path(GET place PARENT_PATH room)
-    install(FILES ${source} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/dt/${room}
-            COMPONENT dt_development)
+    install(FILES ${source} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/dt/${room})
 endfunction()
 
 file(REMOVE_RECURSE ${CMAKE_CURRENT_BINARY_DIR}/include)
@@ -23,22 +22,21 @@ foreach(header IN LISTS DT_FRONT_DOORS)
 endforeach()
 
 install(TARGETS dt EXPORT dtTargets
-    LIBRARY COMPONENT dt_runtime NAMELINK_COMPONENT dt_development
-    ARCHIVE COMPONENT dt_development)
+        LIBRARY COMPONENT dt_runtime NAMELINK_COMPONENT dt_development)
 
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/dt)
 write_basic_package_version_file(dtConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES cmake/dtConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/dtConfigVersion.cmake
-        DESTINATION ${package} COMPONENT dt_development)
-install(EXPORT dtTargets NAMESPACE dt:: DESTINATION ${package} COMPONENT dt_development)
+        DESTINATION ${package})
+install(EXPORT dtTargets NAMESPACE dt:: DESTINATION ${package})
 
 # dt.pc finds its prefix from its own place; a directory given as an absolute path stays one.
-file(RELATIVE_PATH DT_PREFIX_FROM_PC
-     ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+set(DT_PREFIX_FROM_PC ${CMAKE_INSTALL_PREFIX})
+cmake_path(RELATIVE_PATH DT_PREFIX_FROM_PC
+           BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 foreach(directory LIBDIR INCLUDEDIR)
     set(DT_PC_${directory} "\${prefix}")
     cmake_path(APPEND DT_PC_${directory} ${CMAKE_INSTALL_${directory}})
 endforeach()
 configure_file(cmake/dt.pc.in dt.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/dt.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
-        COMPONENT dt_development)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/dt.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
