@@ -12,11 +12,13 @@ libc_asked_for() {
     readelf -V "$1" | grep -o 'GLIBC_[0-9.]*' | sort -uV | tail -n 1 | cut -d_ -f2
 }
 
-# Unpacks the library's packages into a root of their own, left in $target.
+# Unpacks the library's packages into a root of their own: $target, with the libraries in $libdir.
 install_into_root() {
     local architecture=$1 package
     target=$work/$architecture
+    libdir=$target/usr/lib/$(dpkg-architecture -a"$architecture" -qDEB_HOST_MULTIARCH 2>/dev/null)
     for package in libdt1 libdt-dev; do
+        [ ! -e "$libdir/libdt.so" ] || fail "libdt.so is in libdt1: it belongs to libdt-dev"
         dpkg-deb -x "$packages/${package}_${version}_$architecture.deb" "$target"
     done
 }
@@ -41,7 +43,6 @@ quietly lintian --fail-on error "$packages"/*.deb
 for architecture in "$native" armel; do
     say "$architecture"
     install_into_root "$architecture"
-    libdir=$target/usr/lib/$(dpkg-architecture -a"$architecture" -qDEB_HOST_MULTIARCH 2>/dev/null)
     check_dependencies "$architecture" "$libdir/libdt.so.1"
     if [ "$architecture" = armel ]; then
         programs_by_pkg_config "$libdir" arm-linux-gnueabi- qemu-arm -L /usr/arm-linux-gnueabi
