@@ -19,12 +19,15 @@ check_layout() {
     [ -z "$file" ] || fail "these know where they were made: $file"
 }
 
-# A static libdt keeps out of a program's names, and brings it no C++ runtime.
+# A static libdt leaves a program its names, lets it replace what it may, and brings no C++ runtime.
 check_static() {
     local names
     names=$(nm -g --defined-only "$1/lib/libdt.a" | awk 'NF == 3 { print $3 }' | sort -u |
         grep -vxF -f "$root/cmake/exports.txt" | grep -v '^_ZN*K*2dt' || true)
     [ -z "$names" ] || fail "libdt.a defines $names"
+    names=$(nm -g --defined-only "$1/lib/libdt.a" | awk '$2 ~ /[TBDR]/ { print $3 }' |
+        grep -xF -f "$root/cmake/replaceable.txt" || true)
+    [ -z "$names" ] || fail "libdt.a lets no program replace $names"
     names=$(readelf -d "$work/find/c11" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
     [ "$names" = libc.so.6 ] || fail "a C program with libdt.a needs $names"
 }
