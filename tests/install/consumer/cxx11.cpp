@@ -11,7 +11,8 @@ int main() {
     uint32_t serial = 0;
     uint16_t pressure = 0;
     std::string unit(5, ' ');
-    if (DTBuffer_UNPackN("IH4s", record, static_cast<uint32_t>(size), &serial, &pressure, &unit[0]) != 3)
+    if (DTBuffer_UNPackN("IH4s", record, static_cast<uint32_t>(size), &serial, &pressure,
+                         &unit[0]) != 3)
         return 1;
     if (serial != 4711 || pressure != 1850 || std::strcmp(unit.c_str(), "bar") != 0) return 2;
 
