@@ -38,6 +38,8 @@ check_dependencies() {
 say "lintian"
 [ "$(dpkg-parsechangelog -l "$root/cmake/debian/changelog" -S Version)" = "$version" ] ||
     fail "cmake/debian/changelog is of another version"
+[ "$(sed -n 's/^## //p' "$root/CHANGELOG.md" | head -n 1)" = "$version" ] ||
+    fail "CHANGELOG.md is of another version"
 quietly lintian --fail-on error "$packages"/*.deb
 
 for architecture in "$native" armel; do
