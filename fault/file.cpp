@@ -63,7 +63,7 @@ private:
 
     FILE *file_;
     uint32_t used_ = 0;
-    uint8_t buffer_[512];
+    uint8_t buffer_[512] = {};
 };
 
 // A walk over the records of a store, which may be null.
