@@ -5,16 +5,23 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+} // namespace CLI
 
 namespace dtctl {
 
 void add_collect(CLI::App &app);
 void add_selftest(CLI::App &app);
+void add_decode(CLI::App &app);
 void add_fcm(CLI::App &app);
 void add_config(CLI::App &app);
 
-// Adds --json and --csv; without them the format stays as it is. format must outlive the command.
-void add_format_options(CLI::App &command, Format &format);
+// Adds --json, --csv and --output; without them output stays as it is. Returns --csv, which
+// excludes
+// --json. output must outlive the command.
+CLI::Option *add_output_options(CLI::App &command, OutputOptions &output);
+
+// Adds --times for commands that print runs.
+void add_times_option(CLI::App &command, OutputOptions &output);
 
 } // namespace dtctl

@@ -62,8 +62,9 @@ void add_config(CLI::App &app) {
     command.add_flag("--echo-default", options->echo_default,
                      "Answer with the device's default where nothing is set");
     command.callback([options] { run(*options); });
-    command.footer(std::string("Example:\n  dtctl config devices.ini\n\n") + behaviour_help +
-                   "\n\n" + exit_help);
+    command.footer(std::string("Examples:\n  dtctl config devices.ini\n"
+                               "  dtctl config lab.toml --bind 127.0.0.1 --echo-default\n\n") +
+                   behaviour_help + "\n\n" + exit_help);
 }
 
 } // namespace dtctl

@@ -22,15 +22,21 @@ std::string encoded_value(const Value &value) {
 
 void CsvPrinter::on_opening(const dt::decode::Opening &opening) {
     Printer::on_opening(opening);
-    put("identity,collector,index,section,key,type,encoding,value\n");
+    if (!headed_ && !time().empty()) put("time,");
+    if (!headed_) put("identity,collector,index,section,key,type,encoding,value\n");
+    headed_ = true;
+}
+
+std::string CsvPrinter::begin() const {
+    return time().empty() ? identity() : time() + ',' + identity();
 }
 
 void CsvPrinter::on_selftest(const dt::decode::SelfTest &test) {
-    put(fmt::format("{},{},,,,{},,\n", identity(), csv_field(escape(test.name)), selftest_type));
+    put(fmt::format("{},{},,,,{},,\n", begin(), csv_field(escape(test.name)), selftest_type));
 }
 
 void CsvPrinter::on_value(const Value &value) {
-    put(fmt::format("{},{},{},{},{},{},{}\n", identity(),
+    put(fmt::format("{},{},{},{},{},{},{}\n", begin(),
                     csv_field(escape(value.collector.value_or(""))), value.index, value.section,
                     value.key, type_name(value.kind), encoded_value(value)));
 }

@@ -10,6 +10,11 @@ public:
     void on_opening(const dt::decode::Opening &opening) override;
     void on_selftest(const dt::decode::SelfTest &test) override;
     void on_value(const dt::decode::Value &value) override;
+
+private:
+    std::string begin() const;
+
+    bool headed_ = false;
 };
 
 } // namespace dtctl

@@ -30,8 +30,8 @@ public:
     void on_line(const LogLine &line) override {
         if (!lines_) put(heading("log", "time", "text"));
         lines_ = true;
-        put(row(type_of(line), line.fault, line.time.value_or("(no time)"),
-                line.text ? escape(*line.text) : "(no text)"));
+        put(row(type_of(line), line.fault, line.time ? *line.time : weak("(no time)          "),
+                line.text ? escape(*line.text) : weak("(no text)")));
     }
 
     void on_fault_value(const FaultValue &value) override {
@@ -42,8 +42,10 @@ public:
     }
 
 private:
-    static std::string heading(const char *type, const char *third, const char *last) {
-        return row(type, "fault", third, last);
+    std::string heading(const char *type, const char *third, const char *last) const {
+        std::string text = row(type, "fault", third, last);
+        text.pop_back();
+        return strong(text) + '\n';
     }
 
     static std::string row(const char *type, const std::string &fault, const std::string &third,

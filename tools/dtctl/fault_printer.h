@@ -15,6 +15,9 @@ extern const char *const fault_formats_help;
 class FaultPrinter : public dt::decode::FaultSink, public Output {
 public:
     using Output::Output;
+
+    // The file has ended; damage: what is wrong with it, null for a whole file.
+    virtual void end(const dt::decode::Damage *) {}
 };
 
 std::unique_ptr<FaultPrinter> make_fault_printer(Format format, std::FILE *out);

@@ -4,7 +4,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
 #include <memory>
 #include <string>
 
@@ -13,7 +12,7 @@ namespace {
 
 struct Options {
     std::string path;
-    Format format = Format::table;
+    OutputOptions output;
 };
 
 constexpr const char *exit_help =
@@ -22,7 +21,8 @@ written; 2 usage; 5 the file is damaged or stops short (all before that is shown
 the byte and the reason are told on standard error).)";
 
 void run(const Options &options) {
-    const auto printer = make_fault_printer(options.format, stdout);
+    const Stream out = open_output(options.output.path);
+    const auto printer = make_fault_printer(options.output.format, out.get());
     show_fault_log(options.path, *printer);
 }
 
@@ -35,9 +35,17 @@ void add_fcm(CLI::App &app) {
         .add_option("FILE", options->path, "The file, as the device wrote it; -: standard input")
         ->type_name("")
         ->required();
-    add_format_options(command, options->format);
+    auto *csv = add_output_options(command, options->output);
+    command
+        .add_flag_callback(
+            "--html", [options] { options->output.format = Format::html; },
+            "One page to look at, to search and to filter")
+        ->excludes(csv)
+        ->excludes("--json");
     command.callback([options] { run(*options); });
-    command.footer(std::string("Example:\n  dtctl fcm fcm.log --json > faults.jsonl\n\n") +
+    command.footer(std::string("Examples:\n  dtctl fcm fcm.log\n"
+                               "  dtctl fcm fcm.log --json --output faults.jsonl\n"
+                               "  dtctl fcm --html fcm.log > faults.html\n\n") +
                    fault_formats_help + "\n\n" + exit_help);
 }
 

@@ -30,15 +30,22 @@ void add_value(Object &object, const Value &value) {
 
 } // namespace
 
+Object JsonPrinter::begin() const {
+    Object object;
+    if (!time().empty()) object["time"] = time();
+    object["identity"] = identity();
+    return object;
+}
+
 void JsonPrinter::on_selftest(const dt::decode::SelfTest &test) {
-    Object object{{"identity", identity()}};
+    Object object = begin();
     add_collector(object, test.name);
     object["type"] = selftest_type;
     put(object.dump() + '\n');
 }
 
 void JsonPrinter::on_value(const Value &value) {
-    Object object{{"identity", identity()}};
+    Object object = begin();
     add_collector(object, value.collector);
     object["index"] = value.index;
     object["section"] = value.section;

@@ -2,6 +2,8 @@
 
 #include "dtctl/printer.h"
 
+#include <nlohmann/json_fwd.hpp>
+
 namespace dtctl {
 
 class JsonPrinter : public Printer {
@@ -9,6 +11,9 @@ public:
     using Printer::Printer;
     void on_selftest(const dt::decode::SelfTest &test) override;
     void on_value(const dt::decode::Value &value) override;
+
+private:
+    nlohmann::ordered_json begin() const;
 };
 
 } // namespace dtctl

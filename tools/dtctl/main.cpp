@@ -16,8 +16,26 @@ namespace {
 
 using dtctl::Exit;
 
+constexpr const char *footer = R"(Examples:
+  dtctl collect --device 192.168.1.20
+  dtctl selftest --device 192.168.1.20 --json
+  dtctl decode visit.pcap
+  dtctl fcm --html fcm.log > faults.html
+  dtctl config devices.ini
+
+dtctl COMMAND --help tells more.
+
+Exit status: 0 done; 1 a file cannot be read or the output not be written; 2 usage; 3 the
+device was silent for too long; 4 an address or port cannot be reached or is taken; 5 what
+was sent or read breaks its format or stops short.
+
+On a terminal headings are bold, unless NO_COLOR is set in the environment.)";
+
 // One line; nobody can be told when standard error fails.
-void complain(const std::string &text) { (void)std::fprintf(stderr, "dtctl: %s\n", text.c_str()); }
+void complain(const std::string &text) {
+    const std::string name = dtctl::shows_colours(stderr) ? dtctl::bold("dtctl:") : "dtctl:";
+    (void)std::fprintf(stderr, "%s %s\n", name.c_str(), text.c_str());
+}
 
 // One line, and how to learn more; help itself is no error.
 Exit report(const CLI::App &app, const CLI::ParseError &error) {
@@ -34,10 +52,11 @@ Exit run(int argc, char **argv) {
         "Talks with devices: collects their data, shows their fault logs, answers with settings.");
     app.name("dtctl");
     app.require_subcommand(1);
-    app.footer(
-        "Example:\n  dtctl collect --device 192.168.1.20\n\ndtctl COMMAND --help tells more.");
+    app.set_version_flag("--version", "dtctl " DTCTL_VERSION, "Print the version and exit");
+    app.footer(footer);
     dtctl::add_collect(app);
     dtctl::add_selftest(app);
+    dtctl::add_decode(app);
     dtctl::add_fcm(app);
     dtctl::add_config(app);
     try {

@@ -2,17 +2,38 @@
 #pragma once
 
 #include <cstdio>
+#include <memory>
+#include <string>
 #include <string_view>
 
 namespace dtctl {
 
-enum class Format { table, json, csv };
+enum class Format { table, json, csv, html };
+
+// What the user asked for.
+struct OutputOptions {
+    Format format = Format::table;
+    bool times = false; // say when each run began
+    std::string path;   // empty: standard output
+};
+
+using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE *)>;
+
+// Opens, and empties, the file that the results go to. Throws Failure.
+Stream open_output(const std::string &path);
+
+// Whether colours are welcome: on a terminal, unless NO_COLOR is set or it knows none.
+bool shows_colours(std::FILE *out);
+
+// The text in bold letters, or in faint ones.
+std::string bold(std::string_view text);
+std::string faint(std::string_view text);
 
 // A stream whose errors are kept until it is flushed.
 class Output {
 public:
     // out must outlive the output and is not closed by it.
-    explicit Output(std::FILE *out) : out_(out) {}
+    explicit Output(std::FILE *out) : out_(out), colours_(shows_colours(out)) {}
 
     void put(std::string_view text);
 
@@ -20,8 +41,18 @@ public:
     // message when the reader went away, as `head` does.
     void flush();
 
+protected:
+    // A text that stands out, or back, where colours are welcome.
+    std::string strong(std::string_view text) const {
+        return colours_ ? bold(text) : std::string(text);
+    }
+    std::string weak(std::string_view text) const {
+        return colours_ ? faint(text) : std::string(text);
+    }
+
 private:
     std::FILE *out_;
+    bool colours_;
     int error_ = 0;
 };
 

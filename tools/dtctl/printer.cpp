@@ -5,6 +5,9 @@
 #include "dtctl/table_printer.h"
 #include "dtctl/text.h"
 
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
 namespace dtctl {
 
 const char *const formats_help =
@@ -21,21 +24,28 @@ line of type "selftest" for each collector before its results.
          it), "text" for a string in UTF-8, "hex" for any other string and for buffers
   --csv  a heading and one record a value, quoted where RFC 4180 asks for it; encoding is
          decimal, text or hex (buffers, and strings that are not UTF-8 or hold control
-         characters other than tabs and line breaks); collector names escaped as in the table)";
+         characters other than tabs and line breaks); collector names escaped as in the table
+
+--times adds the time at which the run began: in JSON as the first member, in CSV as the
+first column, as 2026-01-31T08:15:00Z. The heading of CSV is printed once, whatever follows.)";
+
+void Printer::start(std::time_t when) {
+    if (with_times_) time_ = fmt::format("{:%FT%TZ}", fmt::gmtime(when));
+}
 
 void Printer::on_opening(const dt::decode::Opening &opening) {
     identity_ =
         hex({reinterpret_cast<const char *>(opening.identity.data()), opening.identity.size()});
 }
 
-std::unique_ptr<Printer> make_printer(Format format, std::FILE *out) {
+std::unique_ptr<Printer> make_printer(Format format, std::FILE *out, bool with_times) {
     switch (format) {
     case Format::json:
-        return std::make_unique<JsonPrinter>(out);
+        return std::make_unique<JsonPrinter>(out, with_times);
     case Format::csv:
-        return std::make_unique<CsvPrinter>(out);
+        return std::make_unique<CsvPrinter>(out, with_times);
     default:
-        return std::make_unique<TablePrinter>(out);
+        return std::make_unique<TablePrinter>(out, with_times);
     }
 }
 

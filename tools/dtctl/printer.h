@@ -5,6 +5,7 @@
 #include "dtctl/output.h"
 
 #include <cstdio>
+#include <ctime>
 #include <memory>
 #include <string>
 
@@ -15,18 +16,26 @@ extern const char *const formats_help;
 
 class Printer : public dt::decode::Sink, public Output {
 public:
-    using Output::Output;
+    // with_times: whether each run says when it began.
+    Printer(std::FILE *out, bool with_times) : Output(out), with_times_(with_times) {}
+
+    // The run that follows began then.
+    void start(std::time_t when);
 
     void on_opening(const dt::decode::Opening &opening) override;
 
 protected:
     const std::string &identity() const { return identity_; } // four hex digits
 
+    const std::string &time() const { return time_; } // empty: not to be shown
+
 private:
+    bool with_times_;
     std::string identity_;
+    std::string time_;
 };
 
-std::unique_ptr<Printer> make_printer(Format format, std::FILE *out);
+std::unique_ptr<Printer> make_printer(Format format, std::FILE *out, bool with_times = false);
 
 // "int", "long", "string" or "buffer".
 const char *type_name(dt::decode::Kind kind);

@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <utility>
 
 namespace dtctl {
@@ -43,6 +44,7 @@ void Session::run() {
     // Copies of the command that are still under way must find nobody to talk to.
     listener = Fd();
     command = Fd();
+    printer_.start(std::time(nullptr));
     receive(connection);
 }
 

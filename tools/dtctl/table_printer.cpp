@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 namespace dtctl {
 namespace {
 
@@ -25,13 +27,16 @@ std::string value_text(const Value &value) {
 
 void TablePrinter::on_opening(const dt::decode::Opening &opening) {
     Printer::on_opening(opening);
-    put(fmt::format("device identity {}\n\n", identity()));
-    put(fmt::format("{:<19} {:>10} {:>10}  {:<8}  {}\n", "collector", "section", "key", "type",
-                    "value"));
+    if (std::exchange(again_, true)) put("\n");
+    put(fmt::format("device identity {}{}{}\n\n", identity(), time().empty() ? "" : ", ", time()));
+    put(strong(fmt::format("{:<19} {:>10} {:>10}  {:<8}  {}", "collector", "section", "key", "type",
+                           "value")) +
+        '\n');
 }
 
 void TablePrinter::on_selftest(const dt::decode::SelfTest &test) {
-    put(fmt::format("{:<19} {:>10} {:>10}  {}\n", escape(test.name), "", "", selftest_type));
+    put(strong(fmt::format("{:<19} {:>10} {:>10}  {}", escape(test.name), "", "", selftest_type)) +
+        '\n');
 }
 
 void TablePrinter::on_value(const Value &value) {
