@@ -52,12 +52,14 @@ void Streams::take(const Segment &segment, std::time_t when) {
     finish(segment.flow.reversed());
 }
 
-// A first segment may come twice, and its ports may have been used before.
+// A first segment may come again, even late, and its ports may have been used before.
 void Streams::begin(const Segment &segment, std::time_t when) {
     if (!segment.begins && !text_of(segment.payload).starts_with(signature)) return;
     const uint32_t first = segment.sequence + (segment.begins ? 1 : 0);
     const auto known = open_.find(segment.flow);
     if (known != open_.end() && known->second.first == first) return;
+    const auto ended = ended_.find(segment.flow);
+    if (ended != ended_.end() && ended->second == first) return;
     finish(segment.flow);
     Open open;
     open.collected.flow = segment.flow;
@@ -98,6 +100,7 @@ void Streams::finish(const Flow &flow) {
     if (node.empty()) return;
     Open &open = node.mapped();
     Collected &collected = open.collected;
+    ended_[flow] = open.first;
     collected.incomplete = !open.early.empty() || (open.end && *open.end > collected.bytes.size());
     if (collected.bytes.size() >= signature.size()) done_(collected);
 }

@@ -52,6 +52,7 @@ private:
 
     Done done_;
     Streamed open_;
+    std::map<Flow, uint32_t> ended_; // and its first sequence number
     uint64_t begun_ = 0;
 };
 
