@@ -26,7 +26,7 @@ void show_fault_log(const std::string &path, FaultPrinter &printer) {
         errno = error;
         if (count < 0) report_unreadable(path);
     }
-    printer.end(good ? nullptr : &*decoder.damage());
+    printer.end(path, good ? nullptr : &*decoder.damage());
     printer.flush();
     if (good) return;
     throw Failure(Exit::broken, fmt::format("{}: byte {}: {}", escape(path),

@@ -1,6 +1,7 @@
 #include "dtctl/fault_printer.h"
 
-#include "dtctl/json_text.h"
+#include "dtctl/fault_json.h"
+#include "dtctl/fault_page.h"
 
 #include <fmt/format.h>
 
@@ -9,19 +10,9 @@
 namespace dtctl {
 namespace {
 
-using dt::decode::FaultKind;
-using dt::decode::FaultLog;
 using dt::decode::FaultValue;
 using dt::decode::LogLine;
 using dt::decode::number_size;
-
-const char *type_of(const LogLine &line) { return line.log == FaultLog::init ? "init" : "run"; }
-
-const char *type_of(const FaultValue &value) {
-    constexpr const char *names[] = {"register",  "register64",   "register-data", "counter",
-                                     "counter64", "counter-data", "value"};
-    return names[static_cast<size_t>(value.kind)];
-}
 
 class FaultTable : public FaultPrinter {
 public:
@@ -68,37 +59,8 @@ class FaultJson : public FaultPrinter {
 public:
     using FaultPrinter::FaultPrinter;
 
-    void on_line(const LogLine &line) override {
-        Object object = begin(type_of(line), line.fault);
-        object["time"] = line.time ? Object(*line.time) : Object();
-        if (line.text) {
-            add_text(object, "text", "hex", *line.text);
-        } else {
-            object["text"] = nullptr;
-        }
-        put(object.dump() + '\n');
-    }
-
-    void on_fault_value(const FaultValue &value) override {
-        Object object = begin(type_of(value), value.fault);
-        object["id"] = value.id;
-        const size_t size = number_size(value.kind);
-        if (size == 0) {
-            object["hex"] = hex(value.data);
-        } else if (size == sizeof(uint32_t)) {
-            object["value"] = value.number;
-        } else {
-            object["value"] = std::to_string(value.number);
-        }
-        put(object.dump() + '\n');
-    }
-
-private:
-    static Object begin(const char *type, const std::string &fault) {
-        Object object{{"type", type}};
-        add_text(object, "fault", "fault_hex", fault);
-        return object;
-    }
+    void on_line(const LogLine &line) override { put(object_of(line).dump() + '\n'); }
+    void on_fault_value(const FaultValue &value) override { put(object_of(value).dump() + '\n'); }
 };
 
 class FaultCsv : public FaultPrinter {
@@ -141,7 +103,10 @@ the device's log no longer holds is shown with what is left of it.
          (64-bit ones as decimal text, so that no reader rounds them) or "hex" for data
   --csv  a heading and one record a line or value, quoted where RFC 4180 asks for it; encoding is
          decimal, text or hex (data, and texts that are not UTF-8 or hold control characters
-         other than tabs and line breaks), empty for a missing text; names escaped as above)";
+         other than tabs and line breaks), empty for a missing text; names escaped as above
+  --html one page with a timeline, the lines, and the values with their courses, to search and
+         to filter in any browser; all in one file, nothing is fetched. The fault log file does
+         not hold the levels of the lines, so it tells the logs apart, not the levels)";
 
 std::unique_ptr<FaultPrinter> make_fault_printer(Format format, std::FILE *out) {
     switch (format) {
@@ -149,6 +114,8 @@ std::unique_ptr<FaultPrinter> make_fault_printer(Format format, std::FILE *out) 
         return std::make_unique<FaultJson>(out);
     case Format::csv:
         return std::make_unique<FaultCsv>(out);
+    case Format::html:
+        return std::make_unique<FaultPage>(out);
     default:
         return std::make_unique<FaultTable>(out);
     }

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <string>
 
 namespace dtctl {
 
@@ -17,7 +18,7 @@ public:
     using Output::Output;
 
     // The file has ended; damage: what is wrong with it, null for a whole file.
-    virtual void end(const dt::decode::Damage *) {}
+    virtual void end(const std::string & /*path*/, const dt::decode::Damage * /*damage*/) {}
 };
 
 std::unique_ptr<FaultPrinter> make_fault_printer(Format format, std::FILE *out);
