@@ -6,9 +6,9 @@
 --                 Folders, Personal Lua Plugins.
 --
 -- Commands (UDP port 9099) and settings (8998, 8999) are known by their ports, a collection by the
--- command before it or by its opening message. For a collection whose beginning was not captured
--- choose "Decode As", DT collection. Where segments arrive out of order, switch on the TCP preference
--- "Reassemble out-of-order segments".
+-- command before it or by its opening message. For a collection whose beginning was not captured, or
+-- whose port Wireshark gives to another protocol, choose "Decode As", DT collection. Where segments
+-- arrive out of order, switch on the TCP preference "Reassemble out-of-order segments".
 --
 -- Filters begin with dt_command, dt_collect and dt_config; what breaks the format is an expert
 -- information: dt_command.malformed, dt_collect.malformed, dt_config.malformed.
