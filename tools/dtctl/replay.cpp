@@ -60,27 +60,28 @@ private:
     std::optional<std::string> trouble_; // the last
 };
 
+void take_frame(const Frame &frame, Streams &streams) {
+    if (!is_known_link(frame.link)) {
+        throw Failure(Exit::broken,
+                      fmt::format("frames of link type {}, which dtctl does not know", frame.link));
+    }
+    if (const auto segment = segment_of(frame.link, frame.bytes))
+        streams.take(*segment, frame.time);
+}
+
 } // namespace
 
 void replay(const std::string &path, Printer &printer) {
     Replay replay(printer);
     Streams streams([&](const Collected &collected) { replay.take(collected); });
     try {
-        read_capture(path, [&](const Frame &frame) {
-            if (!is_known_link(frame.link)) {
-                throw Failure(Exit::broken, fmt::format("{}: frames of link type {}, which dtctl "
-                                                        "does not know",
-                                                        escape(path), frame.link));
-            }
-            if (const auto segment = segment_of(frame.link, frame.bytes))
-                streams.take(*segment, frame.time);
-        });
-        streams.end();
+        read_capture(path, [&](const Frame &frame) { take_frame(frame, streams); });
     } catch (const Failure &failure) {
         if (failure.code() != Exit::broken) throw;
         streams.end();
         replay.complain(failure.what());
     }
+    streams.end();
     replay.end(path);
 }
 
