@@ -43,7 +43,10 @@ Exit report(const CLI::App &app, const CLI::ParseError &error) {
         app.exit(error);
         return Exit::success;
     }
-    complain(dtctl::escape(error.what()) + " (see dtctl --help)");
+    const auto unknown = app.remaining();
+    const bool no_command = app.get_subcommands().empty() && !unknown.empty();
+    complain(dtctl::escape(no_command ? "there is no command '" + unknown[0] + "'" : error.what()) +
+             " (see dtctl --help)");
     return Exit::usage;
 }
 

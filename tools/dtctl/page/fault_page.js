@@ -153,9 +153,9 @@ function drawTimeline(chosen) {
   const times = timed.map((line) => line.seconds);
   const first = times.reduce((a, b) => Math.min(a, b), Infinity);
   const last = times.reduce((a, b) => Math.max(a, b), -Infinity);
-  const margin = Math.max((last - first) * 0.02, 1);
+  const margin = Math.max((last - first) * 0.03, 1);
   const place = (seconds) => (1000 * (seconds - first + margin)) / (last - first + 2 * margin);
-  const { step, ticks } = ticksOf(first - margin, last + margin);
+  const { step, ticks } = ticksOf(first, last);
   const lanes = names.map((name) => [name, timed.filter((line) => line.fault === name)]);
   at('.lanes').replaceChildren(...lanes.filter(([, own]) => own.length > 0).map(([fault, own]) => element('div', { class: 'lane' },
     element('span', { title: fault }, fault),

@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Help is whole, and every wrong call ends with one line and its status: usage.sh DTCTL VERSION
+set -u
+dtctl=$1
+failed=0
+
+# Ends with a status; standard error is one line that holds a text.
+refuses() {
+    local status=$1 text=$2 said
+    shift 2
+    said=$("$dtctl" "$@" 2>&1 >/dev/null)
+    [ $? = "$status" ] && [[ $said == "dtctl: "*"$text"* ]] && [ "$(wc -l <<<"$said")" = 1 ] && return
+    echo "dtctl $*: $said"
+    failed=1
+}
+
+for command in "" collect selftest decode fcm config; do
+    # shellcheck disable=SC2086
+    help=$("$dtctl" $command --help) && [[ $help == *Examples:*"Exit status:"* ]] && continue
+    echo "dtctl $command --help lacks something"
+    failed=1
+done
+[ "$("$dtctl" --version)" = "dtctl $2" ] || { echo "no version $2" && failed=1; }
+
+refuses 2 "subcommand"
+refuses 2 "'colect'" colect --device 127.0.0.1
+refuses 2 "--device" collect
+refuses 2 "not a number" collect --device 127.0.0.1 --watch nan
+refuses 2 "excludes" fcm --html --json /dev/null
+refuses 1 "cannot read /nowhere" fcm /nowhere
+refuses 1 "cannot write /nowhere/x" fcm /dev/null --output /nowhere/x
+refuses 4 "no IPv4 address" collect --device ...
+refuses 5 "end mark" fcm --html /dev/null
+exit $failed
