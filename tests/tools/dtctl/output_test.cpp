@@ -24,11 +24,16 @@ std::string shown_on_terminal() {
     const auto printer = dtctl::make_printer(dtctl::Format::table, terminal);
     printer->on_opening({1, {0xA1, 0x02}});
     printer->flush();
-    char text[1000];
-    const ssize_t size = ::read(master, text, sizeof(text));
+    std::string text; // comes line by line
+    char bytes[1000];
+    while (text.find("value") == text.npos) {
+        const ssize_t size = ::read(master, bytes, sizeof(bytes));
+        if (size <= 0) break;
+        text.append(bytes, static_cast<size_t>(size));
+    }
     std::fclose(terminal);
     ::close(master);
-    return {text, size > 0 ? static_cast<size_t>(size) : 0};
+    return text;
 }
 
 TEST(Output, ColoursOnATerminalOnlyAndNotWithNoColor) {
