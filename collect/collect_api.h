@@ -14,28 +14,30 @@
 extern "C" {
 #endif
 
-#define COLLECT_MAX_ITEMS 19
+#define COLLECT_MAX_ITEMS 19 /* collectors at a time */
 
 /* Collects: argument is the server's command, 0, 1 or 2. Tests: argument is 0. It may register
  * collectors, and release its own: the one that moves up is left out of this run.
  */
 typedef void (*CollectCallback)(uint32_t argument);
 
+/* A collector. */
 typedef struct CollectItem {
-    int32_t index; /* slot in the registry, the number sent with its values */
-    CollectCallback start_cb;
-    CollectCallback selftest_cb;
-    uint32_t section; /* sent with each value; 0: none */
-    char name[20];
+    int32_t index;               /* slot in the registry, the number sent with its values */
+    CollectCallback start_cb;    /* null: left out of collection runs */
+    CollectCallback selftest_cb; /* null: left out of self-test runs */
+    uint32_t section;            /* sent with each value; 0: none */
+    char name[20];               /* always terminated */
 } CollectItem;
 
+/* The registry of the process. */
 typedef struct CollectParam {
-    DTLogger *logger; /* the collection log; null until Collect_Init */
-    CollectItem *items[COLLECT_MAX_ITEMS + 1];
-    int32_t count;
+    DTLogger *logger;                          /* the collection log; null until Collect_Init */
+    CollectItem *items[COLLECT_MAX_ITEMS + 1]; /* the first count are in use */
+    int32_t count;                             /* collectors */
 } CollectParam;
 
-extern CollectParam g_collect_param;
+extern CollectParam g_collect_param; /* to be read alone */
 
 /* Registers a collector; each callback may be null. A name longer than 19 characters is cut; names
  * need not be unique. Null for no or an empty name, for a 20th collector, and without memory.

@@ -19,10 +19,11 @@
 extern "C" {
 #endif
 
-#define COLLECT_COMMAND_PORT 9099
-#define COLLECT_OWNER_ID 100 /* of the message buffer and of collectors, see DTMem.h */
-#define COLLECT_MAX_ALLOWED 16
+#define COLLECT_COMMAND_PORT 9099 /* UDP, on the device */
+#define COLLECT_OWNER_ID 100      /* of the message buffer and of collectors, see DTMem.h */
+#define COLLECT_MAX_ALLOWED 16    /* senders, see CollectClient_Allow */
 
+/* Message types. */
 #define COLLECT_MESSAGE_OPENING 0u
 #define COLLECT_MESSAGE_DIRECTORY 1u
 #define COLLECT_MESSAGE_DATA 2u
@@ -92,20 +93,18 @@ void CollectClient_AppendString(const char *text);
  */
 int32_t CollectClient_Flush(int32_t sequence);
 
-/* Add a value frame to the payload, sending it first when there is too little room. Without a
- * buffer they do nothing; the results are then 0.
+/* Add a number's frame to the payload, sending the payload first when there is too little room.
+ * CollectClient_CollectInt returns 17, the frame's size, and 0 without a buffer.
  *
  * index, section, key  the collector's number, its open section (0: none), the caller's number.
  */
-
-/* Returns 17, the frame's size. */
 int32_t CollectClient_CollectInt(uint32_t index, uint32_t section, uint32_t key, uint32_t value);
-
 void CollectClient_CollectLong(uint32_t index, uint32_t section, uint32_t key, uint64_t value);
 
-/* Take as much of a text or of bytes as the message holds and return the number of bytes taken;
- * call again with the rest, which goes into the next message. A length of 0 means the text's
- * length, and no frame at all for a buffer; below 0 and for null nothing is taken.
+/* Add a frame, likewise, with as much of a text or of bytes as the message holds, and return the
+ * number of bytes taken; call again with the rest, which goes into the next message. A length of 0
+ * means the text's length, and no frame at all for a buffer; below 0, for null and without a buffer
+ * nothing is taken.
  */
 int32_t CollectClient_CollectString(uint32_t index, uint32_t section, uint32_t key,
                                     const char *text, int32_t length);

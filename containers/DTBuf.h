@@ -11,12 +11,13 @@
 extern "C" {
 #endif
 
+/* The buffer; to be read, and changed through the functions alone. */
 typedef struct DTBuf {
     uint32_t capacity; /* elements that the area holds */
     uint32_t step;     /* a new area's bytes are a multiple of this */
     uint32_t unit;     /* bytes per element */
     uint32_t length;   /* elements in use */
-    uint8_t *data;
+    uint8_t *data;     /* the area: capacity * unit bytes */
 } DTBuf;
 
 /* Returns an empty buffer with room for capacity elements of unit bytes. step is the growth step in

@@ -26,13 +26,14 @@ typedef uint32_t (*DTHashFunction)(const void *key, uint32_t key_size, uint32_t 
 /* Returns 0 for the entry looked for. It may change the value, but must not delete entries. */
 typedef int (*DTHashMatch)(const void *key, void *value, void *argument);
 
+/* The table; its fields are set once, when it is made. */
 typedef struct DTHash {
-    DTList **buckets; /* bucket_count lists of entry addresses; null: not used yet */
-    uint32_t bucket_count;
-    DTHashFunction hash;
-    uint32_t key_size;
-    uint32_t value_size;
-    uint32_t is_static; /* not 0: nothing is ever removed or released */
+    DTList **buckets;      /* bucket_count lists of entry addresses; null: not used yet */
+    uint32_t bucket_count; /* never changes */
+    DTHashFunction hash;   /* never null: DTMD5_Hash unless another was given */
+    uint32_t key_size;     /* bytes of every key */
+    uint32_t value_size;   /* bytes of every value */
+    uint32_t is_static;    /* not 0: nothing is ever removed or released */
 } DTHash;
 
 /* Returns an empty table; is_static not 0 makes it static.

@@ -33,16 +33,18 @@ typedef struct DTListNode *DTListLink;
 typedef uintptr_t DTListValue;
 #endif
 
+/* One element. */
 typedef struct DTListNode {
-    DTListLink next;
-    DTListValue value;
+    DTListLink next;   /* null: the last */
+    DTListValue value; /* the caller's, never followed */
 } DTListNode;
 
+/* The list; walking from head by hand is allowed, changing is the functions' task. */
 typedef struct DTList {
-    int32_t length;
+    int32_t length;        /* elements */
     int32_t max_length;    /* bound of DTList_Push alone; 0: none, below 0: always reached */
     DTListFree free_value; /* not null: a dynamic list */
-    DTListLink head;
+    DTListLink head;       /* null: empty */
 } DTList;
 
 /* Returns an empty list, or null without memory. */

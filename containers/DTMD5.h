@@ -17,6 +17,7 @@ extern "C" {
 
 #define DTMD5_COUNTED_BYTES 40u /* input bytes beyond these have no effect */
 
+/* A context: the chaining words that inputs are mixed into. */
 typedef struct DTMD5 {
     uint32_t counters[2]; /* set to 0 by DTMD5_Init and not used otherwise */
     uint32_t chain[4];    /* A, B, C, D */

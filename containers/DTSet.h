@@ -11,6 +11,7 @@
 extern "C" {
 #endif
 
+/* The set; its bits follow it. */
 typedef struct DTSet {
     uint32_t size; /* members are 0 to size - 1 */
     int32_t count; /* members present */

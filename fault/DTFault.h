@@ -18,22 +18,23 @@
 extern "C" {
 #endif
 
-#define DTFAULT_MAX 256          /* faults that can be told apart */
-#define DTFAULT_MAX_PACKED 292u  /* data bytes of an Ex record */
-#define DTFAULT_MAX_VALUE 65527u /* data bytes of a value record */
-#define DTFAULT_STORE_SIZE 10485760u
+#define DTFAULT_MAX 256              /* faults that can be told apart */
+#define DTFAULT_MAX_PACKED 292u      /* data bytes of an Ex record */
+#define DTFAULT_MAX_VALUE 65527u     /* data bytes of a value record */
+#define DTFAULT_STORE_SIZE 10485760u /* maximum of the fault store in bytes */
 
 /* Refreshes a fault's data before they are written to the fault log file. */
 typedef void (*DTFaultCallback)(void);
 
+/* A fault; it lives until the process ends. */
 typedef struct DTFault {
     DTFaultCallback callback; /* may be null */
     DTLogger *init_logger;    /* null when there was no memory for it */
-    DTLogger *run_logger;
-    uint32_t info;   /* the caller's word */
+    DTLogger *run_logger;     /* likewise */
+    uint32_t info;            /* the caller's word */
     uint32_t ignore; /* not 0: log lines are dropped; value records are written all the same */
     uint8_t index;   /* faults registered before this one; names it in every record */
-    char name[23];
+    char name[23];   /* always terminated */
 } DTFault;
 
 extern DTList *g_DTFault_List; /* the faults in order of registration; null before the first */

@@ -49,7 +49,7 @@ typedef struct DTMem {
     uint32_t size;      /* data bytes; every access is checked against it */
     uint32_t is_static; /* not 0: from the static pool, never freed and never grown */
 #ifndef __cplusplus
-    uint8_t data[]; /* C++ has no such members: use DTMem_Get */
+    uint8_t data[]; /* the bytes; C++ has no such members: use DTMem_Get */
 #endif
 } DTMem;
 

@@ -15,6 +15,7 @@
 extern "C" {
 #endif
 
+/* Text on its way to the console. */
 typedef struct DTPrint {
     char *buffer;     /* the caller's; no terminator is kept behind the text while it grows */
     int32_t capacity; /* bytes in buffer; at most capacity - 1 characters are held */

@@ -15,10 +15,8 @@
 extern "C" {
 #endif
 
-#define DTSOCK_BROADCAST "<BROADCAST>"
-
-/* Bytes that any address text needs, with its terminator. */
-#define DTSOCK_ADDRESS_SIZE 16
+#define DTSOCK_BROADCAST "<BROADCAST>" /* as an address: everybody on the local network */
+#define DTSOCK_ADDRESS_SIZE 16         /* bytes that any address text needs, with its terminator */
 
 /* Returns a new socket, bound to a local address ("0.0.0.0": all of them) and port; with a null
  * address, or a port of 0 or less, unbound: the system picks a port at the first send. -1 when

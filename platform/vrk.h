@@ -10,6 +10,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/* Lets the compiler check arguments against a format. */
 #if defined(__GNUC__)
 #define DT_PRINTF_LIKE(format_at, args_at) __attribute__((format(printf, format_at, args_at)))
 #else

@@ -4,12 +4,12 @@
  *   H h   2 bytes           shown in hex, in decimal, both with their sign
  *   I i   4 bytes           shown in hex, in decimal
  *   T     4 bytes           a time in seconds, shown as date and time; 0 shows the current time
- *   s S   count bytes       shown as text up to its first zero byte, as a hex dump; the count
- * stands before the letter: "12s"
+ *   s S   count bytes       shown as text up to its first zero byte, as a hex dump
  *
- * A count before another letter is ignored. Any other character makes no field and drops a count. A
- * count beyond 31 bits is held at the largest. Fields follow each other without gaps, in the host's
- * byte order. Layout: docs/formats.md, "Pack language".
+ * The count stands before the letter, "12s"; before any other letter it is ignored, and beyond 31
+ * bits it is held at the largest. Any other character makes no field and drops a count. Fields
+ * follow each other without gaps, in the host's byte order. Layout: docs/formats.md, "Pack
+ * language".
  */
 #ifndef DT_RECORDS_DTBUFFER_H
 #define DT_RECORDS_DTBUFFER_H

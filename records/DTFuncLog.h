@@ -22,17 +22,18 @@ extern "C" {
 
 /* One function. A null text counts as empty, and a null name is never found. */
 typedef struct DTFunc {
-    const char *name;
-    const char *fmt; /* what is recorded, without the time stamp; up to 97 characters are shown */
-    int32_t cnt;
+    const char *name; /* what the records are shown and selected by */
+    const char *fmt;  /* what is recorded, without the time stamp; up to 97 characters are shown */
+    int32_t cnt;      /* the application's number, shown in the table's list */
     const char *detail; /* shown right after the name */
 } DTFunc;
 
+/* The log of a table's functions. */
 typedef struct DTFuncLog {
     const DTFunc *funcs; /* the caller's, not copied */
-    int32_t func_count;
-    DTInfo *info;
-    uint32_t ignore; /* for the code that appends records; not read here */
+    int32_t func_count;  /* entries at funcs */
+    DTInfo *info;        /* the records, the log's own */
+    uint32_t ignore;     /* for the code that appends records; not read here */
 } DTFuncLog;
 
 /* Returns a log over func_count entries at funcs, which must outlive it, with a store of at most

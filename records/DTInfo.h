@@ -17,10 +17,11 @@ extern "C" {
 #endif
 
 #define DTINFO_FIRST 0xFFFFFFFFu /* a walk's position before its first record */
-#define DTINFO_FLAGS 2000u
-#define DTINFO_MAX_KEY 254u
-#define DTINFO_MAX_VALUE 65535u
+#define DTINFO_FLAGS 2000u       /* ids that have a flag */
+#define DTINFO_MAX_KEY 254u      /* bytes of a key */
+#define DTINFO_MAX_VALUE 65535u  /* bytes of a value */
 
+/* The store; only a caller of DTInfo_PackPre changes a field itself. */
 typedef struct DTInfo {
     DTMem *memory;     /* the ring's bytes */
     uint32_t max_size; /* the block grows to this many bytes; 0: without limit, nothing is erased */

@@ -25,19 +25,20 @@ extern "C" {
 #define DTLOGGER_STORE 0x40u     /* lines are stored */
 #define DTLOGGER_ECHO 0x80u      /* lines are echoed on the console */
 
-#define DTLOGGER_HEADERS 100
+#define DTLOGGER_HEADERS 100 /* texts that the header stack holds */
 
+/* The logger. The library keeps address, port, file name and headers for its user alone. */
 typedef struct DTLogger {
-    char file_name[500];
-    DTInfo *info; /* null until the first line is stored */
-    int32_t fd;   /* closed with the logger unless 0; the library opens none */
-    char udp_addr[20];
-    uint32_t udp_port;
-    uint32_t flags;
-    uint32_t ignore;
-    uint32_t info_size; /* maximum of the store when it is made */
-    char headers[DTLOGGER_HEADERS][50];
-    int32_t header_top; /* -1: no header */
+    char file_name[500]; /* DTLogger_SetFileName */
+    DTInfo *info;        /* null until the first line is stored */
+    int32_t fd;          /* closed with the logger unless 0; the library opens none */
+    char udp_addr[20];   /* DTLogger_SetUDP */
+    uint32_t udp_port;   /* DTLogger_SetUDP */
+    uint32_t flags;      /* option bits */
+    uint32_t ignore;     /* not 0: lines are dropped */
+    uint32_t info_size;  /* maximum of the store when it is made */
+    char headers[DTLOGGER_HEADERS][50]; /* DTLogger_Header */
+    int32_t header_top;                 /* -1: no header */
 } DTLogger;
 
 /* Returns a logger with these option bits, without a store and with a store maximum of 1 MiB, or

@@ -33,38 +33,43 @@ enum {
     DTTABLE_TEXT = 4    /* no total */
 };
 
-/* 4-byte aligned like every tracked block, on any platform layer. */
+/* A cell's value or a column's total; the column's type says which member holds it. 4-byte aligned
+ * like every tracked block, on any platform layer.
+ */
 #pragma pack(push, 4)
 typedef union DTTableValue {
-    double f64;
-    float f32;
-    int32_t i32;
-    int64_t i64;
+    double f64;  /* DTTABLE_DOUBLE */
+    float f32;   /* DTTABLE_FLOAT */
+    int32_t i32; /* DTTABLE_INT32 */
+    int64_t i64; /* DTTABLE_INT64 */
 } DTTableValue;
 #pragma pack(pop)
 
+/* The table; columns and rows belong to it. */
 typedef struct DTTable {
     char caption[100]; /* empty: none */
     DTList *columns;   /* of DTTableColumn, 0 where none is defined */
     DTList *rows;      /* of lists of DTTableCell, 0 where a row or a cell was never set */
 } DTTable;
 
+/* A column as DTTable_SetTitle defined it, and what the last sum made of it. */
 typedef struct DTTableColumn {
-    char title[100];
-    int32_t title_len;
-    int32_t type;
-    char align;
+    char title[100];    /* always terminated */
+    int32_t title_len;  /* characters in title */
+    int32_t type;       /* DTTABLE_DOUBLE to DTTABLE_TEXT */
+    char align;         /* 'L' 'l' left, 'R' 'r' right, else centred */
     char sum_text[100]; /* the total, formatted as the cells are; empty for text. No renderer shows
                            it, but the column is wide enough for it */
-    char format[20];
-    DTTableValue sum; /* the total, of the column's type */
-    int32_t width;    /* in characters: 2 more than the longest of title, cell texts and total */
+    char format[20];    /* of the cells and the total */
+    DTTableValue sum;   /* the total, of the column's type */
+    int32_t width;      /* in characters: 2 more than the longest of title, cell texts and total */
 } DTTableColumn;
 
+/* A cell that was set. */
 typedef struct DTTableCell {
-    char text[100];
-    int32_t text_len; /* characters in text, at most 99 */
-    DTTableValue value;
+    char text[100];     /* what is shown */
+    int32_t text_len;   /* characters in text, at most 99 */
+    DTTableValue value; /* unused in a text column */
 } DTTableCell;
 
 /* Returns an empty table, or null without memory. */

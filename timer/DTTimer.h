@@ -25,9 +25,10 @@ typedef struct DTTimer DTTimer;
  */
 typedef int32_t (*DTTimerCallback)(DTTimer *timer);
 
+/* A timer, for its callback to look at. */
 struct DTTimer {
     DTTimerCallback callback; /* null: never called and never shown */
-    uint32_t interval;
+    uint32_t interval;        /* milliseconds */
     uint32_t last;  /* when it was registered, then the start of the pass in which it last ran */
     int32_t status; /* 1: running, 0: stopped */
     int32_t times;  /* calls so far; behind 2,147,483,647 follows the lowest negative number */
