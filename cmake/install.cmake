@@ -40,3 +40,6 @@ foreach(directory LIBDIR INCLUDEDIR)
 endforeach()
 configure_file(cmake/dt.pc.in dt.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/dt.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The manual of dtctl is installed with dtctl.
+install(DIRECTORY man/man3 man/man7 DESTINATION ${CMAKE_INSTALL_MANDIR})
