@@ -38,9 +38,9 @@ void VRK_Free(void *address);
  */
 void VRK_RawPrint(const char *format, ...) DT_PRINTF_LIKE(1, 2);
 
-/* Pauses for the given number of the platform's units. libdt calls it with 1000 after every
- * hundredth log record shown, so that a slow console keeps up. The default's unit is the
- * microsecond: one millisecond per hundred records.
+/* Pauses for the given number of the platform's units. libdt calls it with 1000 after the first
+ * record of a log shown and every hundredth behind it, so that a slow console keeps up. The
+ * default's unit is the microsecond: one millisecond per hundred records.
  */
 void VRK_Delay(uint32_t units);
 
