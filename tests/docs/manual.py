@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""The manual agrees with the headers: manual.py LIBRARY
+"""The manual agrees with the headers and with dtctl: manual.py LIBRARY DTCTL
 
 Every exported name stands in the synopsis of exactly one page of section 3, as its header declares
 it, and in that page's list of names; no page names anything that is not there; every example
-compiles and links.
+compiles and links. dtctl(1) describes dtctl's commands, and each of their options.
 """
 
 import re
@@ -60,6 +60,26 @@ def compiles(code, library):
              f"-I{ROOT}", f"-I{ROOT}/include", source.name, library, "-o", "/dev/null"]).returncode == 0
 
 
+def help_of(*command):
+    return subprocess.run([*command, "--help"], check=True, capture_output=True, text=True).stdout
+
+
+def check_options(page, dtctl):
+    """What differs between dtctl(1) and what dtctl says of itself."""
+    parts = dict(re.findall(r"^\.Ss (.*)\n((?:(?!\.S[sh] ).*\n)*)", page, re.M))
+    common = set(re.findall(r"\.It Fl -([\w-]+)", parts["Options of collect, selftest, decode and fcm"]))
+    commands = re.findall(r"^  (\w+)", help_of(dtctl).partition("Subcommands:")[2].partition("\n\n")[0],
+                          re.M)
+    for command in {title[8:] for title in parts if title.startswith("Command ")} - set(commands):
+        yield f"dtctl.1: there is no command {command}"
+    for command in commands:
+        offered = set(re.findall(r"^  (?:-h,)?--([\w-]+)", help_of(dtctl, command), re.M)) - {"help"}
+        described = set(re.findall(r"Fl -([\w-]+)", parts.get(f"Command {command}", "")))
+        described |= common if command != "config" else set()
+        for option in sorted(offered ^ described):
+            yield f"dtctl.1: {command} --{option}"
+
+
 def main():
     library, declared, home, problems = sys.argv[1], declarations(), {}, []
     for path in sorted((ROOT / "man").glob("man?/*")):
@@ -81,6 +101,7 @@ def main():
             problems.append(f"{path.name}: no example")
         problems += [f"{path.name}: the example does not compile" for text in texts
                      if not compiles(text, library)]
+    problems += check_options((ROOT / "man/man1/dtctl.1").read_text(), sys.argv[2])
     problems += [f"no page for {name}" for name in sorted(EXPORTS - set(home))]
     sys.exit("\n".join(problems) or 0)
 
