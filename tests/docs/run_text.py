@@ -9,6 +9,7 @@
 """
 
 import re
+import signal
 import subprocess
 import sys
 from pathlib import Path
@@ -86,6 +87,7 @@ class Shell:
 
 def main():
     path = Path(sys.argv[1])
+    signal.alarm(1800) # a command that never ends ends all
     shell, ran = Shell(), 0
     for number, language, name, lines in blocks(path.read_text()):
         if language != "console":

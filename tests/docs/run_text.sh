@@ -22,5 +22,7 @@ git ls-files -coz --exclude-standard | xargs -0 cp -p --parents -t "$root$PWD"
 mount --bind build "$root$PWD/build" # what is built already need not be built again
 
 ip link set lo up
-env -i HOME=/root LC_ALL=C.UTF-8 PATH=/usr/local/bin:/usr/local/sbin:/usr/bin:/usr/sbin:/bin:/sbin \
-    chroot "$root" bash -c 'cd "$1" && exec python3 tests/docs/run_text.py "$2"' - "$PWD" "$1"
+# Processes of its own, so that none is left over.
+unshare -pf --kill-child env -i HOME=/root LC_ALL=C.UTF-8 \
+    PATH=/usr/local/bin:/usr/local/sbin:/usr/bin:/usr/sbin:/bin:/sbin chroot "$root" \
+    bash -c 'cd "$1" && exec python3 tests/docs/run_text.py "$2"' - "$PWD" "$1"
