@@ -41,5 +41,7 @@ endforeach()
 configure_file(cmake/dt.pc.in dt.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/dt.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# The manual of dtctl is installed with dtctl.
 install(DIRECTORY man/man3 man/man7 DESTINATION ${CMAKE_INSTALL_MANDIR})
+if(DT_BUILD_TOOLS)
+    install(FILES man/man1/dtctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dt_tools)
+endif()
