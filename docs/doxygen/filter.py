@@ -121,7 +121,8 @@ def header(text, path):
     name, title, parent = f"module_{path.stem}", path.stem, f"@ingroup {room}\n"
     if room == "platform":
         name, title, parent = room, FAMILIES[room], ""
-    out = [f"/** @file\nSee @ref {name}. */", f"/** @defgroup {name} {title}\n{parent}{intro}\n@{{ */"]
+    out = [f"/** @file\nSee @ref {name}. */",
+           f"/** @defgroup {name} {title}\n{parent}{intro}\n@{{ */"]
 
     rest = re.sub(r"^#(ifndef|define) DT_\w+_H\n", "", text[first.end():], flags=re.M)
     rest = re.sub(r"^(?=.*\S.*/\*)(?!\s*/\*)(.*?)/\* ", r"\1/**< ", rest, flags=re.M)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs a text's commands (run_text.py) as a reader would, from a fresh copy of the sources, in a root
-# directory whose /usr/local and home are empty: unshare -nm tests/docs/run_text.sh TEXT
+# Runs a text's commands (run_text.py) as a reader would, from a fresh copy of the sources, in a
+# root directory whose /usr/local and home are empty: unshare -nm tests/docs/run_text.sh TEXT
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 root=$(mktemp -d)
@@ -25,4 +25,4 @@ ip link set lo up
 # Processes of its own, so that none is left over.
 unshare -pf --kill-child env -i HOME=/root LC_ALL=C.UTF-8 \
     PATH=/usr/local/bin:/usr/local/sbin:/usr/bin:/usr/sbin:/bin:/sbin chroot "$root" \
-    bash -c 'cd "$1" && exec python3 tests/docs/run_text.py "$2"' - "$PWD" "$1"
+    sh -c 'cd "$1" && exec python3 tests/docs/run_text.py "$2"' - "$PWD" "$1"
