@@ -1,13 +1,10 @@
 // What every family of measured work builds on: contenders and their registration.
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <stdint.h>
 #include <string>
-#include <tuple>
 #include <vector>
 
 namespace bench {
@@ -34,10 +31,10 @@ class Contender {
 public:
     virtual ~Contender() = default;
     virtual void begin() = 0;
-    virtual void repeat(uint64_t calls) = 0;
-    virtual double seconds_of_a_call() = 0; // with prepare
-    virtual std::string kept() = 0;
     virtual bool prepares() const = 0;
+    virtual void prepare() = 0;
+    virtual void repeat(uint64_t calls) = 0; // without prepare
+    virtual std::string kept() = 0;
     virtual bool waits() const = 0;
     virtual size_t operations() const = 0;
 };
@@ -49,24 +46,18 @@ public:
     void begin() override {
         if constexpr (requires { work_.begin(); }) work_.begin();
     }
-    void repeat(uint64_t calls) override {
-        for (; calls > 0; --calls) {
-            if constexpr (requires { work_.prepare(); }) work_.prepare();
-            work_();
-        }
+    bool prepares() const override {
+        return requires(Work work) { work.prepare(); };
     }
-    double seconds_of_a_call() override {
+    void prepare() override {
         if constexpr (requires { work_.prepare(); }) work_.prepare();
-        const auto start = std::chrono::steady_clock::now();
-        work_();
-        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+    void repeat(uint64_t calls) override {
+        for (; calls > 0; --calls) work_();
     }
     std::string kept() override {
         begin();
         return work_.kept();
-    }
-    bool prepares() const override {
-        return requires(Work work) { work.prepare(); };
     }
     bool waits() const override {
         return requires { Work::waits; };

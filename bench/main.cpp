@@ -4,6 +4,7 @@
 #include "bench/report.h"
 
 #include <benchmark/benchmark.h>
+#include <chrono>
 #include <sched.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -51,17 +52,25 @@ bool make(Contenders &contenders, const char *part) {
     return true;
 }
 
+double seconds_of_a_call(Contender &contender) {
+    using std::chrono::steady_clock;
+    contender.prepare();
+    const auto start = steady_clock::now();
+    contender.repeat(1);
+    return std::chrono::duration<double>(steady_clock::now() - start).count();
+}
+
 // Calls at a time, so that counting them costs nothing.
 uint64_t batch_of(Contender &contender) {
     contender.begin();
-    const double seconds = contender.seconds_of_a_call();
+    const double seconds = seconds_of_a_call(contender);
     return seconds < 1e-6 ? 1000 : seconds < 1e-4 ? 10 : 1;
 }
 
 void time_calls(benchmark::State &state, Contender &contender, uint64_t batch) {
     contender.begin();
     if (contender.prepares()) {
-        for (auto unused : state) state.SetIterationTime(contender.seconds_of_a_call());
+        for (auto unused : state) state.SetIterationTime(seconds_of_a_call(contender));
         return;
     }
     while (state.KeepRunningBatch(static_cast<int64_t>(batch))) contender.repeat(batch);
