@@ -5,6 +5,7 @@
 #include <memory>
 #include <stdint.h>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace bench {
@@ -13,9 +14,12 @@ namespace bench {
 constexpr const char *libdt = "libdt";
 constexpr const char *limit = "limit";
 
-// Keeps the compiler from dropping work whose result nobody reads.
+// Keeps the compiler from dropping work whose result nobody reads, and from knowing it beforehand.
 template <typename T> inline void use(const T &value) {
-    asm volatile("" : : "r,m"(value) : "memory");
+    if constexpr (std::is_scalar_v<T>)
+        asm volatile("" : : "r"(value) : "memory");
+    else
+        asm volatile("" : : "r"(&value) : "memory");
 }
 
 // A contender is a class of its own. Its constructor brings it to the steady state, and
@@ -25,7 +29,7 @@ template <typename T> inline void use(const T &value) {
 //                              which must be the same for all who contend for that work;
 //   void begin()               optional: before each series of calls, outside the time;
 //   void prepare()             optional: before each call, outside the time;
-//   static constexpr waits     optional, true: the work waits for others, its time is the wall's;
+//   static constexpr threads   optional, true: threads of the contender's own do part of the work;
 //   size_t operations() const  optional: what one call counts for; 1 without it.
 class Contender {
 public:
@@ -35,7 +39,7 @@ public:
     virtual void prepare() = 0;
     virtual void repeat(uint64_t calls) = 0; // without prepare
     virtual std::string kept() = 0;
-    virtual bool waits() const = 0;
+    virtual bool has_threads() const = 0;
     virtual size_t operations() const = 0;
 };
 
@@ -59,8 +63,8 @@ public:
         begin();
         return work_.kept();
     }
-    bool waits() const override {
-        return requires { Work::waits; };
+    bool has_threads() const override {
+        return requires { Work::threads; };
     }
     size_t operations() const override {
         if constexpr (requires { work_.operations(); }) return work_.operations();

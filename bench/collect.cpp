@@ -26,7 +26,7 @@ void start(uint16_t port) {
 
 class DtRun {
 public:
-    static constexpr bool waits = true;
+    static constexpr bool threads = true;
 
     DtRun() = default;
     DtRun(const DtRun &) = delete;
@@ -57,7 +57,7 @@ private:
 
 class LimitRun {
 public:
-    static constexpr bool waits = true;
+    static constexpr bool threads = true;
 
     LimitRun() : fd_(connect_to(server_.port())) {}
     LimitRun(const LimitRun &) = delete;

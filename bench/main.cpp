@@ -81,7 +81,7 @@ void add_benchmark(const std::string &name, Contender &contender) {
     auto *added = benchmark::RegisterBenchmark(
         name.c_str(), [&contender, batch](auto &state) { time_calls(state, contender, batch); });
     if (contender.prepares()) added->UseManualTime()->Iterations(2000);
-    if (contender.waits()) added->UseRealTime();
+    if (contender.has_threads()) added->MeasureProcessCPUTime();
 }
 
 std::vector<char *> with_defaults(int argc, char **argv) {

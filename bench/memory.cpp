@@ -4,13 +4,15 @@
 #include <dt/foundation.h>
 #include <stdlib.h>
 
+#include <algorithm>
+#include <utility>
+
 namespace {
 
 using bench::use;
 
 constexpr uint32_t block_size = 64;
 constexpr uint32_t piece_size = 16;
-constexpr size_t pieces = 10000; // of a call
 
 struct Malloc {
     void operator()() {
@@ -31,52 +33,35 @@ struct DtMalloc {
 };
 
 // What malloc gave is freed outside the time: pieces of the pool are never given back.
-class MallocPieces {
+template <void *(&get)(), void (&give_back)(void *)> class Pieces {
 public:
     void prepare() {
-        for (void *piece : pieces_) free(piece);
-        pieces_.clear();
-        pieces_.reserve(pieces);
+        for (void *&piece : pieces_) give_back(std::exchange(piece, nullptr));
     }
     void operator()() {
-        for (size_t i = 0; i < pieces; ++i) pieces_.push_back(malloc(piece_size));
+        for (void *&piece : pieces_) piece = get();
     }
     std::string kept() {
         prepare();
         (*this)();
-        return std::to_string(pieces_.size());
+        return std::to_string(std::count(pieces_, pieces_ + count, nullptr));
     }
-    size_t operations() const { return pieces; }
+    size_t operations() const { return count; }
 
 private:
-    std::vector<void *> pieces_;
+    static constexpr size_t count = 1000; // of a call
+    void *pieces_[count] = {};
 };
 
-class DtPieces {
-public:
-    void prepare() {
-        pieces_.clear();
-        pieces_.reserve(pieces);
-    }
-    void operator()() {
-        for (size_t i = 0; i < pieces; ++i) pieces_.push_back(DTMem_Malloc_Static(7, piece_size));
-    }
-    std::string kept() {
-        prepare();
-        (*this)();
-        return std::to_string(pieces_.size());
-    }
-    size_t operations() const { return pieces; }
-
-private:
-    std::vector<void *> pieces_;
-};
+void *by_malloc() { return malloc(piece_size); }
+void *from_pool() { return DTMem_Malloc_Static(7, piece_size); }
+void nowhere(void *) {}
 
 const bench::Family memory([] {
     bench::contend<DtMalloc>("tracked allocation", bench::libdt);
     bench::contend<Malloc>("tracked allocation", "malloc");
-    bench::contend<DtPieces>("pool piece", bench::libdt);
-    bench::contend<MallocPieces>("pool piece", "malloc");
+    bench::contend<Pieces<from_pool, nowhere>>("pool piece", bench::libdt);
+    bench::contend<Pieces<by_malloc, free>>("pool piece", "malloc");
 });
 
 } // namespace

@@ -17,18 +17,14 @@ std::string format(const char *pattern, double a, double b = 0) {
     return text;
 }
 
-bool is_the_walls(const std::string &time_type) {
-    return time_type == "real_time" || time_type == "manual_time";
-}
-
 } // namespace
 
 void bench::Report::ReportRuns(const std::vector<Run> &runs) {
     for (const Run &run : runs) {
         if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
         const std::string name = run.run_name.function_name;
-        const double time = is_the_walls(run.run_name.time_type) ? run.GetAdjustedRealTime()
-                                                                 : run.GetAdjustedCPUTime();
+        const bool by_hand = run.run_name.time_type == "manual_time";
+        const double time = by_hand ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime();
         times_[name].push_back(time / static_cast<double>(operations_[name]));
     }
 }

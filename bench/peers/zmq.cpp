@@ -11,7 +11,7 @@ using namespace bench;
 
 class Request {
 public:
-    static constexpr bool waits = true;
+    static constexpr bool threads = true;
 
     Request() : context_(zmq_ctx_new()), server_(zmq_socket(context_, ZMQ_REP)) {
         zmq_bind(server_, "tcp://127.0.0.1:*");
