@@ -77,6 +77,7 @@ constexpr bench::Target targets[] = {
     {"fault log file", "spdlog", 0.4},
     {"time format", "limit", 2.0},
     {"time format", "strftime", 0.1},
+    {"time format, another time", "strftime", 0},
     {"hex dump of 1 KiB", "limit", 2.0},
     {"hex dump of 1 KiB", "snprintf", 0.1},
 };
