@@ -3,6 +3,7 @@
 
 #include <dt/foundation.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 #include <utility>
@@ -11,25 +12,34 @@ namespace {
 
 using bench::use;
 
+constexpr uint32_t owner = 7;
 constexpr uint32_t block_size = 64;
 constexpr uint32_t piece_size = 16;
 
 struct Malloc {
-    void operator()() {
-        void *block = malloc(block_size);
-        use(block);
-        free(block);
-    }
-    std::string kept() { return ""; }
+    static void *take() { return malloc(block_size); }
+    static void give(void *block) { free(block); }
 };
 
 struct DtMalloc {
+    static void *take() { return DTMem_Malloc(owner, block_size); }
+    static void give(void *block) { DTMem_Free(owner, block); }
+};
+
+template <class Memory> class Block {
+public:
     void operator()() {
-        void *block = DTMem_Malloc(7, block_size);
+        void *block = Memory::take();
         use(block);
-        DTMem_Free(7, block);
+        Memory::give(block);
     }
-    std::string kept() { return ""; }
+    std::string kept() {
+        char *block = static_cast<char *>(Memory::take());
+        memset(block, 'x', block_size);
+        const std::string content(block, block_size);
+        Memory::give(block);
+        return content;
+    }
 };
 
 // What malloc gave is freed outside the time: pieces of the pool are never given back.
@@ -54,12 +64,12 @@ private:
 };
 
 void *by_malloc() { return malloc(piece_size); }
-void *from_pool() { return DTMem_Malloc_Static(7, piece_size); }
+void *from_pool() { return DTMem_Malloc_Static(owner, piece_size); }
 void nowhere(void *) {}
 
 const bench::Family memory([] {
-    bench::contend<DtMalloc>("tracked allocation", bench::libdt);
-    bench::contend<Malloc>("tracked allocation", "malloc");
+    bench::contend<Block<DtMalloc>>("tracked allocation", bench::libdt);
+    bench::contend<Block<Malloc>>("tracked allocation", "malloc");
     bench::contend<Pieces<from_pool, nowhere>>("pool piece", bench::libdt);
     bench::contend<Pieces<by_malloc, free>>("pool piece", "malloc");
 });

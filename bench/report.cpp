@@ -48,7 +48,7 @@ std::string bench::Report::ratio(const std::string &work, const std::string &who
     if (most == 0) return format("%.2f", times);
     const bool met = times <= most;
     ++(met ? met_ : missed_);
-    return format(met ? "%.2f (≤ %.2f)" : "**%.2f** (≤ %.2f)", times, most);
+    return format(met ? "%.2f (max %.2f)" : "**%.2f** (max %.2f)", times, most);
 }
 
 void bench::Report::print_row(const std::string &work) {
@@ -62,7 +62,7 @@ void bench::Report::print_row(const std::string &work) {
         else
             to_peers += (to_peers.empty() ? "" : ", ") + std::string(target->who) + " " + times;
     }
-    fprintf(out_, "| %-32s | %11s | %-16s | %s |\n", work.c_str(),
+    fprintf(out_, "| %-32s | %11s | %-19s | %s |\n", work.c_str(),
             format("%.1f", median(work, libdt)).c_str(), to_limit.c_str(), to_peers.c_str());
 }
 
@@ -73,7 +73,7 @@ void bench::Report::print_counts() const {
 }
 
 void bench::Report::Finalize() {
-    fprintf(out_, "| %-32s | %11s | %-16s | %s |\n", "work", "libdt, ns", "to the limit",
+    fprintf(out_, "| %-32s | %11s | %-19s | %s |\n", "work", "libdt, ns", "to the limit",
             "to peers");
     fprintf(out_, "|---|--:|---|---|\n");
     std::set<std::string> printed;
