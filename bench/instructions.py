@@ -34,17 +34,12 @@ def run(program, folder):
 
 
 def counts(folder):
-    found, empty = {}, 0
+    found = {}
     for dump in sorted(folder.glob('dump.*'), key=lambda path: int(path.suffix[1:])):
         text = dump.read_text()
         name = DUMP.search(text)
-        if not name:
-            continue
-        total = int(TOTAL.search(text).group(1))
-        if name.group(2) == 'nothing':
-            empty = total
-        else:
-            found[name.group(2)] = (total - empty) / int(name.group(1))
+        if name:
+            found[name.group(2)] = int(TOTAL.search(text).group(1)) / int(name.group(1))
     return found
 
 
