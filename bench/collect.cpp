@@ -14,7 +14,9 @@ using namespace bench;
 constexpr int checked_messages = 3;
 
 void put_message(uint32_t *value) {
-    for (int i = 0; i < frames_of_a_message; ++i) CollectClient_CollectInt(3, 2, 12, ++*value);
+    const FrameHeader header;
+    for (int i = 0; i < frames_of_a_message; ++i)
+        CollectClient_CollectInt(header.index, header.section, header.key, ++*value);
 }
 
 void start(uint16_t port) {

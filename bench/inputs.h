@@ -135,17 +135,17 @@ inline const char *cell_format(Cell type) {
     }
 }
 
-inline size_t format_number(char *out, size_t size, int row, int column) {
-    const int32_t number = cell_number(row, column);
-    switch (cell_type(column)) {
+inline size_t format_number(char *out, size_t size, Cell type, double number) {
+    const int32_t whole = static_cast<int32_t>(number);
+    switch (type) {
     case Cell::real:
-        return static_cast<size_t>(snprintf(out, size, "%.2f", cell_real(row, column)));
+        return static_cast<size_t>(snprintf(out, size, "%.2f", number));
     case Cell::int64:
-        return static_cast<size_t>(snprintf(out, size, "%lld", static_cast<long long>(number)));
+        return static_cast<size_t>(snprintf(out, size, "%lld", static_cast<long long>(whole)));
     case Cell::wide:
-        return static_cast<size_t>(snprintf(out, size, "%6d", number));
+        return static_cast<size_t>(snprintf(out, size, "%6d", whole));
     default:
-        return static_cast<size_t>(snprintf(out, size, "%d", number));
+        return static_cast<size_t>(snprintf(out, size, "%d", whole));
     }
 }
 
@@ -166,13 +166,26 @@ constexpr size_t message_size = header_size + payload_size;
 constexpr int frames_of_a_message = 60;
 constexpr size_t answer_size = 4;
 
-// The payload of a full message, and its values the next ones.
+// What the collector of the values sends before each of them.
+struct FrameHeader {
+    uint32_t index = 3;
+    uint32_t section = 2;
+    uint32_t key = 12;
+};
+
+// A function of its own: values come one by one.
+[[gnu::noinline]] inline uint8_t *write_frame(uint8_t *to, const FrameHeader &header,
+                                              uint32_t value) {
+    *to = 0x81;
+    memcpy(to + 1, &header, sizeof header);
+    memcpy(to + 1 + sizeof header, &value, sizeof value);
+    return to + 1 + sizeof header + sizeof value;
+}
+
+// The payload of a full message; its values are the next ones.
 inline void write_message(uint8_t *to, uint32_t *value) {
-    for (int i = 0; i < frames_of_a_message; ++i, to += 17) {
-        const uint32_t words[] = {3, 2, 12, ++*value};
-        *to = 0x81;
-        memcpy(to + 1, words, sizeof words);
-    }
+    const FrameHeader header;
+    for (int i = 0; i < frames_of_a_message; ++i) to = write_frame(to, header, ++*value);
 }
 
 // ---- the fault log file ----

@@ -65,6 +65,7 @@ public:
     size_t operations() const { return size_.cells(); }
 
     std::string text() const { return std::string(buffer_->data, buffer_->data + buffer_->length); }
+    const DTListNode *rows() const { return table_->rows->head; }
     size_t width(int column) const { return widths_[static_cast<size_t>(column)]; }
 
 private:
@@ -80,8 +81,8 @@ struct DtCells : DtTable {
     std::string kept() { return words_of(text()).substr(0, strlen("title")); }
 };
 
-// Formats each number once, adds it up, and copies its text to where it belongs: widths, titles,
-// rules and the footer are there already, and so are the texts.
+// Formats each number once, adds it up, and copies its text to where it belongs. The values lie in
+// the table's own cells; widths, titles, rules and the footer are there already.
 class LimitTable {
 public:
     explicit LimitTable(const TableSize &size) : size_(size), sample_(size) {
@@ -90,9 +91,6 @@ public:
         const size_t line = whole_.find('\n') + 1;
         rows_at_ = 2 * line;
         footer_at_ = rows_at_ + line * static_cast<size_t>(size.rows);
-        for (int row = 0; row < size.rows; ++row)
-            for (int column = 0; column < size.columns; ++column)
-                texts_.push_back(cell_text(row, column));
         out_.resize(whole_.size());
     }
 
@@ -100,7 +98,8 @@ public:
         memcpy(out_.data(), whole_.data(), rows_at_);
         char *to = out_.data() + rows_at_;
         memset(to, ' ', footer_at_ - rows_at_);
-        for (int row = 0; row < size_.rows; ++row) to = put_row(to, row);
+        for (const DTListNode *row = sample_.rows(); row; row = row->next)
+            to = put_row(to, reinterpret_cast<const DTList *>(row->value)->head);
         memcpy(to, whole_.data() + footer_at_, whole_.size() - footer_at_);
         use(sums_);
     }
@@ -111,34 +110,35 @@ public:
     size_t operations() const { return size_.cells(); }
 
 private:
-    char *put_row(char *to, int row) {
-        for (int column = 0; column < size_.columns; ++column) {
+    char *put_row(char *to, const DTListNode *node) {
+        for (int column = 0; node; ++column, node = node->next) {
             to += sample_.width(column);
-            if (cell_type(column) == Cell::text)
-                put_text(to, texts_[static_cast<size_t>(row * size_.columns + column)]);
-            else
-                put_number(to, row, column);
+            put_cell(to, column, *reinterpret_cast<const DTTableCell *>(node->value));
         }
         *to = '\n';
         return to + 1;
     }
 
-    static void put_text(char *end, const std::string &text) {
-        memcpy(end - text.size(), text.data(), text.size());
-    }
-
-    void put_number(char *end, int row, int column) {
+    void put_cell(char *end, int column, const DTTableCell &cell) {
         char text[100];
-        const size_t length = format_number(text, sizeof text, row, column);
+        const Cell type = cell_type(column);
+        if (type == Cell::text) {
+            const size_t length = static_cast<size_t>(cell.text_len);
+            memcpy(end - length, cell.text, length);
+            return;
+        }
+        const double number = type == Cell::real    ? cell.value.f64
+                              : type == Cell::int64 ? static_cast<double>(cell.value.i64)
+                                                    : cell.value.i32;
+        const size_t length = format_number(text, sizeof text, type, number);
         memcpy(end - length, text, length);
-        sums_[column] += cell_number(row, column);
+        sums_[column] += number;
     }
 
     TableSize size_;
     DtTable sample_;
     std::string whole_, out_;
     size_t rows_at_ = 0, footer_at_ = 0;
-    std::vector<std::string> texts_;
     double sums_[10] = {};
 };
 

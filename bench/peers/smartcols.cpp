@@ -45,7 +45,9 @@ private:
         for (int column = 0; column < size_.columns; ++column) {
             if (cell_type(column) == Cell::text) continue;
             char text[100];
-            format_number(text, sizeof text, row, column);
+            const Cell type = cell_type(column);
+            format_number(text, sizeof text, type,
+                          type == Cell::real ? cell_real(row, column) : cell_number(row, column));
             scols_line_set_data(line, index(column), text);
         }
     }
