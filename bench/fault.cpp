@@ -79,6 +79,9 @@ public:
         }
     }
 
+    DtFaultLog(const DtFaultLog &) = delete;
+    ~DtFaultLog() { unlink(fault_log_path()); }
+
     // The pass drops the fault store, which others still need.
     void operator()() {
         DTInfo *store = std::exchange(g_DTFault_Info, nullptr);
@@ -96,6 +99,8 @@ public:
 class LimitFaultLog {
 public:
     LimitFaultLog() : bytes_(file_content(fault_log_path())) {}
+    LimitFaultLog(const LimitFaultLog &) = delete;
+    ~LimitFaultLog() { unlink(path); }
 
     void operator()() {
         const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -105,9 +110,7 @@ public:
 
     std::string kept() {
         (*this)();
-        const std::string content = file_content(path);
-        unlink(path);
-        return content;
+        return file_content(path);
     }
 
 private:

@@ -105,6 +105,10 @@ int main(int argc, char **argv) {
     FILE *out = keep_standard_output();
     Contenders contenders;
     if (!make(contenders, part)) return 1;
+    if (contenders.empty()) {
+        fprintf(stderr, "no work has \"%s\" in its name\n", part);
+        return 1;
+    }
     std::map<std::string, size_t> operations;
     for (const auto &[name, contender] : contenders) {
         operations[name] = contender->operations();

@@ -80,6 +80,8 @@ private:
 class FileLog {
 public:
     FileLog() : entries_(split(file_content(fault_log_path()))) {}
+    FileLog(const FileLog &) = delete;
+    ~FileLog() { unlink(path); }
 
     void operator()() {
         auto sink = std::make_shared<spdlog::sinks::basic_file_sink_st>(path, true);
@@ -89,9 +91,7 @@ public:
     }
     std::string kept() {
         (*this)();
-        const std::string content = file_content(path);
-        unlink(path);
-        return content;
+        return file_content(path);
     }
 
 private:
