@@ -49,7 +49,10 @@ extern "C" {
 
 void *VRK_Malloc(size_t size) {
     ++platform.allocations;
-    if (platform.fails()) return nullptr;
+    if (platform.fails()) {
+        ++platform.refused;
+        return nullptr;
+    }
     char *start = static_cast<char *>(malloc(size + lead));
     if (!start) return nullptr;
     ++platform.blocks;

@@ -10,6 +10,7 @@ struct Platform {
     std::vector<std::string> prints; // one entry a console call
     std::vector<uint32_t> delays;
     unsigned allocations = 0; // asked for so far
+    unsigned refused = 0;     // of these
     unsigned blocks = 0;      // not given back yet
 
     std::string console() const; // all prints, joined

@@ -85,14 +85,3 @@ TEST(Timer, WhatACallbackRegistersRunsInTheNextPass) {
     run_passes(3);
     EXPECT_EQ(calls, (std::vector<int64_t>{200, 300}));
 }
-
-TEST(Timer, ARegistrationWithoutMemoryLeavesNothingBehind) {
-    for (unsigned nth = 1; nth <= 4; ++nth) { // the list, the timer, its node; then none
-        platform.fail_allocations_from(nth);
-        EXPECT_EQ(DTTimer_Regist(keep_on, 1), nth == 4);
-        EXPECT_EQ(DTList_Length(g_DTTimer_List), nth == 4);
-        if (g_DTTimer_List) DTList_Release(g_DTTimer_List); // and its timers
-        g_DTTimer_List = nullptr;
-        EXPECT_EQ(platform.blocks, 0u) << nth;
-    }
-}
