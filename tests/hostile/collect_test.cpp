@@ -5,11 +5,7 @@
 #include <dt/collect.h>
 #include <gmock/gmock.h>
 
-#include <arpa/inet.h>
-#include <atomic>
 #include <chrono>
-#include <fcntl.h>
-#include <optional>
 #include <random>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,140 +16,102 @@ using std::chrono::steady_clock;
 namespace {
 
 CollectItem *pump;
+const std::string text(1 << 20, 't');
 
-std::string word(uint32_t value) { return std::string(reinterpret_cast<char *>(&value), 4); }
-
-void register_collectors() {
-    static const std::string text(3000, 't');
-    for (const char *name : {"valve", "pump"})
-        pump = Collect_New(
-            name, [](uint32_t) { Collect_PutString(pump, 1, text.c_str(), 0); }, nullptr);
-}
+void put_text(uint32_t) { Collect_PutString(pump, 1, text.c_str(), 3000); }
 
 int32_t run(uint16_t port) { return Collect_Start("127.0.0.1", port, 1, 1, 2, 3); }
 
-std::vector<std::string> payloads(CollectionServer &server) {
-    std::vector<std::string> all;
-    for (const Message &message : server.messages()) all.push_back(message.payload);
-    return all;
+// Answers that there is room for, without waiting for more.
+bool answer_too_much(int fd) {
+    for (int i = 0; i < 4; ++i) send(fd, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    return true;
 }
 
-// As many bytes as there is room for.
-void send_back_much(int fd) {
-    const std::string megabyte(1 << 20, 'k');
-    for (int i = 0; i < 4; ++i)
-        send(fd, megabyte.data(), megabyte.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+bool answer_byte_by_byte(int fd) {
+    for (const char byte : {'o', 'k', '!'}) {
+        send(fd, &byte, 1, MSG_NOSIGNAL);
+        usleep(500);
+    }
+    return true;
 }
 
 struct Behaviour {
     const char *name;
     CollectionServer::Answer answer;
     int32_t result;
-    bool answers = true; // so that a device without limits gets on
+    int32_t limit = 0; // milliseconds; a device without limits gets on with the others
 };
 
-void PrintTo(const Behaviour &behaviour, std::ostream *out) { *out << behaviour.name; }
-
-class HostileServer : public testing::TestWithParam<Behaviour> {};
-
 const Behaviour behaviours[] = {
-    {"silent", [](int) { return true; }, 0, false},
-    {"byte_by_byte",
-     [](int fd) {
-         for (int i = 0; i < 3; ++i, usleep(500)) send(fd, "ok!" + i, 1, MSG_NOSIGNAL);
-         return true;
-     },
-     1},
-    {"resetting",
-     [](int fd) {
-         const linger at_once = {1, 0};
-         return setsockopt(fd, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once) != 0;
-     },
-     0},
+    {"silent", [](int) { return true; }, 0, 100},
     {"closing", [](int) { return false; }, 0},
-    {"talkative",
-     [](int fd) {
-         send_back_much(fd);
-         return true;
-     },
-     1},
+    {"resetting", reset, 0},
+    {"slow", answer_byte_by_byte, 1},
+    {"slow, with limits", answer_byte_by_byte, 1, 100},
+    {"talkative", answer_too_much, 1},
+    {"talkative, with limits", answer_too_much, 1, 100},
 };
 
 } // namespace
 
 // The run ends in time, gets through where that is possible, and the next one is as good as new.
-TEST_P(HostileServer, NeitherBlocksNorLeaksNorConfuses) {
-    const Behaviour &behaviour = GetParam();
-    register_collectors();
+TEST(HostileServer, NeitherBlocksNorLeaksNorConfuses) {
+    for (const char *name : {"valve", "pump"}) pump = Collect_New(name, put_text, nullptr);
     const uint32_t before = outstanding(COLLECT_OWNER_ID);
     const int descriptor = lowest_free_descriptor();
-    for (const int32_t limit : {100, 0}) {
-        if (limit == 0 && !behaviour.answers) continue;
+    for (const auto &[name, answer, result, limit] : behaviours) {
+        SCOPED_TRACE(name);
         CollectClient_SetTimeout(limit, limit, limit);
-        std::vector<std::string> seen, expected;
         const auto begin = steady_clock::now();
         {
-            CollectionServer hostile(behaviour.answer);
-            EXPECT_EQ(run(hostile.port()), behaviour.result);
+            CollectionServer hostile(answer), good;
+            EXPECT_EQ(run(hostile.port()), result);
             EXPECT_LT(steady_clock::now() - begin, milliseconds(1500));
-            CollectClient_End(); // of a run that was given up
-            seen = payloads(hostile);
-        }
-        {
-            CollectionServer good;
             EXPECT_EQ(run(good.port()), 1);
-            expected = payloads(good);
-        }
-        if (behaviour.result == 1) {
-            EXPECT_EQ(seen, expected);
+            EXPECT_EQ(hostile.payloads() == good.payloads(), result == 1);
         }
         EXPECT_EQ(outstanding(COLLECT_OWNER_ID), before);
         EXPECT_EQ(lowest_free_descriptor(), descriptor);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(, HostileServer, testing::ValuesIn(behaviours),
-                         [](const auto &row) { return std::string(row.param.name); });
-
 // It answers in advance and reads nothing until the device can send no more.
 TEST(LazyServer, GetsEveryMessageWholeInTheEnd) {
     constexpr uint32_t count = 7000;
     bool lazy = true;
     CollectionServer server([&](int fd) {
-        if (!lazy) return true;
-        lazy = false;
-        const std::string answers(count * 16, 'k');
-        send(fd, answers.data(), answers.size(), MSG_NOSIGNAL);
-        usleep(300000);
+        if (std::exchange(lazy, false)) {
+            send(fd, text.data(), count * 16, MSG_NOSIGNAL);
+            usleep(300000);
+        }
         return true;
     });
     CollectClient_SetTimeout(0, 3000, 3000);
     ASSERT_EQ(CollectClient_Start("127.0.0.1", server.port()), 1);
-    const std::string filler(1020, '.');
     for (uint32_t i = 0; i < count; ++i) {
         CollectClient_AppendInt(i);
-        CollectClient_AppendBuffer(filler.data(), 1020);
+        CollectClient_AppendBuffer(text.data(), 1020);
         ASSERT_EQ(CollectClient_Flush(0), 1) << i;
     }
     CollectClient_Start("127.0.0.1", 1); // closes it
-    ASSERT_EQ(server.messages().size(), count);
+    const std::vector<std::string> seen = server.payloads();
+    ASSERT_EQ(seen.size(), count);
     for (uint32_t i = 0; i < count; ++i)
-        ASSERT_TRUE(server.messages()[i].payload == word(i) + filler) << i;
+        ASSERT_TRUE(seen[i] == word(i) + text.substr(0, 1020)) << i;
 }
 
 TEST(LazyServer, ThatNeverReadsIsGivenUp) {
     CollectionServer server([](int fd) {
-        const std::string much(1 << 20, 'k');
-        while (send(fd, much.data(), much.size(), MSG_NOSIGNAL) > 0) {
+        while (send(fd, text.data(), text.size(), MSG_NOSIGNAL) > 0) {
         }
         return false;
     });
     CollectClient_SetTimeout(0, 100, 3000);
     ASSERT_EQ(CollectClient_Start("127.0.0.1", server.port()), 1);
-    const std::string filler(1024, '.');
     int sent = 0;
     testing::internal::CaptureStdout();
-    do CollectClient_AppendBuffer(filler.data(), 1024);
+    do CollectClient_AppendBuffer(text.data(), 1024);
     while (CollectClient_Flush(0) == 1 && ++sent < 100000);
     const auto begin = steady_clock::now();
     EXPECT_EQ(CollectClient_Flush(0), 0);
@@ -169,118 +127,64 @@ std::string command(uint32_t number, uint32_t sequence, uint32_t port) {
     return word(16) + word(number) + word(sequence) + word(port);
 }
 
-class Flood {
-public:
-    explicit Flood(std::string replayed) : replayed_(std::move(replayed)) {}
-
-    std::string next() {
-        ++count_;
-        if (count_ % 50000 == 0) return bytes(65507);
-        switch (count_ % 4) {
-        case 0:
-            return bytes(16);
-        case 1:
-            return bytes(random_() % 16);
-        case 2:
-            return bytes(17 + random_() % 100);
-        default:
-            return replayed_;
-        }
-    }
-
-private:
-    std::string bytes(size_t size) {
-        std::string result(size, '\0');
-        for (char &byte : result) byte = static_cast<char>(random_());
-        return result;
-    }
-
-    std::string replayed_;
-    uint32_t count_ = 0;
-    std::minstd_rand random_{1};
-};
-
-int connect_to_command_port() {
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in to = {};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(COLLECT_COMMAND_PORT);
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    connect(fd, reinterpret_cast<sockaddr *>(&to), sizeof to);
-    return fd;
+// What was valid once, now and then; otherwise noise of every size.
+std::string flood(uint32_t count, const std::string &replayed) {
+    static std::minstd_rand random(1);
+    const size_t sizes[] = {16, random() % 16, 17 + random() % 100};
+    if (count % 4 == 3) return replayed;
+    std::string bytes(count % 50000 == 0 ? 65507 : sizes[count % 4], '\0');
+    for (char &byte : bytes) byte = static_cast<char>(random());
+    return bytes;
 }
 
-// What the device prints by the thousand.
-class NoOutput {
-public:
-    NoOutput() : kept_(dup(STDOUT_FILENO)) {
-        fflush(stdout);
-        const int nothing = open("/dev/null", O_WRONLY);
-        dup2(nothing, STDOUT_FILENO);
-        close(nothing);
-    }
-    ~NoOutput() {
-        fflush(stdout);
-        dup2(kept_, STDOUT_FILENO);
-        close(kept_);
-    }
-
-private:
-    int kept_;
-};
-
-// Repeats a command until the server has been served; how often it was sent.
-int tries_until_served(int sender, CollectionServer &server, uint32_t sequence) {
-    std::atomic<bool> served = false;
-    std::thread waiting([&] {
-        served = server.messages().size() == 5 && server.messages()[0].sequence == sequence;
-    });
-    int tries = 0;
-    for (; !served && tries < 500; ++tries, usleep(10000)) {
-        const std::string datagram = command(1, sequence, server.port());
+// The messages that a command makes the device send; it is repeated, in case it is lost.
+std::vector<Message> served(int sender, uint32_t number, uint32_t sequence, uint16_t *port) {
+    CollectionServer server;
+    *port = server.port();
+    const std::string datagram = command(number, sequence, 0x70000u + server.port());
+    for (int tries = 0; tries < 500 && !server.has_ended(); ++tries, usleep(10000))
         send(sender, datagram.data(), datagram.size(), 0);
-    }
-    waiting.join();
-    return tries;
+    const std::vector<Message> seen = server.messages();
+    usleep(100000); // for the repeated ones, to which nobody listens any more
+    return seen;
 }
 
 } // namespace
 
-TEST(CommandPort, IsServedAfterAFlood) {
-    constexpr int datagrams = 200000;
-    for (const char *name : {"valve", "pump"})
-        Collect_New(
-            name, [](uint32_t) {}, nullptr);
+// The real loop, on a thread of its own.
+TEST(CommandPort, IsServedBeforeAndAfterAFlood) {
+    pump = Collect_New(
+        "pump", [](uint32_t command) { Collect_PutInt(pump, 1, command); },
+        [](uint32_t) { Collect_PutInt(pump, 3, 4); });
     const uint32_t before = outstanding(COLLECT_OWNER_ID);
     CollectClient_SetTimeout(50, 50, 50);
-    std::optional<NoOutput> quiet(std::in_place);
-    std::thread([] { Collect_Init(0); }).detach();
-    const int sender = connect_to_command_port();
+    testing::internal::CaptureStdout(); // where the loop reports every datagram
+    std::thread([] { Collect_Init(0x3412); }).detach();
+    const int sender = sender_to(COLLECT_COMMAND_PORT);
     uint16_t gone;
-    {
-        CollectionServer first;
-        gone = first.port();
-        ASSERT_LT(tries_until_served(sender, first, 1), 500);
-    }
-    usleep(100000); // for the repeated ones
+    const std::vector<Message> collected = served(sender, 2, 7, &gone);
+    const std::vector<Message> tested = served(sender, 3, 0, &gone);
+    const std::string ignored = command(1, UINT32_MAX, gone); // a negative number
+    send(sender, ignored.data(), ignored.size(), 0);
     const int descriptor = lowest_free_descriptor();
-    Flood flood(command(1, 1, gone)); // what was valid once
-    for (int i = 0; i < datagrams; ++i) {
-        const std::string datagram = flood.next();
+    for (uint32_t i = 0; i < 200000; ++i) {
+        const std::string datagram = flood(i, command(1, 1, gone));
         send(sender, datagram.data(), datagram.size(), 0);
     }
-    int tries;
-    {
-        CollectionServer last;
-        tries = tries_until_served(sender, last, 4711);
-    }
-    usleep(100000);
-    const int descriptor_after = lowest_free_descriptor();
-    const uint32_t after = outstanding(COLLECT_OWNER_ID);
-    quiet.reset();
-    EXPECT_LT(tries, 300);
-    EXPECT_EQ(descriptor_after, descriptor);
-    EXPECT_LE(after, before + 1040); // the buffer of a run that was given up is kept
-    EXPECT_EQ(g_collect_param.count, 2);
-    close(sender);
+    const std::vector<Message> last = served(sender, 1, 4711, &gone);
+    EXPECT_EQ(lowest_free_descriptor(), descriptor);
+    testing::internal::GetCapturedStdout();
+    const Message opening = {0, 7, std::string("\x12\x34\0\0", 4)};
+    const auto values = [](uint32_t key, uint32_t value) {
+        return "\x81" + word(0) + word(0) + word(key) + word(value);
+    };
+    ASSERT_EQ(collected.size(), 4u);
+    EXPECT_EQ(collected[0], opening);
+    EXPECT_EQ(collected[2].payload, values(1, 2));
+    ASSERT_EQ(tested.size(), 3u);
+    EXPECT_TRUE(tested[1].payload.ends_with(values(3, 4)));
+    ASSERT_EQ(last.size(), 4u);
+    EXPECT_EQ(last[0].sequence, 4711u);
+    EXPECT_LE(outstanding(COLLECT_OWNER_ID), before + 1040); // of a run that was given up
+    EXPECT_EQ(g_collect_param.count, 1);
 }

@@ -1,6 +1,6 @@
 #include "support/network.h"
 
-#include <arpa/inet.h>
+#include <base/endpoint.h>
 #include <dlfcn.h>
 #include <errno.h>
 #include <mutex>
@@ -8,10 +8,8 @@
 #include <net/route.h>
 #include <poll.h>
 #include <sched.h>
-#include <stdarg.h>
 #include <string.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 Network network;
@@ -27,14 +25,6 @@ bool fails(const char *name) {
     if (entry == network.failing.end()) return false;
     errno = entry->second;
     return true;
-}
-
-sockaddr_in endpoint(const char *address, int port) {
-    sockaddr_in result = {};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(static_cast<uint16_t>(port));
-    result.sin_addr.s_addr = inet_addr(address);
-    return result;
 }
 
 Datagram datagram(const sockaddr *address, const void *bytes, size_t count) {
@@ -55,7 +45,7 @@ ssize_t deliver(void *bytes, size_t capacity, sockaddr *from) {
     if (network.replies.empty()) return -1;
     const Datagram reply = network.replies.front();
     network.replies.pop_front();
-    const sockaddr_in sender = endpoint(reply.address.c_str(), reply.port);
+    const sockaddr_in sender = dt::endpoint(inet_addr(reply.address.c_str()), reply.port);
     memcpy(from, &sender, sizeof sender);
     const size_t count = reply.bytes.copy(static_cast<char *>(bytes), capacity);
     return static_cast<ssize_t>(count);
@@ -66,7 +56,7 @@ bool set_up_loopback(int socket, const char *address) {
     strcpy(request.ifr_name, "lo");
     request.ifr_flags = IFF_UP | IFF_RUNNING;
     if (ioctl(socket, SIOCSIFFLAGS, &request) != 0) return false;
-    const sockaddr_in own = endpoint(address, 0);
+    const sockaddr_in own = dt::endpoint(inet_addr(address), 0);
     strcpy(request.ifr_name, "lo:1");
     memcpy(&request.ifr_addr, &own, sizeof own);
     return ioctl(socket, SIOCSIFADDR, &request) == 0;
@@ -74,7 +64,7 @@ bool set_up_loopback(int socket, const char *address) {
 
 bool route_broadcasts_to_loopback(int socket) {
     static char device[] = "lo";
-    const sockaddr_in everybody = endpoint("255.255.255.255", 0);
+    const sockaddr_in everybody = dt::endpoint(INADDR_BROADCAST, 0);
     rtentry route = {};
     memcpy(&route.rt_dst, &everybody, sizeof everybody);
     memcpy(&route.rt_genmask, &everybody, sizeof everybody);
@@ -115,14 +105,6 @@ int connect(int socket, const sockaddr *address, socklen_t length) {
 int getsockopt(int socket, int level, int option, void *value, socklen_t *length) noexcept {
     if (fails("getsockopt")) return -1;
     return real(getsockopt, "getsockopt")(socket, level, option, value, length);
-}
-
-int ioctl(int socket, unsigned long request, ...) noexcept {
-    va_list args;
-    va_start(args, request);
-    void *argument = va_arg(args, void *);
-    va_end(args);
-    return fails("ioctl") ? -1 : real(ioctl, "ioctl")(socket, request, argument);
 }
 
 ssize_t sendto(int socket, const void *bytes, size_t count, int flags, const sockaddr *address,

@@ -1,6 +1,6 @@
 #include "support/server.h"
 
-#include <arpa/inet.h>
+#include <base/endpoint.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -45,6 +45,12 @@ const std::vector<Message> &CollectionServer::messages() {
     return messages_;
 }
 
+std::vector<std::string> CollectionServer::payloads() {
+    std::vector<std::string> all;
+    for (const Message &message : messages()) all.push_back(message.payload);
+    return all;
+}
+
 void CollectionServer::serve(const Answer &answer) {
     sigset_t all;
     sigfillset(&all);
@@ -54,6 +60,7 @@ void CollectionServer::serve(const Answer &answer) {
     }
     connection_ = -1;
     close(fd);
+    ended_ = true;
 }
 
 bool CollectionServer::read_message(int fd) {
@@ -69,15 +76,26 @@ bool CollectionServer::read_message(int fd) {
 
 int listen_on_loopback(uint16_t *port, int backlog) {
     const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in any = {};
-    any.sin_family = AF_INET;
-    any.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in any = dt::endpoint(htonl(INADDR_LOOPBACK), 0);
     socklen_t size = sizeof any;
-    EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&any), size), 0);
-    EXPECT_EQ(getsockname(listener, reinterpret_cast<sockaddr *>(&any), &size), 0);
+    EXPECT_EQ(bind(listener, dt::generic(&any), size), 0);
     EXPECT_EQ(listen(listener, backlog), 0);
+    getsockname(listener, reinterpret_cast<sockaddr *>(&any), &size);
     *port = ntohs(any.sin_port);
     return listener;
+}
+
+int sender_to(uint16_t port) {
+    const int sender = socket(AF_INET, SOCK_DGRAM, 0);
+    const sockaddr_in to = dt::endpoint(htonl(INADDR_LOOPBACK), port);
+    connect(sender, dt::generic(&to), sizeof to);
+    return sender;
+}
+
+bool reset(int fd) {
+    const linger at_once = {1, 0};
+    setsockopt(fd, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+    return false;
 }
 
 int lowest_free_descriptor() {

@@ -19,6 +19,10 @@ struct Message {
 
 std::ostream &operator<<(std::ostream &out, const Message &message);
 
+// Numbers as they are in messages and datagrams.
+inline std::string word(uint32_t value) { return {reinterpret_cast<char *>(&value), 4}; }
+inline std::string half(size_t value) { return word(static_cast<uint32_t>(value)).substr(0, 2); }
+
 class CollectionServer {
 public:
     // Does with the connection what it likes after a message; false closes it.
@@ -31,8 +35,10 @@ public:
 
     uint16_t port() const { return port_; }
 
-    // Waits for the end of the connection; what arrived, message by message.
+    // Wait for the end of the connection; what arrived, message by message.
     const std::vector<Message> &messages();
+    std::vector<std::string> payloads();
+    bool has_ended() const { return ended_; }
 
 private:
     void serve(const Answer &answer);
@@ -40,14 +46,20 @@ private:
 
     int listener_;
     std::atomic<int> connection_ = -1;
-    std::atomic<bool> ending_ = false;
+    std::atomic<bool> ending_ = false, ended_ = false;
     uint16_t port_;
     std::vector<Message> messages_;
     std::thread thread_;
 };
+
+// An answer: the connection ends with a reset.
+bool reset(int fd);
 
 // A descriptor number that is free now: the lowest.
 int lowest_free_descriptor();
 
 // Somebody listening on loopback, at a port that is returned.
 int listen_on_loopback(uint16_t *port, int backlog);
+
+// A socket that sends datagrams to a port on loopback.
+int sender_to(uint16_t port);
