@@ -3,9 +3,8 @@
 
 #include "support/network.h"
 
-#include <arpa/inet.h>
+#include <base/endpoint.h>
 #include <dt/collect.h>
-#include <sys/socket.h>
 
 namespace {
 
@@ -18,11 +17,8 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     if (!problem.empty() || !freopen("/dev/null", "w", stdout)) abort();
     receiver = CollectClient_Init();
     sender = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in device = {};
-    device.sin_family = AF_INET;
-    device.sin_port = htons(COLLECT_COMMAND_PORT);
-    device.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return connect(sender, reinterpret_cast<const sockaddr *>(&device), sizeof device);
+    const sockaddr_in device = dt::endpoint(htonl(INADDR_LOOPBACK), COLLECT_COMMAND_PORT);
+    return connect(sender, dt::generic(&device), sizeof device);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

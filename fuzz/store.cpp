@@ -3,8 +3,6 @@
 
 #include "support/ring.h"
 
-#include <bitset>
-
 namespace {
 
 constexpr uint32_t largest_block = 32 * 1024; // beyond this a run only gets slow
@@ -26,12 +24,10 @@ public:
             append(operation % 4);
         else if (operation < 224)
             read_from_anywhere();
-        else if (operation < 236)
-            change_flag();
-        else if (operation < 244)
+        else if (operation < 240)
             DTInfo_Ignore(store_, ignore_ = operation % 2);
         else
-            resize(operation % 2 == 0);
+            resize();
         check();
     }
 
@@ -84,24 +80,13 @@ private:
         assert(walk(store_, "", input_.number<uint16_t>(), most).size() < most);
     }
 
-    void change_flag() {
-        const uint32_t id = input_.number<uint16_t>() % (DTINFO_FLAGS + 8);
-        const int32_t mode = input_.number() % 5;
-        DTInfo_SetFlag(store_, id, mode);
-        if (id >= DTINFO_FLAGS) return;
-        if (mode == 2) flags_.set();
-        if (mode == 3) flags_.reset();
-        if (mode != 2 && mode != 3) flags_[id] = mode == 1;
-        assert(DTInfo_GetFlag(store_, id) == flags_[id]);
-    }
-
-    void resize(bool only_clear) {
-        const uint32_t limit = only_clear ? limit_ : input_.number() % 9 * 1024u;
-        if (only_clear)
+    void resize() {
+        const uint32_t limit = input_.number() % 9 * 1024u;
+        if (limit == limit_)
             DTInfo_Clear(store_);
         else
             assert(DTInfo_ReSize(store_, limit == 0 ? 0 : limit - 7) == 1);
-        if (only_clear || limit != limit_) empty_model(limit);
+        empty_model(limit);
     }
 
     void empty_model(uint32_t limit) {
@@ -120,8 +105,6 @@ private:
         for (const auto &record : all)
             if (record.first.starts_with(filter)) selected.push_back(record);
         assert(walk(store_, filter, DTINFO_FIRST, SIZE_MAX) == selected);
-        for (uint32_t id = 0; id < DTINFO_FLAGS; id += 97)
-            assert(DTInfo_GetFlag(store_, id) == flags_[id]);
     }
 
     Input input_;
@@ -130,7 +113,6 @@ private:
     uint32_t limit_;
     uint32_t ignore_ = 0;
     uint32_t steps_ = 0;
-    std::bitset<DTINFO_FLAGS> flags_;
 };
 
 } // namespace

@@ -109,10 +109,6 @@ TEST(ValueFrames, AreLaidOutByKindAndGoWhereThereIsRoom) {
         {1024, true, put_bytes("\0\1\2", 3), 3, piece('\x84', std::string("\0\1\2", 3))},
         {1024, true, put("text", 0), 4, piece('\x83', "text")},
         {1024, true, put("", 0), 0, piece('\x83', "")},
-        {1024, true, put("text", -1), 0, ""},
-        {1024, true, put(nullptr, 1), 0, ""},
-        {1024, true, put_bytes("x", 0), 0, ""},
-        {1024, true, put_bytes(nullptr, 1), 0, ""},
     };
     for (const auto &[room, fits, call, taken, sent] : rows) {
         CollectionServer server;
@@ -132,10 +128,7 @@ TEST(Connection, WithoutOneNothingHappens) {
     CollectClient_SetType(1);
     CollectClient_AppendInt(1);
     CollectClient_AppendString("x");
-    CollectClient_CollectLong(1, 2, 3, 4);
-    EXPECT_EQ(flush() + CollectClient_CollectInt(1, 2, 3, 4), 0);
-    EXPECT_EQ(CollectClient_CollectString(1, 2, 3, "x", 0), 0);
-    EXPECT_EQ(CollectClient_CollectBuffer(1, 2, 3, "x", 1), 0);
+    EXPECT_EQ(flush(), 0);
     CollectClient_End();
     EXPECT_EQ(platform.allocations, 0u);
 }
@@ -225,15 +218,11 @@ TEST_F(CommandSocket, AcceptsWhatHasItsLengthAndAKnownCommand) {
         {word(16) + word(3) + word(0) + word(1) + "and more", 0, 3, 1},
         {word(16) + word(1) + word(0x80000000) + word(1), INT32_MIN, 1, 1},
         {word(15) + word(1) + word(0x01020304) + "\1\2\3", 0x01020304, 1, 0x030201},
-        {word(8) + word(2), 0, 2, 0},
         {half(2), 0, 0, 0},
         {"", 0, 0, 0},
-        {"\2", -1, 99, 99},
         {word(15) + word(1) + word(0) + word(1), -1, 99, 99},
         {word(20) + word(1) + word(0) + word(1) + word(0), -1, 99, 99},
         {word(16) + word(4) + word(0) + word(1), -1, 99, 99},
-        {word(16) + word(UINT32_MAX) + word(0) + word(1), -1, 99, 99},
-        {word(0) + "a", -1, 99, 99},
     };
     for (const auto &[datagram, sequence, command, port] : rows) {
         EXPECT_EQ(receive(datagram), sequence) << testing::PrintToString(datagram);
@@ -258,8 +247,6 @@ TEST_F(CommandSocket, AcceptsOnlyAllowedSendersOnceOneIsGiven) {
     EXPECT_EQ(receive(valid), 7);
     EXPECT_EQ(CollectClient_Allow(nullptr), 1);
     EXPECT_EQ(receive(valid), 7);
-    EXPECT_EQ(CollectClient_Allow("10.0.0.1"), 1);
-    EXPECT_EQ(receive(valid), -1);
 }
 
 TEST_F(CommandSocket, IsRefusedWhileThePortIsTaken) {
@@ -268,6 +255,5 @@ TEST_F(CommandSocket, IsRefusedWhileThePortIsTaken) {
     EXPECT_EQ(Collect_Init(0), -1);
     EXPECT_EQ(lowest_free_descriptor(), before);
     EXPECT_EQ(g_collect_param.logger, nullptr);
-    EXPECT_EQ(CollectClient_WaitFor(-1, 1, 2, &command_, address_, &port_), -1);
     EXPECT_EQ(CollectClient_WaitFor(socket_, 1, 2, nullptr, address_, &port_), -1);
 }

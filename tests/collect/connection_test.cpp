@@ -10,7 +10,6 @@
 #include <chrono>
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 using testing::IsEmpty;
@@ -24,13 +23,9 @@ struct Signals {
         struct sigaction action = {};
         action.sa_handler = [](int) { count = count + 1; };
         sigaction(SIGALRM, &action, nullptr);
-        every(5000);
+        ualarm(5000, 5000);
     }
-    ~Signals() { every(0); }
-    static void every(suseconds_t microseconds) {
-        const itimerval timer = {{0, microseconds}, {0, microseconds}};
-        setitimer(ITIMER_REAL, &timer, nullptr);
-    }
+    ~Signals() { ualarm(0, 0); }
     static inline volatile sig_atomic_t count;
 };
 

