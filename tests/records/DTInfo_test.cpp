@@ -80,6 +80,12 @@ TEST_F(InfoStore, WithoutAMaximumItGrowsOrStaysAsItIs) {
     expect_sound(store);
 }
 
+TEST_F(InfoStore, WithoutAMaximumItGrowsBy256KibAtMost) {
+    DTInfo *store = DTInfo_New(0);
+    for (int i = 0; i < 600; ++i) append(store, "k", many(1020));
+    EXPECT_EQ(store->memory->size, 768u * 1024);
+}
+
 TEST_F(InfoStore, ARecordAsLargeAsTheMaximumEvictsAllOthersAndALargerOneNone) {
     DTInfo *store = store_of({500, 524});
     EXPECT_EQ(append(store, "k", many(1021)), -1);
