@@ -1,4 +1,4 @@
-// What the fuzzers share: their bytes, read from the front, and the console's text.
+// What the fuzzers share: their bytes, read from the front.
 #pragma once
 
 #include <algorithm>
@@ -12,8 +12,6 @@
 #ifdef NDEBUG
 #error "fuzzers check with assert"
 #endif
-
-extern std::string console; // what the library printed, kept until it is cleared
 
 // An area of exactly its size on the heap, so that any access beyond it is seen.
 struct Bytes : std::vector<uint8_t> {

@@ -1,6 +1,8 @@
 // The pack language: any format over any bytes, sized, packed, extracted and shown.
 #include "input.h"
 
+#include "support/platform.h"
+
 #include <array>
 #include <dt/records.h>
 #include <tuple>
@@ -93,6 +95,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     assert(unpack(shows.c_str(), bytes, {}) == (fits ? count : -1));
     if (!fits && fields.size() <= most_fields && needed <= most_bytes)
         assert(unpack(format.text(), bytes, Values(fields, input).targets) == -1);
-    console.clear();
+    platform.prints.clear();
     return 0;
 }

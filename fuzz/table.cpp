@@ -1,6 +1,8 @@
 // Tables: any column format, any cells, rendered in the three ways.
 #include "input.h"
 
+#include "support/platform.h"
+
 #include <dt/table.h>
 #include <printf.h>
 
@@ -61,9 +63,9 @@ void render(DTTable *table, size_t size) {
     DTTable_ShowToBuf(table, buf);
     const std::string whole(buf->data, buf->data + buf->length);
     DTBuf_Release(buf);
-    console.clear();
+    platform.prints.clear();
     DTTable_Show(table);
-    assert(console == whole);
+    assert(platform.console() == whole);
     Bytes area(size);
     const int32_t count = DTTable_ShowToBuffer(table, area.text(), static_cast<int32_t>(size));
     const size_t kept = static_cast<size_t>(count);

@@ -39,11 +39,9 @@ TEST_F(HostileConfiguration, OfTwoServersTheFirstCountsAndTheSecondComesLate) {
     EXPECT_EQ(lookup(), 1);
     network.peer = [] {};
     EXPECT_EQ(lookup(), 2);
-    char request[100], who[DTSOCK_ADDRESS_SIZE];
-    EXPECT_GT(DTSock_UDP_RecvMessage(ear, who, nullptr, request, sizeof request - 1), 0);
+    char request[100];
+    EXPECT_GT(DTSock_UDP_RecvMessage(ear, nullptr, nullptr, request, sizeof request - 1), 0);
     EXPECT_STREQ(request, "=>config net mtu 77"); // broadcast
-    EXPECT_GT(DTSock_UDP_RecvMessage(near_, who, nullptr, request, sizeof request - 1), 0);
-    EXPECT_EQ(DTSock_UDP_SendMessage(near_, "255.255.255.255", 8999, "literal", 7), -1);
     network.peer = [this] {
         answer(far_, "3");
         answer(near_, "4");
