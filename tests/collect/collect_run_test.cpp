@@ -210,7 +210,12 @@ TEST(Registry, IgnoresNullAndPutsOutsideARun) {
     }
     EXPECT_EQ(item->section, 5u);
     Collect_ShowLog();
+    CollectClient_SetType(1);
+    CollectClient_AppendString("x");
+    EXPECT_EQ(CollectClient_Flush(0), 0);
+    CollectClient_End();
     EXPECT_THAT(platform.prints, IsEmpty());
+    EXPECT_EQ(platform.allocations, 1u);
 }
 
 // A socket that fails at once every time would otherwise keep the processor busy for good.
