@@ -64,7 +64,7 @@ TEST(Limits, ConnectingEndsInTimeWhateverTheSignals) {
     CollectClient_SetTimeout(80, 0, 0);
     const Signals signals;
     expect([=] { return start(port); }, 0, 80, "connect error.\n");
-    EXPECT_GT(signals.count, 5);
+    EXPECT_GT(signals.count, 0);
     EXPECT_EQ(lowest_free_descriptor(), before);
 }
 
@@ -76,7 +76,7 @@ TEST(Limits, ASilentServerDelaysARunOnce) {
     {
         const Signals signals;
         expect(flush, 0, 80, "recv error.\n");
-        EXPECT_GT(signals.count, 5);
+        EXPECT_GT(signals.count, 0);
     }
     expect(flush, 0, 0, "send error.\n");
     EXPECT_THAT(silent.messages(), SizeIs(1)); // and the connection was closed
