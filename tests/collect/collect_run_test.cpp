@@ -165,6 +165,7 @@ TEST_F(Run, StopsAtTheFirstMessageThatFails) {
         }
         CollectionServer server;
         EXPECT_EQ(run(server.port()), 1); // connects anew
+        EXPECT_EQ(server.messages().front(), opening);
         EXPECT_THAT(called, SizeIs(3));
         EXPECT_EQ(outstanding(COLLECT_OWNER_ID), 3 * (sizeof(CollectItem) + 4));
         called.clear();

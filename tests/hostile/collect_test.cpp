@@ -59,7 +59,7 @@ const Behaviour behaviours[] = {
 TEST(HostileServer, NeitherBlocksNorLeaksNorConfuses) {
     for (const char *name : {"valve", "pump"}) pump = Collect_New(name, put_text, nullptr);
     const uint32_t before = outstanding(COLLECT_OWNER_ID);
-    const int descriptor = lowest_free_descriptor();
+    const int descriptors = open_descriptors();
     for (const auto &[name, answer, result, limit] : behaviours) {
         SCOPED_TRACE(name);
         CollectClient_SetTimeout(limit, limit, limit);
@@ -72,7 +72,7 @@ TEST(HostileServer, NeitherBlocksNorLeaksNorConfuses) {
             EXPECT_EQ(hostile.payloads() == good.payloads(), result == 1);
         }
         EXPECT_EQ(outstanding(COLLECT_OWNER_ID), before);
-        EXPECT_EQ(lowest_free_descriptor(), descriptor);
+        EXPECT_EQ(open_descriptors(), descriptors);
     }
 }
 
@@ -156,11 +156,11 @@ TEST(CommandPort, IsServedBeforeAndAfterAFlood) {
     const std::vector<Message> collected = served(sender, 2, 7, &gone);
     const std::vector<Message> tested = served(sender, 3, 0, &gone);
     command(sender, 1, UINT32_MAX, gone); // a negative number
-    const int descriptor = lowest_free_descriptor();
+    const int descriptors = open_descriptors();
     for (uint32_t i = 0; i < 200000; ++i)
         i % 4 ? noise(sender, i) : command(sender, 1, 1, gone); // what was valid once
     const std::vector<Message> last = served(sender, 1, 4711, &gone);
-    EXPECT_EQ(lowest_free_descriptor(), descriptor);
+    EXPECT_EQ(open_descriptors(), descriptors);
     testing::internal::GetCapturedStdout();
     const Message opening = {0, 7, std::string("\x12\x34\0\0", 4)};
     const auto values = [](uint32_t key, uint32_t value) {

@@ -99,12 +99,14 @@ int bind(int socket, const sockaddr *address, socklen_t length) noexcept {
 
 int connect(int socket, const sockaddr *address, socklen_t length) {
     network.connected = socket;
-    return fails("connect") ? -1 : real(connect, "connect")(socket, address, length);
+    const int result = real(connect, "connect")(socket, address, length);
+    return fails("connect") ? -1 : result; // an interrupted one goes on
 }
 
 int getsockopt(int socket, int level, int option, void *value, socklen_t *length) noexcept {
-    if (fails("getsockopt")) return -1;
-    return real(getsockopt, "getsockopt")(socket, level, option, value, length);
+    const int result = real(getsockopt, "getsockopt")(socket, level, option, value, length);
+    if (option == SO_ERROR && fails("SO_ERROR")) memcpy(value, &errno, sizeof errno);
+    return result;
 }
 
 ssize_t sendto(int socket, const void *bytes, size_t count, int flags, const sockaddr *address,

@@ -98,8 +98,8 @@ bool reset(int fd) {
     return false;
 }
 
-int lowest_free_descriptor() {
-    const int fd = open("/dev/null", O_RDONLY);
-    close(fd);
-    return fd;
+int open_descriptors() {
+    int count = 0;
+    for (int fd = 0; fd < 1024; ++fd) count += fcntl(fd, F_GETFD) >= 0;
+    return count;
 }

@@ -55,8 +55,7 @@ private:
 // An answer: the connection ends with a reset.
 bool reset(int fd);
 
-// A descriptor number that is free now: the lowest.
-int lowest_free_descriptor();
+int open_descriptors();
 
 // Somebody listening on loopback, at a port that is returned.
 int listen_on_loopback(uint16_t *port, int backlog);
