@@ -175,4 +175,5 @@ TEST(CommandPort, IsServedBeforeAndAfterAFlood) {
     EXPECT_EQ(last[0].sequence, 4711u);
     EXPECT_LE(outstanding(COLLECT_OWNER_ID), before + 1040); // of a run that was given up
     EXPECT_EQ(g_collect_param.count, 1);
+    EXPECT_NE(g_collect_param.logger, nullptr);
 }
