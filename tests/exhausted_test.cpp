@@ -198,9 +198,15 @@ void faults() {
 void table() {
     DTTable *table = answered([] { return DTTable_New(); });
     const int32_t number = 12;
-    served([&] { DTTable_SetTitle(table, 1, "number", DTTABLE_INT32, "%d", 'R'); });
+    answered([&] {
+        DTTable_SetTitle(table, 1, "number", DTTABLE_INT32, "%d", 'R');
+        return DTTable_GetColNum(table);
+    });
     served([&] { DTTable_SetTitle(table, 0, "text", DTTABLE_TEXT, "%s", 'L'); });
-    served([&] { DTTable_Set(table, 2, 1, &number); });
+    answered([&] {
+        DTTable_Set(table, 2, 1, &number);
+        return DTTable_GetRowNum(table);
+    });
     served([&] { DTTable_Set(table, 2, 0, "a dozen"); });
     std::string area(200, '.');
     answered([&] { return DTTable_ShowToBuffer(table, area.data(), 200); });
