@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 using testing::ElementsAre;
-using testing::SizeIs;
 
 namespace {
 
@@ -124,26 +123,6 @@ TEST(ValueFrames, AreLaidOutByKindAndGoWhereThereIsRoom) {
         else
             EXPECT_THAT(server.payloads(), ElementsAre(before, sent));
     }
-}
-
-// No descriptor is held before the first connection, after a failed one and after the end: what
-// then carries its number belongs to somebody else.
-TEST(Connection, NeverTouchesADescriptorThatIsNotItsOwn) {
-    close(0);
-    const int before = open_descriptors();
-    EXPECT_EQ(printed(connect_to_nobody), "connect error.\n");
-    EXPECT_EQ(open_descriptors(), before); // closed after the failure
-    CollectionServer server, next;         // the first listens on descriptor 0
-    ASSERT_TRUE(start(server));
-    CollectClient_End();
-    const int other = dup(0);
-    EXPECT_EQ(connect_to_nobody() + flush(), 0);
-    CollectClient_End();
-    ASSERT_TRUE(start(next));
-    CollectClient_End();
-    EXPECT_EQ(close(other), 0);
-    EXPECT_THAT(server.messages(), SizeIs(1));
-    EXPECT_THAT(next.messages(), SizeIs(1));
 }
 
 TEST(Connection, TheBufferOutlivesAFailedRun) {

@@ -110,6 +110,7 @@ TEST(Connection, AnyCallThatFailsIsAnErrorAndLosesNoDescriptor) {
     CollectClient_SetTimeout(1000, 0, 0);
     uint16_t port;
     listen_on_loopback(&port, 9);
+    close(0); // a descriptor like any other
     const int before = open_descriptors();
     for (const char *address : {static_cast<const char *>(nullptr), "nowhere"})
         expect([=] { return CollectClient_Start(address, port); }, 0, 0, "connect error.\n");
@@ -122,4 +123,9 @@ TEST(Connection, AnyCallThatFailsIsAnErrorAndLosesNoDescriptor) {
     EXPECT_EQ(CollectClient_Init(), -1);
     network.failing = {{"connect", EINTR}}; // goes on by itself
     EXPECT_EQ(start(port), 1);
+    CollectClient_Start(nullptr, 1); // closes it
+    const int other = dup(1);        // takes its number
+    CollectClient_Start(nullptr, 1);
+    EXPECT_EQ(close(other), 0);
+    EXPECT_EQ(open_descriptors(), before);
 }
