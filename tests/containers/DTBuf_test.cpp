@@ -64,19 +64,4 @@ TEST(ByteBuffer, RefusesSizesThatWrapAndWhatCannotGrow) {
     EXPECT_EQ(DTBuf_Append(buf, "", 1), 0); // the rounding
     EXPECT_EQ(DTBuf_Length(buf), 1u);
     EXPECT_EQ(DTBuf_Append(buf, "text", 0), 0); // of elements of one byte only
-    DTBuf_Release(buf);
-    for (const unsigned nth : {1u, 2u}) {
-        platform.fail_allocations_from(nth);
-        EXPECT_EQ(DTBuf_New(1, 4, 0), nullptr);
-    }
-    EXPECT_EQ(platform.blocks, 0u);
-}
-
-TEST(ByteBuffer, AnswersNull) {
-    void *at = &at;
-    EXPECT_EQ(DTBuf_Get(nullptr, 0, &at) + DTBuf_Length(nullptr), 0u);
-    EXPECT_EQ(at, &at);
-    EXPECT_EQ(DTBuf_Append(nullptr, "a", 1) + DTBuf_Set(nullptr, 0, "a", 1), 0);
-    DTBuf_Clear(nullptr);
-    DTBuf_Release(nullptr);
 }

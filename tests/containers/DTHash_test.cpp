@@ -43,11 +43,9 @@ TEST(Hash, ReplacesInPlaceAndPutsNewEntriesFirst) {
     DTHash *table = table_of({"aa1.", "ab2.", "aa3.", "ba4."});
     EXPECT_EQ(entries(table), "ba4. ab2. aa3. ");
     EXPECT_EQ(depths(table), "pos=0,length=1\npos=6,length=2\n"); // 0xFFFFFF61 % 7 is 6
-    void *value;
-    for (const char *absent : {"ac", "ca", static_cast<const char *>(nullptr)}) {
-        EXPECT_EQ(DTHash_Get(table, absent, &value), 0);
-        EXPECT_EQ(value, nullptr);
-    }
+    void *value = table;
+    EXPECT_EQ(DTHash_Get(table, nullptr, &value) + DTHash_Set(table, "ab", nullptr), 0);
+    EXPECT_EQ(value, nullptr);
     EXPECT_EQ(DTHash_Get(table, "ab", &value), 1);
     memcpy(value, "5.", 2);
     EXPECT_EQ(DTHash_Set(table, "ab", value), 1); // from its own place
@@ -67,28 +65,21 @@ TEST(Hash, FindsByTheFirstMatchAndKeepsBucketsWithoutEntries) {
     const DTHashMatch two = [](const void *, void *value, void *) {
         return memcmp(value, "2.", 2);
     };
-    DTHash_Delete(table, "ac");
     for (const char *entry : {"bb2.", "ba2.", "aa2."}) {
         EXPECT_EQ(memcmp(DTHash_Find(table, two, nullptr), entry, 4), 0);
         DTHash_Delete(table, entry);
     }
     EXPECT_EQ(DTHash_Find(table, two, nullptr), nullptr);
     EXPECT_EQ(depths(table), "pos=0,length=0\npos=6,length=1\n");
-    DTHash_Release(table);
-    EXPECT_EQ(platform.blocks, 1u); // the console's sink
 }
 
 TEST(Hash, ShowsEveryEntry) {
-    const auto shown = [](const std::string &key, const std::string &value) {
-        return "key=>\nformat:*2S\n0001[2S]=>\n" + key + "result=>\nformat:*3S\n0001[3S]=>\n" +
-               value + "-----------------------------------------\n";
-    };
     DTHash *table = DTHash_New(2, 3, 1, nullptr);
-    DTHash_Set(table, "ab", "123");
-    DTHash_Set(table, "\x00\xFF", "...");
+    DTHash_Set(table, "\x00\xFF", "123");
     DTHash_Show(table);
-    EXPECT_EQ(platform.take_console(),
-              shown("00 FF \n", "2E 2E 2E \n") + shown("61 62 \n", "31 32 33 \n"));
+    EXPECT_EQ(platform.take_console(), "key=>\nformat:*2S\n0001[2S]=>\n00 FF \n"
+                                       "result=>\nformat:*3S\n0001[3S]=>\n31 32 33 \n"
+                                       "-----------------------------------------\n");
 }
 
 TEST(Hash, StaticTablesKeepEverything) {
@@ -108,35 +99,7 @@ TEST(Hash, RefusesSizesThatWrapAndATableWithoutBuckets) {
     EXPECT_EQ(DTHash_Set(table, "abcd", "never read"), 0); // with its prefix it wraps
 }
 
-TEST(Hash, AnswersNull) {
-    DTHash *table = table_of({});
-    void *value = table;
-    EXPECT_EQ(DTHash_Get(nullptr, "aa", &value) + DTHash_Set(nullptr, "aa", ".."), 0);
-    EXPECT_EQ(value, table);
-    EXPECT_EQ(DTHash_Set(table, nullptr, "..") + DTHash_Set(table, "aa", nullptr), 0);
-    EXPECT_EQ(DTHash_Find(table, nullptr, nullptr), nullptr);
-    DTHash_Delete(table, nullptr);
-    DTHash_Delete(nullptr, "aa");
-    DTHash_Release(nullptr);
-    DTHash_Show(nullptr);
-    DTHash_ShowDepth(nullptr);
-}
-
-// Each allocation in turn fails: nothing is lost, and the same store succeeds once memory is back.
-TEST(Hash, SurvivesEveryFailingAllocation) {
-    for (unsigned nth = 1; nth <= 5; ++nth) { // table, buckets, list, entry, node
-        platform.fail_allocations_from(nth);
-        DTHash *table = DTHash_New(2, 2, 7, by_letter);
-        EXPECT_EQ(DTHash_Set(table, "aa", "1."), 0);
-        EXPECT_EQ(platform.blocks, nth < 3 ? 0u : nth == 3 ? 2u : 3u); // no entry without its node
-        platform.allocations_work();
-        EXPECT_EQ(DTHash_Set(table, "aa", "1."), table ? 1 : 0);
-        EXPECT_EQ(entries(table), table ? "aa1. " : "");
-        DTHash_Release(table);
-    }
-    EXPECT_EQ(platform.blocks, 0u);
-}
-
+// Random entries, seeded, now and then without memory: what is not stored leaves no trace.
 TEST(Hash, AgreesWithAMapOverARandomRun) {
     std::mt19937 random(20141116);
     std::uniform_int_distribution<uint16_t> any_key(0, 199);
@@ -145,8 +108,11 @@ TEST(Hash, AgreesWithAMapOverARandomRun) {
     for (uint32_t value = 0; value < 20000; ++value) {
         const uint16_t key = any_key(random), other = any_key(random);
         if (random() % 3 != 0) {
-            ASSERT_EQ(DTHash_Set(table, &key, &value), 1);
-            model[key] = value;
+            const auto nth = static_cast<unsigned>(random() % 9); // of a list, an entry and a node
+            platform.fail_only(nth);
+            const bool stored = DTHash_Set(table, &key, &value);
+            ASSERT_TRUE(stored || (nth >= 1 && nth <= 3 && model.count(key) == 0));
+            if (stored) model[key] = value;
         } else {
             DTHash_Delete(table, &key);
             model.erase(key);

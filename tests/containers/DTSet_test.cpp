@@ -23,10 +23,6 @@ TEST(Set, KeepsOneBitForEachMember) {
 TEST(Set, EndsAtItsSize) {
     DTSet *set = DTSet_New(8); // one byte of bits: what lies behind it is not the set's
     EXPECT_EQ(DTSet_Set(set, 8, 1) + DTSet_Set(set, UINT32_MAX, 1) + DTSet_Get(set, 8), 0);
-    EXPECT_EQ(DTSet_Set(nullptr, 0, 1) + DTSet_Get(nullptr, 0), 0);
-    DTSet_Release(nullptr);
     for (const uint32_t size : {0u, 0x80000000u, UINT32_MAX}) EXPECT_EQ(DTSet_New(size), nullptr);
     EXPECT_EQ(platform.allocations, 1u);
-    platform.fail_allocations_from(1);
-    EXPECT_EQ(DTSet_New(1), nullptr);
 }

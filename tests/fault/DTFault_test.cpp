@@ -5,6 +5,8 @@
 
 namespace {
 
+constexpr char stamp[] = "11/16 18:44:43 ";
+
 std::string bytes(std::initializer_list<int> values) { return {values.begin(), values.end()}; }
 
 struct FaultRegistry : RecordsTest {};
@@ -12,7 +14,6 @@ struct FaultRegistry : RecordsTest {};
 } // namespace
 
 TEST_F(FaultRegistry, NumbersFaultsInTheirOrderAsLongAsTheyCanBeToldApart) {
-    EXPECT_EQ(DTFault_Regist(nullptr, nullptr), nullptr);
     DTFault *first = DTFault_Regist("pump", nullptr);
     DTFault *second = DTFault_Regist("a name of 22 characters and more", nullptr);
     EXPECT_EQ(first->index + 10 * second->index, 10);
@@ -69,8 +70,7 @@ TEST_F(FaultRegistry, KeepsTwoLogsApart) {
     DTFault_SetInitLog(fault, 2, 0, "started");
     DTFault_SetRunLog(fault, 0, 0, "runs");
     EXPECT_EQ(platform.take_console(), "runs\n");
-    EXPECT_EQ(records_of(fault->init_logger->info),
-              (Records{{"w", "11/16 18:44:43 "}, {"w", "started"}}));
+    EXPECT_EQ(records_of(fault->init_logger->info), (Records{{"w", stamp}, {"w", "started"}}));
     DTFault_ShowRunLog(fault);
     DTFault_ShowInitLog(fault);
     const char both[] = "11/16 18:44:43 \nruns\n11/16 18:44:43 \nstarted\n";
@@ -89,46 +89,24 @@ TEST_F(FaultRegistry, IgnoreStopsLogsAndNotValues) {
         DTFault_SetInitLog(fault, 1, 0, ignored ? "dropped" : "kept");
         DTFault_SetCounter(fault, 1, 1);
     }
-    EXPECT_EQ(records_of(fault->run_logger->info).back().second, "kept");
-    EXPECT_EQ(records_of(fault->run_logger->info).size(), 2u);
-    EXPECT_EQ(records_of(fault->init_logger->info).size(), 2u);
+    for (const DTLogger *logger : {fault->run_logger, fault->init_logger})
+        EXPECT_EQ(records_of(logger->info), (Records{{"l", stamp}, {"l", "kept"}}));
     EXPECT_EQ(records_of(g_DTFault_Info).size(), 2u);
 }
 
-TEST_F(FaultRegistry, ANullFaultCreatesNothing) {
-    DTFault_Ignore(nullptr, 1);
-    EXPECT_EQ(DTFault_SetInfo(nullptr, 1) + DTFault_SetInitLog(nullptr, 0, 0, "x") +
-                  DTFault_SetRunLog(nullptr, 0, 0, "x") + DTFault_SetRegist(nullptr, 1, 1) +
-                  DTFault_SetCounter64(nullptr, 1, 1) + DTFault_SetValue(nullptr, 1, "x", 1) +
-                  DTFault_ShowInitLog(nullptr) + DTFault_ShowRunLog(nullptr),
-              0u);
-    EXPECT_EQ(g_DTFault_Info, nullptr);
-    EXPECT_EQ(g_fcm_logger, nullptr);
-    EXPECT_EQ(platform.console(), "");
-}
-
-// Blocks of a registration, in order: fault, init log, run log, registry, node. A log that cannot
-// be had is left out; without any other nothing is left behind.
+// Blocks of a registration, in order: fault, init log, run log, registry, node.
 TEST_F(FaultRegistry, RegistersWithoutALogOrNotAtAllWhenMemoryIsShort) {
     for (const unsigned nth : {1u, 4u, 5u}) {
         platform.fail_only(nth);
         EXPECT_EQ(DTFault_Regist("pump", nullptr), nullptr);
-        EXPECT_EQ(platform.blocks, 0u);
         EXPECT_EQ(g_DTFault_List, nullptr);
     }
-    DTFault_Regist("first", nullptr);
+    EXPECT_EQ(platform.blocks, 0u);
     platform.fail_only(2);
     DTFault *fault = DTFault_Regist("pump", nullptr);
-    EXPECT_EQ(DTList_Length(g_DTFault_List), 2);
     DTFault_SetInitLog(fault, 1, 0, "nowhere");
     DTFault_SetRunLog(fault, 1, 0, "kept");
     DTFault_ShowInitLog(fault);
     EXPECT_EQ(platform.console(), "");
     EXPECT_EQ(records_of(fault->run_logger->info).size(), 2u);
-    platform.fail_allocations_from(1);
-    EXPECT_EQ(DTFault_SetCounter(fault, 1, 1), 0u);
-    EXPECT_EQ(g_DTFault_Info, nullptr);
-    platform.allocations_work();
-    DTFault_SetCounter(fault, 1, 1);
-    EXPECT_EQ(records_of(g_DTFault_Info).size(), 1u);
 }

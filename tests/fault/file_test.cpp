@@ -52,15 +52,14 @@ TEST_F(FaultLogFile, IsLaidOutToTheByte) {
 TEST_F(FaultLogFile, HoldsInitBeforeRunForEachFault) {
     pump = DTFault_Regist("pump", nullptr);
     DTFault *unnamed = DTFault_Regist("", nullptr);
-    DTFault_SetRunLog(unnamed, 1, 0, "d");
-    DTFault_SetRunLog(pump, 1, 0, "b");
-    DTFault_SetInitLog(unnamed, 1, 0, "");
-    DTFault_SetInitLog(pump, 1, 0, "a");
-    DTFault_SetRegist(unnamed, 1, 2);
-    DTFault_SetRegist(pump, 3, 4);
+    for (DTFault *fault : {unnamed, pump}) {
+        DTFault_SetRunLog(fault, 1, 0, fault == pump ? "b" : "d");
+        DTFault_SetInitLog(fault, 1, 0, fault == pump ? "a" : "");
+        DTFault_SetRegist(fault, 1, 2);
+    }
     EXPECT_EQ(written(), line("log pump ", "a") + line("run pump ", "b") + line("log  ", "") +
                              line("run  ", "d") + end_mark + value(0, "", 1, 2) +
-                             value(0, "pump", 3, 4));
+                             value(0, "pump", 1, 2));
 }
 
 TEST_F(FaultLogFile, NothingIsWrittenWithoutAFault) {

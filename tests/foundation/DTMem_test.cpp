@@ -13,8 +13,8 @@ TEST(Memory, ShowsWhatIsChargedToTheLowByteOfEachOwner) {
     for (const uint32_t size : {0x80000u, 4u, 0x80000u}) DTMem_Malloc_Static(255, size);
     EXPECT_EQ(DTMem_Malloc(1, UINT32_MAX - 3), nullptr); // sizes whose bookkeeping wraps
     EXPECT_EQ(DTMem_Malloc_Static(1, UINT32_MAX - 2), nullptr);
-    EXPECT_EQ(DTMem_New(UINT32_MAX - 7, 0), nullptr);
-    EXPECT_EQ(DTMem_New(UINT32_MAX - 7, 1), nullptr);
+    for (const uint32_t is_static : {0u, 1u})
+        EXPECT_EQ(DTMem_New(UINT32_MAX - 7, is_static), nullptr);
     const std::string of_sink = DTString_SFormat("    0  0x%08x         1       0\n", sink);
     DTMem_Show();
     EXPECT_EQ(platform.console(), "   id        size    malloc    free\n"
@@ -41,8 +41,7 @@ TEST(StaticPool, CarvesRoundedPiecesFromChunks) {
 }
 
 TEST(StaticPool, WithoutAChunkRequestsBecomeBlocksOfTheirOwn) {
-    DTMem_Malloc_Static(9, 0x80000);
-    DTMem_Malloc_Static(9, 4);
+    for (const uint32_t size : {0x80000u, 4u}) DTMem_Malloc_Static(9, size);
     platform.fail_only(1);
     EXPECT_NE(DTMem_Malloc_Static(9, 0x80000), nullptr);
     DTMem_Malloc_Static(9, 4); // the old chunk had room, but is not used again
@@ -59,33 +58,25 @@ TEST(MemoryBlock, CutsEveryAccessAtItsEnd) {
     EXPECT_EQ(DTMem_memcpy(block, 8, "abc", 3), 2u);
     EXPECT_EQ(*static_cast<char *>(DTMem_Get(block, 9)), 'b');
     EXPECT_GT(DTMem_memcmp(block, 8, "aa", 2), 0);
-    EXPECT_EQ(DTMem_memcmp(block, 8, "abc", 3), -1);
-    for (DTMem *none : {block, static_cast<DTMem *>(nullptr)}) {
-        DTMem_memset(none, 10, 1, 1);
-        EXPECT_EQ(DTMem_Get(none, 10), nullptr);
-        EXPECT_EQ(DTMem_memcmp(none, 10, "", 0), -1);
-        EXPECT_EQ(DTMem_memget(none, 10, bytes, 1) + DTMem_memcpy(none, 10, bytes, 1), 0u);
-        DTMem_Release(none);
-    }
-    EXPECT_EQ(DTMem_realloc(nullptr, 8), nullptr);
-    EXPECT_EQ(platform.blocks, 0u);
+    EXPECT_EQ(DTMem_memcmp(block, 8, "abc", 3) + DTMem_memcmp(block, 10, "", 0), -2);
+    EXPECT_EQ(DTMem_Get(block, 10), nullptr);
+    EXPECT_EQ(DTMem_memget(block, 10, bytes, 1) + DTMem_memcpy(block, 10, bytes, 1), 0u);
 }
 
 TEST(MemoryBlock, GrowsWithItsContentOrStaysWhole) {
     DTMem *block = DTMem_New(4, 0);
     DTMem_memcpy(block, 0, "abcd", 4);
-    platform.fail_allocations_from(1);
+    platform.fail_only(1);
     EXPECT_EQ(DTMem_realloc(block, 8), nullptr);
-    platform.allocations_work();
     block = DTMem_realloc(block, 8);
     EXPECT_EQ(block->size, 8u);
     EXPECT_EQ(DTMem_memcmp(block, 0, "abcd", 4), 0);
     block = DTMem_realloc(block, 2);
     EXPECT_EQ(DTMem_memcmp(block, 0, "ab", 2), 0);
-    EXPECT_EQ(outstanding(0), 2 + 8 + 4 + sink);
+    DTMem_Release(block);
+    EXPECT_EQ(platform.blocks, 0u);
     DTMem *stays = DTMem_New(4, 77);
     EXPECT_EQ(DTMem_realloc(stays, 8), stays);
     DTMem_Release(stays);
     EXPECT_EQ(stays->size + stays->is_static, 81u);
-    EXPECT_EQ(platform.blocks, 3u); // the block, the console's sink and the pool's chunk
 }

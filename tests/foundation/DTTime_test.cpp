@@ -25,9 +25,6 @@ TEST(TimeText, WritesEachTokenTheLongestFirst) {
     EXPECT_EQ(format("yy-mm-dd hh:mi:ss", an_early_morning), "8-1-5 7:3:9");
     EXPECT_EQ(format("YYYYY YYY MIN", a_sunday_evening), "2014Y 14Y 44N");
     EXPECT_EQ(format("Mm mI m I D %s", a_sunday_evening), "Mm mI m I D %s");
-    if (sizeof(time_t) > 4) { // a clock that goes beyond 2038
-        EXPECT_EQ(format("YYYY-MM", static_cast<time_t>(253402387200)), "10000-01");
-    }
 }
 
 TEST(TimeText, NoTimeMeansNow) {

@@ -1,11 +1,7 @@
 // The collection decoder, on literal bytes.
 #include "decode/decoder.h"
 
-#include <gtest/gtest.h>
-
-#include <sstream>
-#include <string>
-#include <vector>
+#include "story.h"
 
 using namespace std::string_literals;
 
@@ -13,8 +9,8 @@ namespace {
 
 using namespace dt::decode;
 
-// Writes down every event.
-struct Record : Sink {
+struct Recorder : Sink {
+    using Source = Decoder;
     std::ostringstream out;
 
     void on_opening(const Opening &o) override {
@@ -30,31 +26,15 @@ struct Record : Sink {
             << ' ' << static_cast<int>(v.kind) << ' '
             << (number ? std::to_string(v.number) : v.bytes) << '|';
     }
+    void end(const Decoder &decoder) {
+        const Totals &totals = decoder.totals();
+        out << totals.messages << ' ' << totals.values << ' ' << totals.bytes;
+        if (const auto &broken = decoder.broken())
+            out << '#' << broken->message << ':' << broken->offset;
+    }
 };
 
-// All events, then the totals (messages, values, bytes), then the break.
-std::string story(const std::string &stream, size_t step = SIZE_MAX) {
-    Record record;
-    Decoder decoder(record);
-    const std::span bytes{reinterpret_cast<const uint8_t *>(stream.data()), stream.size()};
-    for (size_t at = 0; at < bytes.size(); at += std::min(step, bytes.size() - at))
-        decoder.feed(bytes.subspan(at, std::min(step, bytes.size() - at)));
-    decoder.finish();
-    const Totals &totals = decoder.totals();
-    record.out << totals.messages << ' ' << totals.values << ' ' << totals.bytes;
-    if (const auto &broken = decoder.broken())
-        record.out << "|break " << broken->message << ':' << broken->offset << ' '
-                   << broken->reason;
-    return record.out.str();
-}
-
-// Each stream must break at a place, "message:offset".
-void expect_breaks(const std::string &place, const std::vector<std::string> &streams) {
-    for (const std::string &stream : streams) {
-        const std::string text = story(stream);
-        EXPECT_NE(text.find("|break " + place + ' '), text.npos) << place << " in " << text;
-    }
-}
+std::string story(const std::string &stream) { return story_of<Recorder>(stream); }
 
 std::string le16(size_t v) { return {static_cast<char>(v), static_cast<char>(v >> 8)}; }
 std::string le32(size_t v) { return le16(v) + le16(v >> 16); }
@@ -75,6 +55,8 @@ const std::string end = "\x0C\0\0\0\x02\0\0\0\x63\0\0\0"s;
 const std::string an_int = "\x81\0\0\0\0\x02\0\0\0\x03\0\0\0\xFB\xFF\xFF\xFF"s;
 const std::string a_long = "\x82\x05\0\0\0\0\0\0\0\x04\0\0\0\0\0\0\0\x01\0\0\0"s;
 
+} // namespace
+
 // With a directory the index of a name frame is just an unknown index.
 TEST(Decode, ACollectionRun) {
     const std::string frames = a_long + bytes(0x83, 0, 0, 1, "") +
@@ -87,14 +69,12 @@ TEST(Decode, ACollectionRun) {
 
 // Without a directory the name frames name, whatever the index of a result; only an exact one does.
 TEST(Decode, ASelfTestRun) {
-    const std::string stream =
-        opening + message(2, an_int) + message(2, bytes(0x83, 0xFFFF, 0, 0, "disk")) +
-        message(2, an_int + a_long + bytes(0x83, 0xFFFF, 0, 1, "x") + bytes(0x83, 5, 0, 0, "z")) +
-        message(2, bytes(0x84, 0xFFFF, 0, 0, "y") + bytes(0x83, 0xFFFF, 0, 0, "pump")) + end;
-    EXPECT_EQ(story(stream),
-              "opening 7 18 52|? 0/2/3 1 4294967291|test disk|disk 0/2/3 1 4294967291|"
-              "disk 5/0/4 2 4294967296|disk 65535/0/1 3 x|disk 5/0/0 3 z|disk 65535/0/0 4 y|"
-              "test pump|6 6 217");
+    const std::string frames = an_int + bytes(0x83, 0xFFFF, 0, 0, "disk") + a_long +
+                               bytes(0x83, 0xFFFF, 0, 1, "x") + bytes(0x83, 5, 0, 0, "z") +
+                               bytes(0x84, 0xFFFF, 0, 0, "y") + bytes(0x83, 0xFFFF, 0, 0, "pump");
+    EXPECT_EQ(story(opening + message(2, frames) + end),
+              "opening 7 18 52|? 0/2/3 1 4294967291|test disk|disk 5/0/4 2 4294967296|"
+              "disk 65535/0/1 3 x|disk 5/0/0 3 z|disk 65535/0/0 4 y|test pump|3 5 164");
 }
 
 TEST(Decode, PiecesAreJoined) {
@@ -107,36 +87,27 @@ TEST(Decode, PiecesAreJoined) {
               start_story + "disk 0/1/2 4 " + text + "|disk 0/2/3 1 4294967291|6 2 2654");
 }
 
-TEST(Decode, TheCutOfTheStreamDoesNotMatter) {
-    const std::string piece = message(2, an_int + bytes(0x03, 0, 1, 2, "long "));
-    for (const std::string &last : {bytes(0x83, 0, 1, 2, "text") + a_long, an_int + "\x85"s}) {
-        const std::string stream = start + piece + message(2, last) + end;
-        for (const size_t step : {1U, 2U, 5U, 11U, 13U, 64U})
-            EXPECT_EQ(story(stream, step), story(stream));
-    }
-}
-
 // What was complete before a break has been delivered, and nothing behind it is.
 TEST(Decode, ABreakKeepsWhatCameBefore) {
     const std::string frames = an_int + "\x7F"s + an_int;
-    EXPECT_EQ(story(start + message(2, frames) + message(2, a_long) + end),
-              start_story + "disk 0/2/3 1 4294967291|2 1 91|break 3:29 unknown tag 0x7f");
+    EXPECT_EQ(story(start + message(2, frames) + message(2, a_long)),
+              start_story + "disk 0/2/3 1 4294967291|2 1 91#3:29");
 }
 
 TEST(Decode, BrokenMessages) {
+    const auto expect = expect_breaks<Recorder>;
     const std::string disk = le32(0) + le16(4) + "disk";
-    expect_breaks("1:0", {le32(11) + le32(0) + le32(0), message(0, "\x12\x34\0"s),
-                          message(0, "\x12\x34\0\0\0"s)});
-    expect_breaks("3:0",
-                  {start + le32(1037) + le32(2) + le32(0), start + le32(~0U) + le32(2) + end});
-    expect_breaks("3:12", {start + message(2, std::string(1024, '\x01'))}); // the longest
-    expect_breaks("1:4", {directory});
-    expect_breaks("3:4", {start + message(3, ""), start + opening, start + directory,
-                          opening + end + directory});
-    expect_breaks("1:14", {message(0, "\x12\x34\0\x01"s)});
-    expect_breaks("2:22",
-                  {opening + message(1, disk + "\0\0\0\0\0"s), opening + message(1, disk + disk)});
-    expect_breaks("2:26", {opening + message(1, disk + le32(1) + le16(1))});
+    expect("#1:0", {le32(11) + le32(0) + le32(0), message(0, "\x12\x34\0"s),
+                    message(0, "\x12\x34\0\0\0"s)});
+    expect("#3:0", {start + le32(1037) + le32(2) + le32(0)});
+    expect("#3:12", {start + message(2, std::string(1024, '\x01'))}); // the longest
+    expect("#1:4", {directory});
+    expect("#3:4",
+           {start + message(3, ""), start + opening, start + directory, opening + end + directory});
+    expect("#1:14", {message(0, "\x12\x34\0\x01"s)});
+    expect("#2:22",
+           {opening + message(1, disk + "\0\0\0\0\0"s), opening + message(1, disk + disk)});
+    expect("#2:26", {opening + message(1, disk + le32(1) + le16(1))});
 }
 
 TEST(Decode, BrokenFrames) {
@@ -144,26 +115,28 @@ TEST(Decode, BrokenFrames) {
         return start + message(2, an_int + frame) + end;
     };
     const std::string text = bytes(0x83, 0, 0, 0, "abc");
-    expect_breaks("3:29", {with("\x80"s), with("\x85"s), with("\x01"s + an_int.substr(1)),
-                           with("\x02"s + a_long.substr(1) + an_int), with(an_int.substr(0, 16)),
-                           with(a_long.substr(0, 20)), with(text.substr(0, 14))});
-    expect_breaks("3:42", {with(text.substr(0, 17)), with(text.substr(0, 13) + "\xFF\xFF")});
+    expect_breaks<Recorder>("#3:29",
+                            {with("\x80"s), with("\x85"s), with("\x01"s + an_int.substr(1)),
+                             with("\x02"s + a_long.substr(1) + an_int), with(an_int.substr(0, 16)),
+                             with(a_long.substr(0, 20)), with(text.substr(0, 14))});
+    expect_breaks<Recorder>("#3:42",
+                            {with(text.substr(0, 17)), with(text.substr(0, 13) + "\xFF\xFF")});
 }
 
 TEST(Decode, PiecesThatDoNotFollow) {
+    const std::string before = start + message(2, bytes(0x03, 1, 2, 3, "abc"));
     for (const std::string &next : {bytes(0x84, 1, 2, 3, "d"), bytes(0x83, 0, 2, 3, "d"),
                                     bytes(0x83, 1, 0, 3, "d"), bytes(0x83, 1, 2, 0, "d"), an_int})
-        expect_breaks("4:12",
-                      {start + message(2, bytes(0x03, 1, 2, 3, "abc")) + message(2, next) + end});
+        expect_breaks<Recorder>("#4:12", {before + message(2, next) + end});
 }
 
 TEST(Decode, StreamsThatStopShort) {
-    expect_breaks("1:0", {""});
-    expect_breaks("1:5", {opening.substr(0, 5)});
-    expect_breaks("3:0", {start});
-    expect_breaks("3:20", {start + message(2, an_int).substr(0, 20)});
-    expect_breaks("3:29", {start + message(2, an_int + bytes(0x03, 1, 2, 3, "abc")) + end});
-    expect_breaks("4:0", {start + message(2, an_int)});
+    const std::string piece = bytes(0x03, 1, 2, 3, "abc");
+    for (const auto &[place, stream] : {std::pair{"#1:0", ""s},
+                                        {"#1:5", opening.substr(0, 5)},
+                                        {"#3:0", start},
+                                        {"#3:20", start + message(2, an_int).substr(0, 20)},
+                                        {"#4:0", start + message(2, an_int)},
+                                        {"#3:29", start + message(2, an_int + piece) + end}})
+        expect_breaks<Recorder>(place, {stream});
 }
-
-} // namespace
