@@ -8,8 +8,8 @@ constexpr uint32_t sink = sizeof(DTPrint) + 4; // the console's, of owner 0
 
 TEST(Memory, ShowsWhatIsChargedToTheLowByteOfEachOwner) {
     DTMem_Free(7, DTMem_Malloc(7, 1));
-    DTMem_Free(261, DTMem_Malloc(5, 1));
-    DTMem_Malloc(261, 10);
+    DTMem_Free(389, DTMem_Malloc(133, 1));
+    DTMem_Malloc(389, 10);
     for (const uint32_t size : {0x80000u, 4u, 0x80000u}) DTMem_Malloc_Static(255, size);
     EXPECT_EQ(DTMem_Malloc(1, UINT32_MAX - 3), nullptr); // sizes whose bookkeeping wraps
     EXPECT_EQ(DTMem_Malloc_Static(1, UINT32_MAX - 2), nullptr);
@@ -20,7 +20,7 @@ TEST(Memory, ShowsWhatIsChargedToTheLowByteOfEachOwner) {
     EXPECT_EQ(platform.console(), "   id        size    malloc    free\n"
                                   "-------------------------------------\n" +
                                       of_sink +
-                                      "    5  0x0000000e         2       1\n"
+                                      "  133  0x0000000e         2       1\n"
                                       "  255  0x00200008         2       0\n"
                                       "\n"
                                       "static memory : left         = 0x00080000\n"

