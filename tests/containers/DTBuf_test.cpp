@@ -60,8 +60,8 @@ TEST(ByteBuffer, RefusesSizesThatWrapAndWhatCannotGrow) {
     EXPECT_EQ(DTBuf_Append(buf, "", UINT32_MAX), 0);     // length + count
     EXPECT_EQ(DTBuf_Append(buf, "", 0x40000000), 0);     // unit x elements
     EXPECT_EQ(DTBuf_Set(buf, UINT32_MAX - 1, "", 3), 0); // index + count
+    EXPECT_EQ(DTBuf_Append(buf, "text", 0), 0);          // of elements of one byte only
     buf->step = UINT32_MAX;
     EXPECT_EQ(DTBuf_Append(buf, "", 1), 0); // the rounding
     EXPECT_EQ(DTBuf_Length(buf), 1u);
-    EXPECT_EQ(DTBuf_Append(buf, "text", 0), 0); // of elements of one byte only
 }

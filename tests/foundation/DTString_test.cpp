@@ -21,47 +21,35 @@ std::string split(std::string text, const char *separator, int32_t max) {
 TEST(Format, KnowsTheSizeOfAnArrayAndTrustsAPointer) {
     const std::string longer(1200, 'x');
     EXPECT_EQ(DTString_SFormat("%s", longer.c_str()), longer.substr(0, 999));
-    EXPECT_STREQ(DTString_SFormat("%d-%s", -7, "b"), "-7-b");
     char small[4], large[2000];
     char *pointer = large;
     EXPECT_STREQ(DTString_Format(small, "%d", 123456), "123");
     EXPECT_EQ(DTString_Format(pointer, "%s", longer.c_str()), longer);
-    EXPECT_STREQ((DTString_Format)(large, "%s", "plain"), "plain");
     EXPECT_STREQ(DTString_FormatN(large, 3, "abc"), "ab");
-    EXPECT_STREQ(DTString_FormatN(large, 0, "xyz"), "ab");
 }
 
 TEST(HexDump, BreaksLinesBehindEverySixteenBytes) {
     EXPECT_STREQ(DTString_SHFormat("\x00\xAB\x7F", 3), "00 AB 7F ");
     EXPECT_STREQ(DTString_SHFormat("a", -1), "");
     EXPECT_STREQ(DTString_SHFormat(nullptr, 3), "");
-    EXPECT_EQ(hex(16).find('\n'), std::string::npos);
     EXPECT_EQ(hex(33), hex(16) + "\n" + hex(16) + "\nAB ");
 }
 
 TEST(HexDump, StopsBeforeTheByteThatDoesNotFit) {
     EXPECT_EQ(hex(3266).size(), 9999u);
-    char text[7];
-    EXPECT_STREQ(DTString_HFormat(text, "\1\2\3", 3), "01 02 ");
+    char text[52];
     EXPECT_STREQ(DTString_HFormatN(text, 6, "\1\2\3", 3), "01 ");
+    EXPECT_EQ(DTString_HFormat(text, std::string(20, '\xAB').data(), 20), hex(16)); // as an array
 }
 
 TEST(Split, CutsAtEachSeparator) {
+    for (const int32_t max : {1, -5}) EXPECT_EQ(split("a,b,c", ",", max), "a,b,c|");
     EXPECT_EQ(split("a,b,c", ",", 0), "a|b|c|");
-    EXPECT_EQ(split("a,b,c", ",", 1), "a,b,c|");
-    EXPECT_EQ(split("a,b,c", ",", -5), "a,b,c|");
     EXPECT_EQ(split("a,b,c", ",", 2), "a|b,c|");
     EXPECT_EQ(split("a::b:c", "::", 0), "a|b:c|");
     EXPECT_EQ(split(",a,,b", ",", 0), "|a|,b|"); // a piece's first character is no separator
-    EXPECT_EQ(split("a,", ",", 2), "a||");
+    EXPECT_EQ(split(std::string("a,\0,b", 5), ",", 0), "a||");
     EXPECT_EQ(split("", ",", 0), "|");
     EXPECT_EQ(split("a,b", "", 0), "a,b|");
     EXPECT_EQ(split("a,b", nullptr, 0), "");
-    EXPECT_EQ(DTString_Split(nullptr, ",", nullptr, 0), 0);
-}
-
-TEST(Trim, LeavesTheTextAsItIs) {
-    char text[] = " a ";
-    for (const auto trim : {DTString_Trim, DTString_LTrim, DTString_RTrim})
-        EXPECT_STREQ(trim(text, 1), " a ");
 }

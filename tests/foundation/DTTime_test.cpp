@@ -53,6 +53,7 @@ TEST(TimeText, AdvancesByWhatALongYearTakes) {
     if (sizeof(time_t) == 4) GTEST_SKIP() << "the clock ends in 2038";
     EXPECT_EQ(format("YYYY-MM", static_cast<time_t>(253402387200)), "10000-01");
     EXPECT_EQ(format("YYYY", static_cast<time_t>(67768036191676799)), "2147485547"); // the last
+    EXPECT_EQ(format("YYYY", static_cast<time_t>(-62325072000)), "-006");
     EXPECT_EQ(format("YY yy YYYY", static_cast<time_t>(-4418064000)), "29 29 1829");
 }
 

@@ -17,11 +17,6 @@ template <typename T> struct Some {
 template <typename T> struct Some<T *> {
     static T *value() { return reinterpret_cast<T *>(area); }
 };
-template <typename R, typename... A> struct Some<R (*)(A...)> {
-    static auto value() {
-        return [](A...) { return R(); };
-    }
-};
 
 template <typename R, typename T, typename... A> int64_t answer(R (*operation)(T *, A...)) {
     if constexpr (std::is_void_v<R>)

@@ -5,8 +5,6 @@
 #include <dt/records.h>
 #include <gtest/gtest.h>
 
-#include <map>
-
 namespace {
 
 std::string shown(const std::string &format, const void *bytes) {
@@ -21,17 +19,16 @@ TEST(PackFormat, SizesAndCountsFields) {
     EXPECT_EQ(DTBuffer_GetPackSize("TBhI3S5S7S", &count), 26);
     EXPECT_EQ(count, 7);
     // A count is of the next letter, and only of s and S; any other character drops it.
-    const std::map<const char *, int32_t> sizes = {{"12s", 12},
-                                                   {"2B4I", 5},
-                                                   {"1x2s", 2},
-                                                   {"1B2s", 3},
-                                                   {"12\x80s", 0},
-                                                   {"*s", 0},
-                                                   {nullptr, 0},
-                                                   {"BIIIH", 15},
-                                                   {"4294967297s", INT32_MAX},
-                                                   {"10s0S", 10},
-                                                   {"2147483647s2147483647SI", INT32_MAX}};
+    const std::pair<const char *, int32_t> sizes[] = {{"12s", 12},
+                                                      {"2B4I", 5},
+                                                      {"1x2s", 2},
+                                                      {"1B2s", 3},
+                                                      {"12\x80s", 0},
+                                                      {"*s", 0},
+                                                      {nullptr, 0},
+                                                      {"10s0S", 10},
+                                                      {"3000000000s", INT32_MAX},
+                                                      {"2147483647s2147483647SI", INT32_MAX}};
     for (const auto &[format, size] : sizes)
         EXPECT_EQ(DTBuffer_GetPackSize(format, nullptr), size) << format;
 }
@@ -46,8 +43,7 @@ TEST(PackFormat, PacksEachLetter) {
     EXPECT_EQ(record[0], '\xFF');
     EXPECT_EQ(DTBuffer_PackN(record.data(), 7, "BI2s", 1, 2, "xy"), 7);
     EXPECT_EQ(DTBuffer_PackN(record.data(), UINT32_MAX, "2147483647sB", "", 1), -1);
-    EXPECT_EQ(DTBuffer_Pack(record.data(), nullptr) + DTBuffer_Pack(nullptr, "B", 1), 0);
-    EXPECT_EQ(DTBuffer_PackN(nullptr, 1, "B", 1), 0);
+    EXPECT_EQ(DTBuffer_Pack(nullptr, "B", 1) + DTBuffer_PackN(nullptr, 1, "B", 1), 0);
 }
 
 TEST(PackFormat, ExtractsWhatWasPackedAndStopsBeforeAnOverrun) {

@@ -116,7 +116,7 @@ TEST_F(InfoRecords, OfAnyLengthAreComparedAndShown) {
 
 TEST_F(InfoRecords, AmongOthersAreFound) {
     for (const std::string key :
-         {"TBhI0S0S0S", "l", "TBhI1S2S", "TBhI1S2S3s", "TBhI0S0S0S.", "TBhIS2S3S",
+         {"TBhI0S0S0S", "l", "TBhI1S2S", "TBhI0S0S0s", "TBhI0S0S0S.", "TBhIS2S3S",
           "TBhI99999999999S2S3S", "TBhI0S0S1S", "tBhI0S0S0S", "TBhI 0S0S0S", "TBhI0S0S0S"})
         DTInfo_Append(store, key.data(), static_cast<uint8_t>(key.size()), "elevenbytes", 11);
     EXPECT_EQ(numbers({}), "1,2, of 2");

@@ -78,7 +78,8 @@ TEST_F(Logger, ShowsEachRecordOnALineOfItsOwn) {
 // 65,536 is no multiple of 100: the 16-bit count of records starts again and pauses there.
 TEST_F(Logger, PausesAfterTheFirstOfEachHundredRecords) {
     DTLogger_SetInfoSize(logger, 0);
-    for (int line = 0; line < 32769; ++line) DTLogger_Append(logger, 1, 0, "");
+    for (int line = 0; line < 32768; ++line) DTLogger_Append(logger, 1, 0, "");
+    DTInfo_Write(logger->info, "l", "one more");
     shown_in_buffer();
     EXPECT_EQ(platform.delays, std::vector<uint32_t>(657, 1000));
 }
@@ -99,7 +100,9 @@ TEST_F(Logger, MakesItsStoreWithTheFirstLine) {
 
 TEST_F(Logger, KeepsTextsForItsUserCutAtTheirFields) {
     const std::string text(600, 't');
-    DTLogger_Tail(logger);
+    DTLogger_Header(logger, "");
+    EXPECT_EQ(logger->header_top, 0);
+    for (int twice = 0; twice < 2; ++twice) DTLogger_Tail(logger);
     EXPECT_EQ(logger->header_top, -1);
     for (int i = 0; i <= 100; ++i) DTLogger_Header(logger, i < 100 ? "short" : text.c_str());
     DTLogger_Tail(logger);

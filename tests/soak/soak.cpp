@@ -8,7 +8,7 @@
 #include <dt/dt.h>
 
 #include <algorithm>
-#include <chrono>
+#include <fstream>
 #include <random>
 #include <stdio.h>
 #include <stdlib.h>
@@ -19,6 +19,7 @@ namespace {
 std::mt19937 generator(20141116);
 CollectItem *item;
 DTFault *faults[3];
+char area[3000];
 
 uint32_t upto(uint32_t most) { return static_cast<uint32_t>(generator()) % (most + 1); }
 
@@ -29,16 +30,14 @@ void log_and_count() {
         DTFault_SetRunLog(fault, upto(3), 0, text(300).c_str());
         DTFault_SetInitLog(fault, 1, 0, text(50).c_str());
         DTFault_SetCounter64(fault, upto(9), upto(UINT32_MAX - 1));
-        const std::string data = text(3000);
-        DTFault_SetValue(fault, upto(9), data.data(), static_cast<uint32_t>(data.size()));
+        DTFault_SetValue(fault, upto(9), area, upto(3000));
     }
 }
 
 void put_values(uint32_t) {
     Collect_PutInt(item, 1, upto(99));
     Collect_PutString(item, 2, text(5000).c_str(), 0);
-    const std::string bytes = text(3000);
-    Collect_PutStruct(item, 3, bytes.data(), static_cast<int32_t>(bytes.size()));
+    Collect_PutStruct(item, 3, area, static_cast<int32_t>(upto(3000)));
 }
 
 void collect() {
@@ -54,11 +53,7 @@ void churn_hash() {
     DTHash *table = DTHash_New(4, 8, 1 + upto(60), nullptr);
     for (int i = 0; i < 200; ++i) {
         const uint32_t key = upto(100);
-        const uint64_t value = key;
-        if (upto(2) != 0)
-            DTHash_Set(table, &key, &value);
-        else
-            DTHash_Delete(table, &key);
+        upto(2) != 0 ? (void)DTHash_Set(table, &key, area) : DTHash_Delete(table, &key);
     }
     DTHash_Release(table);
 }
@@ -104,11 +99,9 @@ void work() {
 }
 
 uint32_t resident_kib() {
-    unsigned long total = 0, pages = 0;
-    FILE *file = fopen("/proc/self/statm", "r");
-    if (!file || fscanf(file, "%lu %lu", &total, &pages) != 2) abort();
-    fclose(file);
-    return static_cast<uint32_t>(pages * static_cast<unsigned long>(getpagesize()) / 1024);
+    long total, pages;
+    if (!(std::ifstream("/proc/self/statm") >> total >> pages)) abort();
+    return static_cast<uint32_t>(pages * getpagesize() / 1024);
 }
 
 } // namespace
@@ -123,12 +116,9 @@ int main(int argc, char **argv) {
     item = Collect_New("collector", put_values, put_values);
     uint32_t warm[2] = {}, late[2] = {}; // most bytes accounted for, and resident
     unsigned long rounds = 0;
-    const auto start = std::chrono::steady_clock::now();
+    const time_t start = time(nullptr);
     for (int second = 1; second <= seconds; ++second) {
-        while (std::chrono::steady_clock::now() < start + std::chrono::seconds(second)) {
-            work();
-            ++rounds;
-        }
+        for (; time(nullptr) < start + second; ++rounds) work();
         const uint32_t bytes = outstanding(0) + outstanding(COLLECT_OWNER_ID);
         const uint32_t resident = resident_kib();
         uint32_t(&most)[2] = second <= std::min(60, seconds / 2) ? warm : late;
