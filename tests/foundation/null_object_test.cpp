@@ -11,20 +11,20 @@ namespace {
 uint64_t area[100];
 
 // An argument that is fit for use.
-template <typename T> struct Some {
-    static T value() { return T{1}; }
-};
-template <typename T> struct Some<T *> {
-    static T *value() { return reinterpret_cast<T *>(area); }
-};
+template <typename T> T some() {
+    if constexpr (std::is_pointer_v<T>)
+        return reinterpret_cast<T>(area);
+    else
+        return T{1};
+}
 
 template <typename R, typename T, typename... A> int64_t answer(R (*operation)(T *, A...)) {
     if constexpr (std::is_void_v<R>)
-        return operation(nullptr, Some<A>::value()...), 0;
+        return operation(nullptr, some<A>()...), 0;
     else if constexpr (std::is_pointer_v<R>)
-        return operation(nullptr, Some<A>::value()...) != nullptr;
+        return operation(nullptr, some<A>()...) != nullptr;
     else
-        return static_cast<int64_t>(operation(nullptr, Some<A>::value()...));
+        return static_cast<int64_t>(operation(nullptr, some<A>()...));
 }
 
 template <typename... Operation> std::vector<int64_t> answers(Operation... operations) {

@@ -101,11 +101,3 @@ TEST_F(FuncLog, GetsRecordsAndTheirOwners) {
     }
     EXPECT_EQ(get(200), 1);
 }
-
-TEST_F(FuncLog, HoldsRecordsAloneWithoutATable) {
-    DTFuncLog_Release(log);
-    EXPECT_EQ(platform.blocks, 0u);
-    log = DTFuncLog_New(nullptr, 2, 1024);
-    add(0, "\1");
-    EXPECT_EQ(show(nullptr, 0, 1), "");
-}

@@ -77,19 +77,6 @@ TEST_F(InfoStore, AFilterIsAPrefixThatNeverMatchesAcrossTheEnd) {
         EXPECT_EQ(DTInfo_Get(store, "log", 0, &pos, nullptr, nullptr, nullptr, nullptr), found);
 }
 
-// Wherever a position points after records were erased, reading stays inside the block.
-TEST_F(InfoStore, SurvivesPositionsThatPointAnywhere) {
-    DTInfo *store = store_of({300, 300, 300});
-    append(store, "d", many(200, '\x7F'));
-    const uint8_t *value, *last = static_cast<uint8_t *>(DTMem_Get(store->memory, 1023));
-    uint16_t length;
-    for (uint32_t start = 0; start < 1100; ++start) {
-        uint32_t pos = start, records = 0;
-        while (DTInfo_Get(store, nullptr, 0, &pos, nullptr, nullptr, &value, &length))
-            ASSERT_TRUE(value + length <= last + 1 && ++records < 9) << start;
-    }
-}
-
 TEST_F(InfoStore, RefusesWhatTheLayoutCannotHold) {
     DTInfo *store = DTInfo_New(1024 * 1024);
     const std::string key = many(254, 'k'), text = many(65536);
@@ -153,7 +140,7 @@ TEST_F(InfoStore, KeepsTwoThousandFlags) {
 TEST_F(InfoStore, HoldsTheNewestRecordsLikeAModel) {
     std::mt19937 random(19700101);
     const auto below = [&](size_t limit) { return static_cast<unsigned>(random() % limit); };
-    for (uint32_t round = 0; round < 48; ++round) {
+    for (uint32_t round = 0; round < 24; ++round) {
         const uint32_t max_size = round % 8 * 1024;
         DTInfo *store = DTInfo_New(max_size);
         LapModel model(max_size != 0 ? max_size : SIZE_MAX);
@@ -173,6 +160,7 @@ TEST_F(InfoStore, HoldsTheNewestRecordsLikeAModel) {
             ASSERT_LE(store->memory->size, model.size);
             if (step % 4 != 0) continue;
             ASSERT_EQ(records_of(store), model.records()) << step;
+            ASSERT_LT(walk(store, "", below(max_size + 99), max_size).size(), max_size + 1);
             expect_sound(store);
         }
         DTInfo_Release(store);

@@ -135,11 +135,3 @@ TEST(FaultLog, CutsAnywhere) {
                                 {file.substr(0, cut)});
     }
 }
-
-// The longest entries are 65,535 bytes; what follows them is found.
-TEST(FaultLog, TheLongestEntries) {
-    const std::string text(65535 - 9, 't'), data(65535 - 11, 'd');
-    const std::string value = "\x02\x06p\1\0\0\0\xF4\xFF\0\0"s + data;
-    EXPECT_EQ(story(log({"run pump " + stamp, "run pump " + text}) + entry(value) + values),
-              "run [pump] [11/16 19:00:10] " + text + "|6 [p] 1 0 " + data + "|" + values_story);
-}

@@ -137,16 +137,15 @@ TEST(ConfigServer, WhatCannotBeReadOrListenedOn) {
     const std::string path = ::testing::TempDir() + "listen.ini";
     std::ofstream(path) << "a = 1\n";
     const Fd taken = dtctl::bind_udp("127.0.0.1", 0);
-    const auto start = [&taken](const std::string &file) {
-        dtctl::Output log(stdout);
-        return outcome_of([&](std::FILE *) {
-                   dtctl::ConfigServer({file, "127.0.0.1", dtctl::local_port(taken), false}, log);
-               })
-            .code;
-    };
-    EXPECT_EQ(start(path), dtctl::Exit::unreachable);
-    EXPECT_EQ(start(path + ".none"), dtctl::Exit::failed);
-    EXPECT_EQ(start("/dev/zero"), dtctl::Exit::failed);
+    for (const auto &[file, code] : {std::pair{path, dtctl::Exit::unreachable},
+                                     {path + ".none", dtctl::Exit::failed},
+                                     {"/dev/zero"s, dtctl::Exit::failed}}) {
+        const Outcome outcome = outcome_of([&](std::FILE *out) {
+            dtctl::Output log(out);
+            dtctl::ConfigServer({file, "127.0.0.1", dtctl::local_port(taken), false}, log);
+        });
+        EXPECT_EQ(outcome.code, code) << file;
+    }
     std::remove(path.c_str());
 }
 
