@@ -89,4 +89,5 @@ TEST_F(FaultRegistry, RegistersWithoutALogOrNotAtAllWhenMemoryIsShort) {
     DTFault_ShowInitLog(fault);
     EXPECT_EQ(platform.console(), "");
     EXPECT_EQ(records_of(fault->run_logger->info).size(), 2u);
+    DTFault_Start(); // passes over the missing log
 }

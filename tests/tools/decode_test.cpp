@@ -116,7 +116,8 @@ TEST(Decode, BrokenFrames) {
     };
     const std::string text = bytes(0x83, 0, 0, 0, "abc");
     expect_breaks<Recorder>("#3:29",
-                            {with("\x80"s), with("\x85"s), with("\x01"s + an_int.substr(1)),
+                            {with("\x80"s + an_int.substr(1)), with("\x85"s + an_int.substr(1)),
+                             with("\x01"s + an_int.substr(1)),
                              with("\x02"s + a_long.substr(1) + an_int), with(an_int.substr(0, 16)),
                              with(a_long.substr(0, 20)), with(text.substr(0, 14))});
     expect_breaks<Recorder>("#3:42",

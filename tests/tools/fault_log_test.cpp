@@ -85,10 +85,11 @@ TEST(FaultLog, NamesHaveAtMost22Bytes) {
 // What looks like a stamp but is another fault's, of the other log, or not quite one.
 TEST(FaultLog, OnlyTheTwoHalvesOfALineArePaired) {
     EXPECT_EQ(story(log({"log a " + stamp, "run a text", "run a " + stamp, "run ab text",
-                         "run a 11/16 19-00:10 ", "run a x11/16 19:00:10 ", "run b " + stamp,
-                         "run b " + stamp, "run b last"})),
+                         "run a 11/16 19-00:10 ", "run a 1:/16 19:00:10 ", "run a x11/16 19:00:10 ",
+                         "run b " + stamp, "run b " + stamp, "run b last"})),
               "init [a] [11/16 19:00:10] -|run [a] [-] text|run [a] [11/16 19:00:10] -|"
-              "run [ab] [-] text|run [a] [-] 11/16 19-00:10 |run [a] [-] x11/16 19:00:10 |"
+              "run [ab] [-] text|run [a] [-] 11/16 19-00:10 |run [a] [-] 1:/16 19:00:10 |run [a] "
+              "[-] x11/16 19:00:10 |"
               "run [b] [11/16 19:00:10] -|run [b] [11/16 19:00:10] last|");
 }
 
