@@ -1,6 +1,8 @@
 #include "support/platform.h"
 #include "support/store.h"
 
+#include <regex>
+
 namespace {
 
 constexpr DTFunc funcs[] = {
@@ -21,20 +23,12 @@ struct FuncLog : RecordsTest {
         DTFuncLog_Show(log, name, from, count);
         return platform.take_console();
     }
+    // Number and last byte of each record shown.
+    std::string selected(const char *name, int32_t from, int32_t count) {
+        const std::regex record("\n\\w*=(\\d+),[^=]*=>[^=]*=>0x\\w*(\\w)<\n(0003.*\n)?");
+        return std::regex_replace(show(name, from, count), record, "$1:$2 ");
+    }
 };
-
-std::string shown(int number, const std::string &func, const std::string &format) {
-    return "\nindex=" + std::to_string(number) + ",func:" + func + "\nformat:*T" + format +
-           "\n0001[T]=>2014/11/16 18:44:43<\n0002";
-}
-
-std::string opened(int number, int byte) {
-    return shown(number, "open (device)", "B") + "[B]=>0x0" + std::to_string(byte) + "<\n";
-}
-
-std::string did_read(int number, const char *end = "0003[2s]=>cd<\n") {
-    return shown(number, "read (blocks)", "H2s") + "[H]=>0x6261<\n" + end;
-}
 
 } // namespace
 
@@ -47,36 +41,36 @@ TEST_F(FuncLog, ListsTheTable) {
 
 TEST_F(FuncLog, NumbersTheRecordsThatItSelects) {
     add(0, "\1");
-    add(1, "abcd");
+    add(1, "\7acd");
     for (const char *byte : {"\2", "\3"}) add(0, byte);
-    EXPECT_EQ(show(nullptr, 0, 10), opened(0, 1) + did_read(1) + opened(2, 2) + opened(3, 3));
-    EXPECT_EQ(show("", 1, 2), did_read(1) + opened(2, 2));
-    EXPECT_EQ(show("open", 2, INT32_MAX), opened(2, 3));
-    EXPECT_EQ(show("", -2, 3), opened(0, 1));
-    EXPECT_EQ(show("", INT32_MIN, INT32_MAX), ""); // 2^31 at the first record is too many
-    EXPECT_EQ(show("", 0, -1) + show("close", 0, 10) + show("ope", 0, 10), "");
+    EXPECT_EQ(selected(nullptr, 0, 10), "0:1 1:7 2:2 3:3 ");
+    EXPECT_EQ(selected("", 1, 2), "1:7 2:2 ");
+    EXPECT_EQ(selected("open", 2, INT32_MAX), "2:3 ");
+    EXPECT_EQ(selected("", -2, 3), "0:1 ");
+    EXPECT_EQ(selected("", INT32_MIN, INT32_MAX), ""); // 2^31 at the first record is too many
+    EXPECT_EQ(selected("", 0, -1) + selected("close", 0, 10) + selected("ope", 0, 10), "");
 }
 
 TEST_F(FuncLog, EndsAtARecordOfNoFunction) {
     add(0, "\1");
     add(3, "foreign");
     add(1, "ab\xFF");
-    EXPECT_EQ(show(nullptr, 0, 10), opened(0, 1));
-    EXPECT_EQ(show(nullptr, 2, 10), did_read(2, "")); // those in front of from are not looked at
+    EXPECT_EQ(selected(nullptr, 0, 10), "0:1 ");
+    // Those in front of from are not looked at; of a record that is cut its whole fields are shown.
+    EXPECT_EQ(show(nullptr, 2, 10), "\nindex=2,func:read (blocks)\nformat:*TH2s\n"
+                                    "0001[T]=>2014/11/16 18:44:43<\n0002[H]=>0x6261<\n");
     DTInfo_Clear(log->info);
     DTInfo_Append(log->info, nullptr, 0, "\1", 1);
     EXPECT_EQ(show(nullptr, 0, 10), "");
 }
 
 TEST_F(FuncLog, ShowsTheFirst97CharactersOfAFormat) {
-    const std::string blanks(94, '.'), fits = blanks + "b2s", cut = blanks + "b12s";
-    const std::string name(2000, 'n');
-    const DTFunc table[] = {{"fits", fits.c_str(), 0, ""}, {name.c_str(), cut.c_str(), 0, "d"}};
+    const std::string blanks(94, '.'), name(2000, 'n'), cut = blanks + "b12s";
+    const DTFunc table[] = {{name.c_str(), cut.c_str(), 0, "d"}};
     log->funcs = table;
-    add(0, "\1xy");
-    add(1, "\1x");
-    EXPECT_EQ(show("", 0, 2), shown(0, "fits ", fits) + "[B]=>1<\n0003[2s]=>xy<\n" +
-                                  shown(1, name + " d", blanks + "b12") + "[B]=>1<\n");
+    add(0, "\1x");
+    EXPECT_EQ(show("", 0, 1), "\nindex=0,func:" + name + " d\nformat:*T" + blanks +
+                                  "b12\n0001[T]=>2014/11/16 18:44:43<\n0002[B]=>1<\n");
 }
 
 TEST_F(FuncLog, GetsRecordsAndTheirOwners) {
@@ -87,13 +81,10 @@ TEST_F(FuncLog, GetsRecordsAndTheirOwners) {
     const auto get = [&](int32_t index) {
         return DTFuncLog_Get(log, index, &pos, &id, &value, &length);
     };
-    EXPECT_EQ(get(1), 0);
-    pos = DTINFO_FIRST;
     EXPECT_EQ(get(DTFUNCLOG_ANY), 1);
     EXPECT_EQ(id * 100 + length * 10 + value[4], 51u);
     EXPECT_EQ(get(INT32_MIN), 1);
     EXPECT_EQ(id, 200u);
-    EXPECT_EQ(get(-1), 0);
     for (const int32_t index : {200, 456}) { // 456 has the low byte 200
         pos = DTINFO_FIRST;
         log->func_count = index;
