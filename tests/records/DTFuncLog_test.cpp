@@ -23,7 +23,7 @@ struct FuncLog : RecordsTest {
         DTFuncLog_Show(log, name, from, count);
         return platform.take_console();
     }
-    // Number and last byte of each record shown.
+    // Number and last digit of each record shown.
     std::string selected(const char *name, int32_t from, int32_t count) {
         const std::regex record("\n\\w*=(\\d+),[^=]*=>[^=]*=>0x\\w*(\\w)<\n(0003.*\n)?");
         return std::regex_replace(show(name, from, count), record, "$1:$2 ");

@@ -125,7 +125,8 @@ TEST_F(InfoStore, ResizingKeepsOrEmpties) {
 
 TEST_F(InfoStore, KeepsTwoThousandFlags) {
     DTInfo *store = DTInfo_New(0);
-    for (const uint32_t id : {1999, 2000, 2000}) DTInfo_SetFlag(store, id, id == 1999 ? 1 : 3);
+    DTInfo_SetFlag(store, 1999, 1);
+    DTInfo_SetFlag(store, 2000, 3); // out of range: nothing
     EXPECT_EQ(store->flags[249], 0x80);
     DTInfo_SetFlag(store, 0, 2);
     for (int twice = 0; twice < 2; ++twice) DTInfo_SetFlag(store, 9, 7);
@@ -160,7 +161,8 @@ TEST_F(InfoStore, HoldsTheNewestRecordsLikeAModel) {
             ASSERT_LE(store->memory->size, model.size);
             if (step % 4 != 0) continue;
             ASSERT_EQ(records_of(store), model.records()) << step;
-            ASSERT_LT(walk(store, "", below(max_size + 99), max_size).size(), max_size + 1);
+            // A walk that stood anywhere when records were erased stays inside the block and ends.
+            ASSERT_LT(walk(store, "", below(store->memory->size + 99), 9999).size(), 9999u);
             expect_sound(store);
         }
         DTInfo_Release(store);

@@ -53,7 +53,10 @@ void churn_hash() {
     DTHash *table = DTHash_New(4, 8, 1 + upto(60), nullptr);
     for (int i = 0; i < 200; ++i) {
         const uint32_t key = upto(100);
-        upto(2) != 0 ? (void)DTHash_Set(table, &key, area) : DTHash_Delete(table, &key);
+        if (upto(2) != 0)
+            DTHash_Set(table, &key, area);
+        else
+            DTHash_Delete(table, &key);
     }
     DTHash_Release(table);
 }
