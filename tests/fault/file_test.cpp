@@ -51,14 +51,15 @@ TEST_F(FaultLogFile, IsLaidOutToTheByte) {
 }
 
 TEST_F(FaultLogFile, HoldsInitBeforeRunForEachFault) {
+    const std::string longer(300, 'b');
     DTFault *unnamed = DTFault_Regist("", nullptr);
     for (DTFault *fault : {unnamed, pump}) {
-        DTFault_SetRunLog(fault, 1, 0, fault == pump ? "b" : "d");
+        DTFault_SetRunLog(fault, 1, 0, longer.c_str());
         DTFault_SetInitLog(fault, 1, 0, fault == pump ? "a" : "");
         DTFault_SetRegist(fault, 1, 2);
     }
-    EXPECT_EQ(written(), line("log pump ", "a") + line("run pump ", "b") + line("log  ", "") +
-                             line("run  ", "d") + end_mark + value(0, "", 1, 2) +
+    EXPECT_EQ(written(), line("log pump ", "a") + line("run pump ", longer) + line("log  ", "") +
+                             line("run  ", longer) + end_mark + value(0, "", 1, 2) +
                              value(0, "pump", 1, 2));
 }
 

@@ -120,7 +120,7 @@ TEST(FaultLog, DamagedValues) {
     const std::string number = "\1\0\0\0\2\0\0\0"s;
     expect("", {"\x17\0"s + longest + number});
     expect("#62", {"\0"s + number});
-    expect("#64", {"\0\0xx"s + number, "\x18\0n"s + longest + number, "\x0C\0"s + number});
+    expect("#64", {"\0\0xx"s + number, "\x18\0n"s + longest + number, "\x0A\0"s + number});
     expect("#65", {"\x01\x07"s + number});
     expect("#66", {"\x03\0p\0"s + number, "\x01\0x"s + number, "\x01\x01"s + number});
     expect("#68", {"\x03\x02pp\1\0\0\0\0\0\0"s});
