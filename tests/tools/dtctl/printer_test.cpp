@@ -33,7 +33,7 @@ std::string printed_faults(Format format) {
     using dt::decode::FaultKind, dt::decode::FaultLog;
     const Outcome outcome = outcome_of([format](std::FILE *out) {
         const auto printer = dtctl::make_fault_printer(format, out);
-        printer->on_line({FaultLog::init, "a,b", "11/16 19:00:10", "say \"hi\",\nok"});
+        printer->on_line({FaultLog::init, "a,b", "11/16 19:00:10", "hi\nok"});
         printer->on_line({FaultLog::run, "p\xFF", std::nullopt, "\x1F[1m"});
         printer->on_line({FaultLog::run, "", "11/16 19:00:10", std::nullopt});
         printer->on_fault_value({FaultKind::reg, "a,b", 1, 0xFFFFFFFE, ""});
@@ -56,7 +56,7 @@ TEST(Printers, Table) {
               "pump                         0          0  buffer    616200\n");
     EXPECT_EQ(printed_faults(Format::table),
               "log            fault                   time                 text\n"
-              "init           a,b                     11/16 19:00:10       say \"hi\",\\nok\n"
+              "init           a,b                     11/16 19:00:10       hi\\nok\n"
               "run            p\\xff                   (no time)            \\x1f[1m\n"
               "run                                    11/16 19:00:10       (no text)\n\n"
               "kind           fault                   id                   value\n"
@@ -77,7 +77,7 @@ TEST(Printers, JsonLines) {
 {"identity":"a102","collector":"pump","index":1,"section":0,"key":0,"type":"buffer","hex":"616200"}
 )");
     EXPECT_EQ(printed_faults(Format::json),
-              R"({"type":"init","fault":"a,b","time":"11/16 19:00:10","text":"say \"hi\",\nok"}
+              R"({"type":"init","fault":"a,b","time":"11/16 19:00:10","text":"hi\nok"}
 {"type":"run","fault_hex":"70ff","time":null,"text":"\u001f[1m"}
 {"type":"run","fault":"","time":"11/16 19:00:10","text":null}
 {"type":"register","fault":"a,b","id":1,"value":4294967294}
@@ -95,15 +95,14 @@ TEST(Printers, Csv) {
                                     "a102,,3,0,0,string,text,\"say \"\"\xC3\xBC\"\",\nok\"\n"
                                     "a102,p\\xff,1,0,0,string,hex,1bfc\n"
                                     "a102,pump,1,0,0,buffer,hex,616200\n");
-    EXPECT_EQ(printed_faults(Format::csv),
-              "type,fault,time,id,encoding,value\n"
-              "init,\"a,b\",11/16 19:00:10,,text,\"say \"\"hi\"\",\nok\"\n"
-              "run,p\\xff,,,hex,1f5b316d\n"
-              "run,,11/16 19:00:10,,,\n"
-              "register,\"a,b\",,1,decimal,4294967294\n"
-              "counter64,p,,4294967295,decimal,9223372036854775808\n"
-              "register-data,p,,2,hex,6f6e2c09\n"
-              "value,p,,6,hex,0061\n");
+    EXPECT_EQ(printed_faults(Format::csv), "type,fault,time,id,encoding,value\n"
+                                           "init,\"a,b\",11/16 19:00:10,,text,\"hi\nok\"\n"
+                                           "run,p\\xff,,,hex,1f5b316d\n"
+                                           "run,,11/16 19:00:10,,,\n"
+                                           "register,\"a,b\",,1,decimal,4294967294\n"
+                                           "counter64,p,,4294967295,decimal,9223372036854775808\n"
+                                           "register-data,p,,2,hex,6f6e2c09\n"
+                                           "value,p,,6,hex,0061\n");
 }
 
 TEST(Printers, OutputThatCannotBeWrittenIsAFailure) {
@@ -128,12 +127,24 @@ TEST(FaultFile, ACutFileIsShownUpToTheCut) {
     std::remove(path.c_str());
 }
 
+TEST(FaultFile, AnUnreadableOneIsAFailure) {
+    for (const auto &[path, reason] :
+         {std::pair{"/", "Is a directory"}, {"/none", "No such file or directory"}}) {
+        const Outcome outcome = outcome_of([&path = path](std::FILE *out) {
+            dtctl::show_fault_log(path, *dtctl::make_fault_printer(Format::csv, out));
+        });
+        EXPECT_EQ(outcome.code, dtctl::Exit::failed);
+        EXPECT_EQ(outcome.error, "cannot read "s + path + ": " + reason);
+    }
+}
+
 // Overlong forms, surrogates, cut characters and what lies beyond Unicode are bytes, not text.
 TEST(Text, OnlyWellFormedUtf8Passes) {
     for (const std::string text :
          {"\xC2\x80", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xF4\x8F\xBF\xBF"}) {
         EXPECT_EQ(dtctl::character_length(text + "x"), text.size()) << dtctl::hex(text);
-        EXPECT_FALSE(dtctl::is_utf8(text.substr(0, text.size() - 1))) << dtctl::hex(text);
+        const std::string_view cut = std::string_view(text).substr(0, text.size() - 1);
+        EXPECT_FALSE(dtctl::is_utf8(cut)) << dtctl::hex(text);
     }
     for (const std::string text : {"\x80", "\xC1\xBF", "\xE0\x9F\x80", "\xED\xA0\x80",
                                    "\xF0\x8F\x80\x80", "\xF4\x90\x80\x80", "\xE1\x80\xC0"})

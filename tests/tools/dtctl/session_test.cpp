@@ -118,10 +118,21 @@ TEST(Session, ABreakIsReportedBehindTheValues) {
 TEST(Session, SilenceEndsItAfterTheCommandWasRepeated) {
     Device device;
     dtctl::Request request = request_for(device);
-    request.timeout = 150ms;
+    request.timeout = 600ms;
+    const auto begin = dtctl::Clock::now();
     EXPECT_EQ(run(request).code, Exit::timeout);
+    EXPECT_LT(dtctl::Clock::now() - begin, 2 * request.timeout - 50ms);
     for (int sent = 0; sent < 3; ++sent) EXPECT_EQ(device.command(0s).size(), 16u);
     EXPECT_EQ(device.command(0s), "");
+}
+
+TEST(Session, ADeviceThatFallsSilentEndsIt) {
+    Device device;
+    std::thread thread([&] { device.answer(device.command(), {opening, ""}); });
+    dtctl::Request request = request_for(device);
+    request.timeout = 600ms;
+    EXPECT_EQ(run(request).code, Exit::timeout);
+    thread.join();
 }
 
 TEST(Session, APortThatIsTakenOrRefusesIsUnreachable) {
@@ -132,6 +143,7 @@ TEST(Session, APortThatIsTakenOrRefusesIsUnreachable) {
     EXPECT_EQ(run(request).code, Exit::unreachable);
     EXPECT_EQ(device.command(0s), "");
     request.listen = 0;
+    request.resend = 0;
     device.commands = dtctl::Fd();
     EXPECT_EQ(run(request).code, Exit::unreachable);
 }
