@@ -92,6 +92,14 @@ TEST_F(InfoStore, RefusesWhatTheLayoutCannotHold) {
     EXPECT_EQ(append(store, "k", "v"), -1); // positions that cannot be
 }
 
+TEST_F(InfoStore, AValueToBeWrittenLaterIsFreeBytesUntilThen) {
+    DTInfo *store = DTInfo_New(1024);
+    append(store, "a", many(1000));
+    ASSERT_EQ(DTInfo_PackPre(store, "b", 1, 500), 1); // in the place of the other
+    const void *value = DTMem_Get(store->memory, store->free_addr);
+    EXPECT_EQ(std::string(static_cast<const char *>(value), 500), std::string(500, '\xFF'));
+}
+
 TEST_F(InfoStore, IgnoreDropsAppendsInEachOnesWay) {
     DTInfo *store = DTInfo_New(1024);
     DTInfo_Ignore(store, 1);
