@@ -54,6 +54,7 @@ void memory() {
     DTMem_memcpy(block, 0, "abcd", 4);
     if (DTMem *grown = answered([&] { return DTMem_realloc(block, 2000); })) block = grown;
     DTMem *piece = DTMem_New(4, 1); // from the pool
+    DTMem_memset(piece, 0, '-', 4);
     DTMem_memcpy(piece, 0, DTMem_Get(block, 0), 4);
     char kept[5] = "";
     DTMem_memget(piece, 0, kept, 4);
