@@ -27,7 +27,7 @@ written, or dtctl was built without libpcap; 2 usage; 5 no collection is in the 
 one breaks its format or lacks a piece (values before that are printed).)";
 
 void run(const Options &options) {
-    const Stream out = open_output(options.output.path);
+    const Stream out = open_output(options.output.path, options.path);
     replay(options.path, *make_printer(options.output.format, out.get(), options.output.times));
 }
 

@@ -21,7 +21,7 @@ written; 2 usage; 5 the file is damaged or stops short (all before that is shown
 the byte and the reason are told on standard error).)";
 
 void run(const Options &options) {
-    const Stream out = open_output(options.output.path);
+    const Stream out = open_output(options.output.path, options.path);
     const auto printer = make_fault_printer(options.output.format, out.get());
     show_fault_log(options.path, *printer);
 }

@@ -10,15 +10,30 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 namespace dtctl {
+namespace {
 
-Stream open_output(const std::string &path) {
+[[noreturn]] void refuse(const std::string &path, const char *reason) {
+    throw Failure(Exit::failed, fmt::format("cannot write {}: {}", escape(path), reason));
+}
+
+// By whatever names. What is no file, like a terminal, may well be both.
+bool is_same_file(const std::string &path, const std::string &other) {
+    std::error_code error;
+    return std::filesystem::is_regular_file(path, error) &&
+           std::filesystem::equivalent(path, other, error);
+}
+
+} // namespace
+
+Stream open_output(const std::string &path, const std::string &input) {
     if (path.empty()) return {stdout, [](std::FILE *) { return 0; }};
+    if (is_same_file(path, input == "-" ? "/dev/stdin" : input))
+        refuse(path, "it is the file to be read");
     std::FILE *file = std::fopen(path.c_str(), "we");
-    if (!file)
-        throw Failure(Exit::failed,
-                      fmt::format("cannot write {}: {}", escape(path), std::strerror(errno)));
+    if (!file) refuse(path, std::strerror(errno));
     return {file, std::fclose};
 }
 

@@ -19,8 +19,9 @@ struct OutputOptions {
 
 using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE *)>;
 
-// Opens, and empties, the file that the results go to. Throws Failure.
-Stream open_output(const std::string &path);
+// Opens, and empties, the file that the results go to. Throws Failure; also for the file that the
+// command is about to read, "-" for standard input, which stays as it is.
+Stream open_output(const std::string &path, const std::string &input = "");
 
 // Whether colours are welcome: on a terminal, unless NO_COLOR is set or it knows none.
 bool shows_colours(std::FILE *out);

@@ -63,6 +63,23 @@ TEST(Output, AFileIsWrittenAnewOrTheReasonTold) {
     std::remove(path.c_str());
 }
 
+TEST(Output, WhatIsToBeReadStaysAsItIs) {
+    const std::string path = ::testing::TempDir() + "input";
+    const std::string link = path + "_too";
+    std::ofstream(path) << "text";
+    ASSERT_EQ(::symlink(path.c_str(), link.c_str()), 0);
+    const Outcome outcome = outcome_of([&](std::FILE *) { dtctl::open_output(link, path); });
+    EXPECT_EQ(outcome.code, dtctl::Exit::failed);
+    EXPECT_EQ(outcome.error, "cannot write " + link + ": it is the file to be read");
+    ASSERT_TRUE(std::freopen(path.c_str(), "r", stdin));
+    EXPECT_EQ(outcome_of([&](std::FILE *) { dtctl::open_output(path, "-"); }).code,
+              dtctl::Exit::failed);
+    std::ifstream file(path);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "text");
+    std::remove(link.c_str());
+    std::remove(path.c_str());
+}
+
 // Nothing that a device logs can end the script that holds the data, or begin another.
 TEST(FaultPage, HoldsHostileTextsAsData) {
     const Outcome outcome = outcome_of([](std::FILE *out) {
