@@ -8,6 +8,8 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace dtctl {
 
 const char *const formats_help =
@@ -29,8 +31,11 @@ line of type "selftest" for each collector before its results.
 --times adds the time at which the run began: in JSON as the first member, in CSV as the
 first column, as 2026-01-31T08:15:00Z. The heading of CSV is printed once, whatever follows.)";
 
+// A broken capture may hold any time; one that cannot be written so is shown as the nearest.
 void Printer::start(std::time_t when) {
-    if (with_times_) time_ = fmt::format("{:%FT%TZ}", fmt::gmtime(when));
+    constexpr int64_t last = 253402300799; // of the year 9999
+    const auto shown = static_cast<std::time_t>(std::clamp<int64_t>(when, 0, last));
+    if (with_times_) time_ = fmt::format("{:%FT%TZ}", fmt::gmtime(shown));
 }
 
 void Printer::on_opening(const dt::decode::Opening &opening) {

@@ -105,6 +105,21 @@ TEST(Printers, Csv) {
                                            "value,p,,6,hex,0061\n");
 }
 
+// As a broken capture may hold them.
+TEST(Printers, TimesBeyondTheCalendarAreTheNearestWithinIt) {
+    const Outcome outcome = outcome_of([](std::FILE *out) {
+        const auto printer = dtctl::make_printer(Format::json, out, true);
+        for (const std::time_t when : {INT64_MIN, INT64_MAX}) {
+            printer->start(when);
+            printer->on_selftest({"p"});
+        }
+    });
+    EXPECT_EQ(outcome.output,
+              R"({"time":"1970-01-01T00:00:00Z","identity":"","collector":"p","type":"selftest"}
+{"time":"9999-12-31T23:59:59Z","identity":"","collector":"p","type":"selftest"}
+)");
+}
+
 TEST(Printers, OutputThatCannotBeWrittenIsAFailure) {
     std::FILE *full = std::fopen("/dev/full", "w");
     const auto printer = dtctl::make_printer(Format::csv, full);
