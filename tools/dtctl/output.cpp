@@ -1,6 +1,7 @@
 #include "dtctl/output.h"
 
 #include "dtctl/failure.h"
+#include "dtctl/file.h"
 #include "dtctl/text.h"
 
 #include <fmt/format.h>
@@ -32,6 +33,8 @@ Stream open_output(const std::string &path, const std::string &input) {
     if (path.empty()) return {stdout, [](std::FILE *) { return 0; }};
     if (is_same_file(path, input == "-" ? "/dev/stdin" : input))
         refuse(path, "it is the file to be read");
+    if (!input.empty() && input != "-" && ::access(input.c_str(), R_OK) != 0)
+        report_unreadable(input);
     std::FILE *file = std::fopen(path.c_str(), "we");
     if (!file) refuse(path, std::strerror(errno));
     return {file, std::fclose};

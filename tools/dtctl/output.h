@@ -19,8 +19,9 @@ struct OutputOptions {
 
 using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE *)>;
 
-// Opens, and empties, the file that the results go to. Throws Failure; also for the file that the
-// command is about to read, "-" for standard input, which stays as it is.
+// Opens, and empties, the file that the results go to. Throws Failure and leaves it as it is when
+// it is the input, the file that the command is about to read ("-": standard input), and when that
+// cannot be read.
 Stream open_output(const std::string &path, const std::string &input = "");
 
 // Whether colours are welcome: on a terminal, unless NO_COLOR is set or it knows none.

@@ -63,7 +63,7 @@ TEST(Output, AFileIsWrittenAnewOrTheReasonTold) {
     std::remove(path.c_str());
 }
 
-TEST(Output, WhatIsToBeReadStaysAsItIs) {
+TEST(Output, WhatIsToBeReadStaysAsItIsAndSoDoesAResultWithoutIt) {
     const std::string path = ::testing::TempDir() + "input";
     const std::string link = path + "_too";
     std::ofstream(path) << "text";
@@ -74,6 +74,8 @@ TEST(Output, WhatIsToBeReadStaysAsItIs) {
     ASSERT_TRUE(std::freopen(path.c_str(), "r", stdin));
     EXPECT_EQ(outcome_of([&](std::FILE *) { dtctl::open_output(path, "-"); }).code,
               dtctl::Exit::failed);
+    EXPECT_EQ(outcome_of([&](std::FILE *) { dtctl::open_output(path, path + "_none"); }).error,
+              "cannot read " + path + "_none: No such file or directory");
     std::ifstream file(path);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "text");
     std::remove(link.c_str());
