@@ -1,8 +1,9 @@
 /* The five functions that a device's platform layer provides.
  *
- * libdt carries ready defaults for any POSIX system. A program (or another library it links) that
- * defines one of the five gets its own used by libdt, as with a replaced malloc; the other defaults
- * stay.
+ * libdt carries ready defaults for any POSIX system. A program that defines one of the five gets
+ * its own used by libdt, as with a replaced malloc; the other defaults stay. VRK_Malloc and
+ * VRK_Free are replaced together. Link the definitions as object files: in a library they may stay
+ * unused.
  */
 #ifndef DT_PLATFORM_VRK_H
 #define DT_PLATFORM_VRK_H
