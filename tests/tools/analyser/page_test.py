@@ -10,6 +10,7 @@ from html.parser import HTMLParser
 from pathlib import Path
 
 DTCTL = f"{sys.argv[1]}/tools/dtctl"
+NAME = "<script>fault<!--.log"
 HOSTILE = '</script><script>document.title="x"</script><img src=x onerror=alert(1)>'
 
 
@@ -80,7 +81,7 @@ def expect(what, found, wanted):
 
 
 def check_everything(page):
-    expect("title", page.texts("title")[0], "Fault log fault.log")
+    expect("title", page.texts("title")[0], f"Fault log {NAME}")
     expect("totals", page.texts("dd"), ["3", "611", "12"])
     expect("counts", page.texts("output"), ["12 of 12", "611 of 611"])
     expect("rows", len(page.all("li")), 500)
@@ -128,8 +129,8 @@ def check_width(path, text):
 
 with tempfile.TemporaryDirectory() as folder:
     path = Path(folder) / "fault.html"
-    path.with_name("fault.log").write_bytes(fault_log())
-    made = subprocess.run([DTCTL, "fcm", "--html", path.with_name("fault.log"), "--output", path],
+    path.with_name(NAME).write_bytes(fault_log())
+    made = subprocess.run([DTCTL, "fcm", "--html", path.with_name(NAME), "--output", path],
                           capture_output=True)
     expect("status of a cut file", made.returncode, 5)
     text = path.read_text()

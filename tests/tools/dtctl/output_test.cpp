@@ -1,5 +1,4 @@
-// Where the output goes, whether it has colours, and what a page makes of hostile texts.
-#include "dtctl/fault_printer.h"
+// Where the output goes, and whether it has colours.
 #include "dtctl/output.h"
 #include "dtctl/printer.h"
 
@@ -80,25 +79,6 @@ TEST(Output, WhatIsToBeReadStaysAsItIsAndSoDoesAResultWithoutIt) {
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "text");
     std::remove(link.c_str());
     std::remove(path.c_str());
-}
-
-// Nothing that a device logs can end the script that holds the data, or begin another.
-TEST(FaultPage, HoldsHostileTextsAsData) {
-    const Outcome outcome = outcome_of([](std::FILE *out) {
-        const auto page = dtctl::make_fault_printer(dtctl::Format::html, out);
-        page->on_line({dt::decode::FaultLog::run, "<b>", std::nullopt, "</script><!--<img src=x>"});
-        page->on_fault_value({dt::decode::FaultKind::counter, "\xFF", 7, 1, ""});
-        const dt::decode::Damage damage{9, "reason"};
-        page->end("dir/<i>.log", &damage);
-    });
-    const std::string expected =
-        R"({"entries":[
-{"type":"run","fault":"\u003cb>","time":null,"text":"\u003c/script>\u003c!--\u003cimg src=x>"},
-{"type":"counter","fault_hex":"ff","id":7,"value":1}],
-"file":"\u003ci>.log","damage":"byte 9: reason"}</script>)";
-    EXPECT_NE(outcome.output.find(expected), std::string::npos) << outcome.output;
-    EXPECT_TRUE(outcome.output.starts_with("<!DOCTYPE html>"));
-    EXPECT_TRUE(outcome.output.ends_with("</script>\n"));
 }
 
 } // namespace
