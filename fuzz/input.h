@@ -53,10 +53,3 @@ public:
 private:
     std::span<const uint8_t> rest_;
 };
-
-// Gives a decoder its stream in pieces of at most step bytes.
-template <typename Decoder>
-void feed(Decoder &decoder, std::span<const uint8_t> stream, size_t step) {
-    for (; !stream.empty(); stream = stream.subspan(std::min(step, stream.size())))
-        decoder.feed(stream.first(std::min(step, stream.size())));
-}

@@ -15,13 +15,8 @@ namespace {
 
 const std::string text(2000, 'b');
 
-// Of index 1, section 2 and key 3.
-std::string frame(char tag, const std::string &value) {
-    return tag + word(1) + word(2) + word(3) + value;
-}
-
 std::string piece(char tag, const std::string &bytes) {
-    return frame(tag, half(bytes.size()) + bytes);
+    return frame(tag, 1, 2, 3, counted(bytes));
 }
 
 bool start(const CollectionServer &server) {
@@ -65,9 +60,9 @@ TEST(Messages, CarryTypeNumberAndWholeValuesOnly) {
     CollectClient_End();
     EXPECT_THAT(
         server.messages(),
-        ElementsAre(Message{7, 1, word(0x01020304) + half(4) + "name" + std::string("\0\1", 2)},
+        ElementsAre(Message{7, 1, word(0x01020304) + counted("name") + std::string("\0\1", 2)},
                     Message{7, 77, ""}, Message{7, UINT32_MAX - 4, ""}, Message{7, 2, ""},
-                    Message{2, 3, text.substr(0, 1020) + half(2) + "ab"}));
+                    Message{2, 3, text.substr(0, 1020) + counted("ab")}));
     EXPECT_EQ(outstanding(COLLECT_OWNER_ID), 0u);
     ASSERT_TRUE(start(next));
     CollectClient_End();
@@ -96,10 +91,10 @@ TEST(ValueFrames, AreLaidOutByKindAndGoWhereThereIsRoom) {
         int32_t taken;
         std::string sent;
     } rows[] = {
-        {17, true, put_int, 17, frame('\x81', word(0xA0B0C0D0))},
-        {16, false, put_int, 17, frame('\x81', word(0xA0B0C0D0))},
-        {21, true, put_long, 0, frame('\x82', word(5) + word(1))},
-        {20, false, put_long, 0, frame('\x82', word(5) + word(1))},
+        {17, true, put_int, 17, frame('\x81', 1, 2, 3, word(0xA0B0C0D0))},
+        {16, false, put_int, 17, frame('\x81', 1, 2, 3, word(0xA0B0C0D0))},
+        {21, true, put_long, 0, frame('\x82', 1, 2, 3, word(5) + word(1))},
+        {20, false, put_long, 0, frame('\x82', 1, 2, 3, word(5) + word(1))},
         {25, true, put(b, 11), 10, piece('\x03', text.substr(0, 10))},
         {25, true, put(b, 10), 10, piece('\x83', text.substr(0, 10))},
         {24, false, put(b, 1), 1, piece('\x83', "b")},

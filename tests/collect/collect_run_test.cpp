@@ -19,13 +19,8 @@ namespace {
 std::vector<uint32_t> called; // with these arguments
 CollectItem *pump;
 
-std::string frame(char tag, uint32_t index, uint32_t section, uint32_t key,
-                  const std::string &value) {
-    return tag + word(index) + word(section) + word(key) + value;
-}
-
 std::string text_frame(uint32_t index, uint32_t key, const std::string &text, char tag = '\x83') {
-    return frame(tag, index, 0, key, half(text.size()) + text);
+    return frame(tag, index, 0, key, counted(text));
 }
 
 std::vector<std::string> log_texts() {
@@ -77,8 +72,8 @@ TEST_F(Run, SendsDirectoryValuesAndAnEmptyEnd) {
     Collect_New("a disk with a long name", note, nullptr);
     CollectionServer server, next;
     EXPECT_EQ(collect(server.port()), 1);
-    const std::string directory = word(0) + half(4) + "pump" + word(1) + half(4) + "idle" +
-                                  word(2) + half(19) + "a disk with a long ";
+    const std::string directory = word(0) + counted("pump") + word(1) + counted("idle") + word(2) +
+                                  counted("a disk with a long ");
     const std::string values = frame('\x81', 0, 0, 5, word(6)) + frame('\x81', 0, 9, 7, word(8)) +
                                frame('\x82', 0, 0, 1, word(1) + word(0));
     EXPECT_THAT(server.messages(),

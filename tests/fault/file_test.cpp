@@ -1,6 +1,7 @@
 #include "support/files.h"
 #include "support/platform.h"
 #include "support/store.h"
+#include "support/wire.h"
 
 #include <dt/fault.h>
 
@@ -10,21 +11,15 @@ namespace {
 
 const std::string end_mark("\0\0", 2);
 
-std::string entry(const std::string &bytes) {
-    return std::string{static_cast<char>(bytes.size()), static_cast<char>(bytes.size() >> 8)} +
-           bytes;
-}
-
 // A log line's two entries. The log is its word and its fault's name, as in "run pump ".
 std::string line(const std::string &log, const std::string &text) {
-    return entry(log + "11/16 18:44:43 ") + entry(log + text);
+    return counted(log + "11/16 18:44:43 ") + counted(log + text);
 }
 
 std::string value(char kind, const std::string &name, uint32_t first, uint32_t second,
                   const std::string &data = "") {
-    const uint32_t both[] = {first, second};
-    return entry(static_cast<char>(name.size() + 1) + (kind + name) +
-                 std::string(reinterpret_cast<const char *>(both), 8) + data);
+    return counted(static_cast<char>(name.size() + 1) + (kind + name) + word(first) + word(second) +
+                   data);
 }
 
 DTFault *pump, *late;

@@ -165,7 +165,7 @@ TEST(CommandPort, IsServedBeforeAndAfterAFlood) {
     EXPECT_EQ(open_descriptors(), descriptors - 1); // nor where it was captured
     const Message opening = {0, 7, std::string("\x12\x34\0\0", 4)};
     const auto values = [](uint32_t key, uint32_t value) {
-        return "\x81" + word(0) + word(0) + word(key) + word(value);
+        return frame('\x81', 0, 0, key, word(value));
     };
     ASSERT_EQ(collected.size(), 4u);
     EXPECT_EQ(collected[0], opening);

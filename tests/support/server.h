@@ -2,6 +2,8 @@
 // a thread of its own, which no signal interrupts.
 #pragma once
 
+#include "support/wire.h"
+
 #include <atomic>
 #include <functional>
 #include <stdint.h>
@@ -18,10 +20,6 @@ struct Message {
 };
 
 std::ostream &operator<<(std::ostream &out, const Message &message);
-
-// Numbers as they are in messages and datagrams.
-inline std::string word(uint32_t value) { return {reinterpret_cast<char *>(&value), 4}; }
-inline std::string half(size_t value) { return word(static_cast<uint32_t>(value)).substr(0, 2); }
 
 class CollectionServer {
 public:

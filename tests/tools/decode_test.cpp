@@ -1,50 +1,22 @@
 // The collection decoder, on literal bytes.
-#include "decode/decoder.h"
-
 #include "story.h"
+
+#include "support/wire.h"
 
 using namespace std::string_literals;
 
 namespace {
 
-using namespace dt::decode;
-
-struct Recorder : Sink {
-    using Source = Decoder;
-    std::ostringstream out;
-
-    void on_opening(const Opening &o) override {
-        out << "opening " << o.sequence << ' ' << +o.identity[0] << ' ' << +o.identity[1] << '|';
-    }
-    void on_directory_entry(const DirectoryEntry &e) override {
-        out << "entry " << e.index << ' ' << e.name << '|';
-    }
-    void on_selftest(const SelfTest &t) override { out << "test " << t.name << '|'; }
-    void on_value(const Value &v) override {
-        const bool number = v.kind == Kind::int32 || v.kind == Kind::int64;
-        out << v.collector.value_or("?") << ' ' << v.index << '/' << v.section << '/' << v.key
-            << ' ' << static_cast<int>(v.kind) << ' '
-            << (number ? std::to_string(v.number) : v.bytes) << '|';
-    }
-    void end(const Decoder &decoder) {
-        const Totals &totals = decoder.totals();
-        out << totals.messages << ' ' << totals.values << ' ' << totals.bytes;
-        if (const auto &broken = decoder.broken())
-            out << '#' << broken->message << ':' << broken->offset;
-    }
-};
+using Recorder = CollectionRecorder;
 
 std::string story(const std::string &stream) { return story_of<Recorder>(stream); }
 
-std::string le16(size_t v) { return {static_cast<char>(v), static_cast<char>(v >> 8)}; }
-std::string le32(size_t v) { return le16(v) + le16(v >> 16); }
-
 std::string message(uint32_t type, const std::string &payload) {
-    return le32(12 + payload.size()) + le32(type) + le32(9) + payload;
+    return half(12 + payload.size()) + half(0) + word(type) + word(9) + payload;
 }
 
 std::string bytes(int tag, uint32_t index, uint32_t section, uint32_t key, const std::string &b) {
-    return static_cast<char>(tag) + le32(index) + le32(section) + le32(key) + le16(b.size()) + b;
+    return frame(static_cast<char>(tag), index, section, key, counted(b));
 }
 
 const std::string opening = "\x10\0\0\0\0\0\0\0\x07\0\0\0\x12\x34\0\0"s;
@@ -96,10 +68,10 @@ TEST(Decode, ABreakKeepsWhatCameBefore) {
 
 TEST(Decode, BrokenMessages) {
     const auto expect = expect_breaks<Recorder>;
-    const std::string disk = le32(0) + le16(4) + "disk";
-    expect("#1:0", {le32(11) + le32(0) + le32(0), message(0, "\x12\x34\0"s),
+    const std::string disk = word(0) + counted("disk");
+    expect("#1:0", {word(11) + word(0) + word(0), message(0, "\x12\x34\0"s),
                     message(0, "\x12\x34\0\0\0"s)});
-    expect("#3:0", {start + le32(1037) + le32(2) + le32(0)});
+    expect("#3:0", {start + word(1037) + word(2) + word(0)});
     expect("#3:12", {start + message(2, std::string(1024, '\x01'))}); // the longest
     expect("#1:4", {directory});
     expect("#3:4",
@@ -107,7 +79,7 @@ TEST(Decode, BrokenMessages) {
     expect("#1:14", {message(0, "\x12\x34\0\x01"s)});
     expect("#2:22",
            {opening + message(1, disk + "\0\0\0\0\0"s), opening + message(1, disk + disk)});
-    expect("#2:26", {opening + message(1, disk + le32(1) + le16(1))});
+    expect("#2:26", {opening + message(1, disk + word(1) + half(1))});
 }
 
 TEST(Decode, BrokenFrames) {

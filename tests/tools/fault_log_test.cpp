@@ -3,6 +3,8 @@
 
 #include "story.h"
 
+#include "support/wire.h"
+
 #include <cstring>
 
 using namespace std::string_literals;
@@ -31,15 +33,10 @@ struct Recorder : FaultSink {
 
 std::string story(const std::string &file) { return story_of<Recorder>(file); }
 
-std::string entry(const std::string &content) {
-    const size_t size = content.size();
-    return std::string{static_cast<char>(size), static_cast<char>(size >> 8)} + content;
-}
-
 // The entries of a log section.
 std::string log(const std::vector<std::string> &contents) {
     std::string file;
-    for (const std::string &content : contents) file += entry(content);
+    for (const std::string &content : contents) file += counted(content);
     return file + "\0\0"s;
 }
 
@@ -106,16 +103,16 @@ TEST(FaultLog, ATextWithoutStampIsNamedByItsNeighbours) {
 TEST(FaultLog, DamagedLines) {
     const auto expect = expect_breaks<Recorder>;
     expect("", {log({"run  "}), log({"run " + longest + " "})});
-    expect("#0", {entry("run ")});
-    expect("#5", {entry("runs a b")});
-    expect("#6", {entry("run a"), entry("run n" + longest + " "), entry("run a\0b c"s)});
-    expect("#9", {entry("run  ") + entry("sun a b")});
+    expect("#0", {counted("run ")});
+    expect("#5", {counted("runs a b")});
+    expect("#6", {counted("run a"), counted("run n" + longest + " "), counted("run a\0b c"s)});
+    expect("#9", {counted("run  ") + counted("sun a b")});
 }
 
 TEST(FaultLog, DamagedValues) {
     const auto expect = [](const std::string &place, const std::vector<std::string> &contents) {
         for (const std::string &content : contents)
-            expect_breaks<Recorder>(place, {example + entry(content)});
+            expect_breaks<Recorder>(place, {example + counted(content)});
     };
     const std::string number = "\1\0\0\0\2\0\0\0"s;
     expect("", {"\x17\0"s + longest + number});

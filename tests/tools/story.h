@@ -1,26 +1,11 @@
-// A stream as a text: what a decoder delivers of it, and the place where it breaks.
+// A stream as a text, and the place where it breaks: behind a "#".
 #pragma once
+
+#include "told.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <span>
-#include <sstream>
-#include <string>
 #include <vector>
-
-// A recorder writes down the events in out, and in end() how the stream ended: "#" and a place
-// where it broke.
-template <typename Recorder> std::string told(const std::string &stream, size_t step) {
-    Recorder recorder;
-    typename Recorder::Source decoder(recorder);
-    const std::span bytes{reinterpret_cast<const uint8_t *>(stream.data()), stream.size()};
-    for (size_t at = 0; at < bytes.size(); at += step)
-        decoder.feed(bytes.subspan(at, std::min(step, bytes.size() - at)));
-    decoder.finish();
-    recorder.end(decoder);
-    return recorder.out.str();
-}
 
 // However the stream is cut, its story is the same.
 template <typename Recorder> std::string story_of(const std::string &stream) {

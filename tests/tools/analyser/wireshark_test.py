@@ -252,7 +252,39 @@ def check_hostile():
     run(DTCTL, "decode", str(capture), status=5)
 
 
+# ---- captures that are not whole
+
+def replayed(path, status):
+    """What dtctl decode prints of a capture behind the heading, and what it says."""
+    done = subprocess.run([DTCTL, "decode", path, "--csv", "--times"], capture_output=True, text=True)
+    expect("status", done.returncode, status)
+    return done.stdout.splitlines()[1:], done.stderr
+
+
+def check_replay():
+    path = WORK / "made.pcap"
+    collection = (message(0, b"\xA1\2\0\0") + message(1, struct.pack("<IH", 0, 4) + b"pump")
+                  + message(2, struct.pack("<BIIII", 0x81, 0, 0, 7, 100)) + message(2, b""))
+    first, second = (f"1970-01-01T00:00:0{i}Z,a102,pump,0,0,7,int,decimal,100" for i in (0, 1))
+    write_capture(path, [(tcp(collection, 1, port), 65535) for port in (42000, 42001)])
+    expect("two runs", replayed(path, 0), ([first, second], ""))
+    path.write_bytes(path.read_bytes()[:-1])
+    values, said = replayed(path, 5)
+    expect("a file that stops inside the second run's only frame", values, [first])
+    assert "truncated" in said, said
+    cut = len(collection) - 12
+    write_capture(path, [(tcp(collection[:cut], 1, 42000), 65535), (tcp(b"more", cut + 3, 42000), 65535)])
+    expect("a run that lacks a piece", replayed(path, 5), ([first], (
+        "dtctl: run 1 in the capture, from 10.0.0.9: message 4, byte 0: the stream ends without the empty "
+        "data message that ends a run (the capture lacks what follows)\n")))
+    write_capture(path, [])
+    assert "no collection in this capture" in replayed(path, 5)[1]
+    path.write_bytes(b"no capture")
+    replayed(path, 5)
+
+
 try:
+    check_replay()
     capture = WORK / "exchange.pcapng"
     live = exchange(capture)
     replayed = run(DTCTL, "decode", str(capture), "--json")

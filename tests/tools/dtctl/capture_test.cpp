@@ -1,13 +1,9 @@
-// Captures: frames of every kind, what networks do to segments, and files as captured.
-#include "dtctl/replay.h"
+// Captures: frames of every kind, and what networks do to segments.
 #include "dtctl/streams.h"
-
-#include "outcome.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 #include <random>
 #include <vector>
 
@@ -142,65 +138,6 @@ TEST(Streams, WhereTheyBeginAndEnd) {
     EXPECT_EQ(streams_of({{4, syn, ""}, {5, ack, "GET / HTTP"}, {15, fin, ""}, {5, ack, "GET"}}),
               Texts{});
     EXPECT_EQ(streams_of({{4, syn, ""}, {5, fin, opening.substr(0, 7)}}), Texts{});
-}
-
-std::string little_endian(uint32_t number) {
-    std::string text = big_endian(number, 4);
-    std::reverse(text.begin(), text.end());
-    return text;
-}
-
-// A capture file of Ethernet frames, each a second after the one before.
-std::string capture(const std::vector<Piece> &pieces) {
-    std::string file = "\xD4\xC3\xB2\xA1\x02\0\x04\0\0\0\0\0\0\0\0\0\xFF\xFF\0\0\x01\0\0\0"s;
-    uint32_t time = 1'700'000'000;
-    for (const Piece &piece : pieces) {
-        const std::string frame = ethernet + packet(piece.sequence, piece.flags, piece.payload);
-        const std::string size = little_endian(static_cast<uint32_t>(frame.size()));
-        file += little_endian(time++) + little_endian(0) + size + size + frame;
-    }
-    return file;
-}
-
-Outcome replayed(const std::string &file) {
-    const std::string path = ::testing::TempDir() + "replayed.pcap";
-    std::ofstream(path) << file;
-    Outcome outcome = outcome_of([&](std::FILE *out) {
-        dtctl::replay(path, *dtctl::make_printer(dtctl::Format::csv, out, true));
-    });
-    std::remove(path.c_str());
-    return outcome;
-}
-
-TEST(Replay, PrintsEveryRunAndSaysWhatIsWrong) {
-    const std::string heading = "time,identity,collector,index,section,key,type,encoding,value\n";
-    const std::string value = ",a102,pump,0,0,7,int,decimal,100\n";
-    const auto size = static_cast<uint32_t>(run.size());
-    const std::string good =
-        capture({{1, syn, ""}, {2, ack, run}, {2 + size, fin, ""}, {9, ack, run}});
-    Outcome outcome = replayed(good);
-    if (outcome.error.find("without libpcap") != std::string::npos) GTEST_SKIP() << outcome.error;
-    EXPECT_EQ(outcome.output,
-              heading + "2023-11-14T22:13:20Z" + value + "2023-11-14T22:13:23Z" + value);
-    EXPECT_EQ(outcome.code, dtctl::Exit::success) << outcome.error;
-
-    outcome = replayed(good.substr(0, good.size() - 1)); // stops inside the second run's only frame
-    EXPECT_EQ(outcome.output, heading + "2023-11-14T22:13:20Z" + value);
-    EXPECT_EQ(outcome.code, dtctl::Exit::broken);
-    EXPECT_NE(outcome.error.find("truncated"), std::string::npos) << outcome.error;
-
-    const std::string cut = run.substr(0, run.size() - 12);
-    outcome = replayed(capture({{2, ack, cut}, {size + 5, ack, data}}));
-    EXPECT_EQ(outcome.output, heading + "2023-11-14T22:13:20Z" + value);
-    EXPECT_EQ(outcome.code, dtctl::Exit::broken);
-    EXPECT_EQ(outcome.error,
-              "run 1 in the capture, from 10.0.0.9: message 4, byte 0: the stream ends "
-              "without the empty data message that ends a run (the capture lacks "
-              "what follows)");
-    outcome = replayed(capture({}));
-    EXPECT_EQ(outcome.code, dtctl::Exit::broken);
-    EXPECT_NE(outcome.error.find("no collection in this capture"), std::string::npos);
-    EXPECT_EQ(replayed("no capture").code, dtctl::Exit::broken);
 }
 
 } // namespace
