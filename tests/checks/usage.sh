@@ -31,4 +31,18 @@ refuses 1 "cannot read /nowhere" fcm /nowhere
 refuses 1 "cannot write /nowhere/x" fcm /dev/null --output /nowhere/x
 refuses 4 "no IPv4 address" collect --device ...
 refuses 5 "end mark" fcm --html /dev/null
+
+# Headings are bold on a terminal, unless the user or the terminal is against it. A file is written
+# anew.
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+log=$work/fcm.log
+printf '\x18\0run pump 11/16 19:00:10 \x10\0run pump started\0\0' >"$log"
+
+bold() { env -u NO_COLOR "$@" script -qec "'$dtctl' fcm '$log'" /dev/null | grep -c $'\033\[1mlog'; }
+
+colours="$(bold TERM=xterm) $(bold TERM=dumb) $(bold TERM=xterm NO_COLOR=1)"
+[ "$colours" = "1 0 0" ] || { echo "colours: $colours" && failed=1; }
+for format in --html --csv; do "$dtctl" fcm "$log" $format --output "$work/out"; done
+"$dtctl" fcm "$log" --csv | cmp - "$work/out" || failed=1
 exit $failed

@@ -6,9 +6,6 @@
 #include <dt/collect.h>
 #include <gmock/gmock.h>
 
-#include <sys/socket.h>
-#include <unistd.h>
-
 using testing::ElementsAre;
 
 namespace {
@@ -147,29 +144,21 @@ TEST(Connection, AClosedOneCountsAsAnAnswerAndAResetDoesNot) {
     EXPECT_EQ(printed(flush), "recv error.\n");
 }
 
-class CommandSocket : public testing::Test {
-protected:
-    void SetUp() override { ASSERT_GE(socket_, 0); }
-    ~CommandSocket() override {
-        close(socket_);
-        close(sender_);
-    }
-
+struct CommandSocket : testing::Test {
     // What the device makes of a datagram; nothing is stored for an invalid one.
     int32_t receive(const std::string &datagram) {
-        send(sender_, datagram.data(), datagram.size(), 0);
+        network.simulated = true;
+        network.replies = {{"127.0.0.1", 1, datagram}};
         command_ = port_ = 99;
         strcpy(address_, "unset");
         testing::internal::CaptureStdout();
-        const int32_t sequence = CollectClient_WaitFor(socket_, 1, 2, &command_, address_, &port_);
+        const int32_t sequence = CollectClient_WaitFor(0, 1, 2, &command_, address_, &port_);
         EXPECT_EQ(testing::internal::GetCapturedStdout(),
                   "size=" + std::to_string(std::min<size_t>(datagram.size(), 16)) + "\n");
         EXPECT_STREQ(address_, command_ == 99 ? "unset" : "127.0.0.1");
         return sequence;
     }
 
-    int32_t socket_ = CollectClient_Init();
-    int sender_ = sender_to(COLLECT_COMMAND_PORT);
     uint32_t command_, port_;
     char address_[16];
 };
@@ -218,10 +207,12 @@ TEST_F(CommandSocket, AcceptsOnlyAllowedSendersOnceOneIsGiven) {
 }
 
 TEST_F(CommandSocket, IsRefusedWhileThePortIsTaken) {
+    const int32_t taken = CollectClient_Init();
+    ASSERT_GE(taken, 0);
     const int before = open_descriptors();
     EXPECT_EQ(CollectClient_Init(), -1);
     EXPECT_EQ(Collect_Init(0), -1);
     EXPECT_EQ(open_descriptors(), before);
     EXPECT_EQ(g_collect_param.logger, nullptr);
-    EXPECT_EQ(CollectClient_WaitFor(socket_, 1, 2, nullptr, address_, &port_), -1);
+    EXPECT_EQ(CollectClient_WaitFor(taken, 1, 2, nullptr, address_, &port_), -1);
 }

@@ -1,12 +1,13 @@
 #include "support/network.h"
+#include "support/server.h"
 
-#include <base/endpoint.h>
 #include <dt/net.h>
 #include <gmock/gmock.h>
 
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 using testing::ElementsAre;
@@ -15,18 +16,10 @@ namespace {
 
 // Somebody on the loopback, at a port of the system's choice.
 struct Peer {
-    int socket = DTSock_UDP_Create(nullptr, 0);
-    int port = bind_anywhere();
+    uint16_t port;
+    int socket = bind_to_loopback(SOCK_DGRAM, &port);
 
     ~Peer() { DTSock_UDP_Close(socket); }
-
-    int bind_anywhere() {
-        sockaddr_in any = dt::endpoint(htonl(INADDR_LOOPBACK), 0);
-        socklen_t length = sizeof any;
-        bind(socket, dt::generic(&any), length);
-        getsockname(socket, reinterpret_cast<sockaddr *>(&any), &length);
-        return ntohs(any.sin_port);
-    }
 
     void send(const Peer &to, const std::string &bytes) {
         DTSock_UDP_SendMessage(socket, "127.0.0.1", to.port, bytes.data(),
@@ -36,7 +29,7 @@ struct Peer {
     // The exchange "ask", with whatever comes back in the three members below.
     int32_t asked_by(int32_t client, int32_t time_out) {
         snprintf(address, sizeof address, "127.0.0.1");
-        other = static_cast<uint32_t>(port);
+        other = port;
         snprintf(buffer, sizeof buffer, "ask");
         return DTSock_UDP_GetMessage(client, address, &other, buffer, 3, 10, time_out);
     }
@@ -109,7 +102,7 @@ TEST(Socket, ReceivesWhatFitsAndTerminatesIt) {
     EXPECT_EQ(DTSock_UDP_RecvMessage(to.socket, address, &port, buffer, 5), 5);
     EXPECT_EQ(std::string(buffer, 8), std::string("01234\0..", 8)); // one past the capacity
     EXPECT_STREQ(address, "127.0.0.1");
-    EXPECT_EQ(port, static_cast<uint32_t>(from.port));
+    EXPECT_EQ(port, from.port);
     EXPECT_EQ(DTSock_UDP_RecvMessage(to.socket, nullptr, nullptr, buffer, 5), 3);
     EXPECT_EQ(std::string(buffer, 4), std::string("a\0b\0", 4));
 }
@@ -120,7 +113,7 @@ TEST(Request, IsAnsweredByWhoeverComesFirst) {
     EXPECT_EQ(asked.asked_by(client.socket, 5000), 5);
     EXPECT_STREQ(asked.buffer, "reply");
     EXPECT_STREQ(asked.address, "127.0.0.1");
-    EXPECT_EQ(asked.other, static_cast<uint32_t>(other.port));
+    EXPECT_EQ(asked.other, other.port);
     EXPECT_EQ(DTSock_UDP_RecvMessage(asked.socket, nullptr, nullptr, asked.buffer, 10), 3);
     EXPECT_STREQ(asked.buffer, "ask");
 }
@@ -139,7 +132,7 @@ TEST(Request, WithoutAnAnswerLeavesEverythingAsItWas) {
     EXPECT_EQ(asked.asked_by(client.socket, -1), -1); // nor can it be sent now
     EXPECT_STREQ(asked.buffer, "ask");
     EXPECT_STREQ(asked.address, "127.0.0.1");
-    EXPECT_EQ(asked.other, static_cast<uint32_t>(asked.port));
+    EXPECT_EQ(asked.other, asked.port);
 }
 
 TEST(Request, WaitsAsLongAsItIsToldTo) {

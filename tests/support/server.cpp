@@ -74,14 +74,19 @@ bool CollectionServer::read_message(int fd) {
     return true;
 }
 
-int listen_on_loopback(uint16_t *port, int backlog) {
-    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+int bind_to_loopback(int type, uint16_t *port) {
+    const int bound = socket(AF_INET, type, 0);
     sockaddr_in any = dt::endpoint(htonl(INADDR_LOOPBACK), 0);
     socklen_t size = sizeof any;
-    EXPECT_EQ(bind(listener, dt::generic(&any), size), 0);
-    EXPECT_EQ(listen(listener, backlog), 0);
-    getsockname(listener, reinterpret_cast<sockaddr *>(&any), &size);
+    EXPECT_EQ(bind(bound, dt::generic(&any), size), 0);
+    getsockname(bound, reinterpret_cast<sockaddr *>(&any), &size);
     *port = ntohs(any.sin_port);
+    return bound;
+}
+
+int listen_on_loopback(uint16_t *port, int backlog) {
+    const int listener = bind_to_loopback(SOCK_STREAM, port);
+    EXPECT_EQ(listen(listener, backlog), 0);
     return listener;
 }
 

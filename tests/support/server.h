@@ -55,7 +55,8 @@ bool reset(int fd);
 
 int open_descriptors();
 
-// Somebody listening on loopback, at a port that is returned.
+// A socket on loopback, and somebody listening there, at a port that is returned.
+int bind_to_loopback(int type, uint16_t *port);
 int listen_on_loopback(uint16_t *port, int backlog);
 
 // A socket that sends datagrams to a port on loopback.
