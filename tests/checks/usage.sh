@@ -8,7 +8,7 @@ failed=0
 refuses() {
     local status=$1 text=$2 said
     shift 2
-    said=$("$dtctl" "$@" 2>&1 >/dev/null)
+    said=$(timeout 20 "$dtctl" "$@" 2>&1 >/dev/null)
     [ $? = "$status" ] && [[ $said == "dtctl: "*"$text"* ]] && [ "$(wc -l <<<"$said")" = 1 ] && return
     echo "dtctl $*: $said"
     failed=1
@@ -27,7 +27,11 @@ refuses 2 "'colect'" colect --device 127.0.0.1
 refuses 2 "--device" collect
 refuses 2 "not a number" collect --device 127.0.0.1 --watch nan
 refuses 2 "excludes" fcm --html --json /dev/null
-refuses 1 "cannot read /nowhere" fcm /nowhere
+refuses 1 "cannot read /nowhere: No such" fcm /nowhere
+refuses 1 "cannot read /: Is a directory" fcm /
+refuses 1 "cannot read /nowhere" config /nowhere
+refuses 1 "cannot read /dev/zero: File too large" config /dev/zero
+refuses 4 "192.0.2.1" config --bind 192.0.2.1 --port 0 /dev/null
 refuses 1 "cannot write /nowhere/x" fcm /dev/null --output /nowhere/x
 refuses 4 "no IPv4 address" collect --device ...
 refuses 5 "end mark" fcm --html /dev/null
@@ -43,6 +47,7 @@ bold() { env -u NO_COLOR "$@" script -qec "'$dtctl' fcm '$log'" /dev/null | grep
 
 colours="$(bold TERM=xterm) $(bold TERM=dumb) $(bold TERM=xterm NO_COLOR=1)"
 [ "$colours" = "1 0 0" ] || { echo "colours: $colours" && failed=1; }
+refuses 1 "cannot write the output" fcm "$log" --output /dev/full
 for format in --html --csv; do "$dtctl" fcm "$log" $format --output "$work/out"; done
 "$dtctl" fcm "$log" --csv | cmp - "$work/out" || failed=1
 exit $failed

@@ -133,20 +133,4 @@ TEST(ConfigServer, AnswersReloadsAndEnds) {
     EXPECT_TRUE(outcome.output.ends_with(" stopped\n"));
 }
 
-TEST(ConfigServer, WhatCannotBeReadOrListenedOn) {
-    const std::string path = ::testing::TempDir() + "listen.ini";
-    std::ofstream(path) << "a = 1\n";
-    const Fd taken = dtctl::bind_udp("127.0.0.1", 0);
-    for (const auto &[file, code] : {std::pair{path, dtctl::Exit::unreachable},
-                                     {path + ".none", dtctl::Exit::failed},
-                                     {"/dev/zero"s, dtctl::Exit::failed}}) {
-        const Outcome outcome = outcome_of([&](std::FILE *out) {
-            dtctl::Output log(out);
-            dtctl::ConfigServer({file, "127.0.0.1", dtctl::local_port(taken), false}, log);
-        });
-        EXPECT_EQ(outcome.code, code) << file;
-    }
-    std::remove(path.c_str());
-}
-
 } // namespace

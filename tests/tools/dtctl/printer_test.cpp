@@ -120,14 +120,6 @@ TEST(Printers, TimesBeyondTheCalendarAreTheNearestWithinIt) {
 )");
 }
 
-TEST(Printers, OutputThatCannotBeWrittenIsAFailure) {
-    std::FILE *full = std::fopen("/dev/full", "w");
-    const auto printer = dtctl::make_printer(Format::csv, full);
-    printer->on_opening({});
-    EXPECT_THROW(printer->flush(), dtctl::Failure);
-    std::fclose(full);
-}
-
 // What is left of a cut file is shown before the failure.
 TEST(FaultFile, ACutFileIsShownUpToTheCut) {
     const std::string path = ::testing::TempDir() + "cut.log";
@@ -140,17 +132,6 @@ TEST(FaultFile, ACutFileIsShownUpToTheCut) {
     EXPECT_EQ(outcome.error,
               path + ": byte 31: the file ends inside the entry that begins at byte 26");
     std::remove(path.c_str());
-}
-
-TEST(FaultFile, AnUnreadableOneIsAFailure) {
-    for (const auto &[path, reason] :
-         {std::pair{"/", "Is a directory"}, {"/none", "No such file or directory"}}) {
-        const Outcome outcome = outcome_of([&path = path](std::FILE *out) {
-            dtctl::show_fault_log(path, *dtctl::make_fault_printer(Format::csv, out));
-        });
-        EXPECT_EQ(outcome.code, dtctl::Exit::failed);
-        EXPECT_EQ(outcome.error, "cannot read "s + path + ": " + reason);
-    }
 }
 
 // Overlong forms, surrogates, cut characters and what lies beyond Unicode are bytes, not text.
