@@ -37,7 +37,7 @@ refuses 4 "no IPv4 address" collect --device ...
 refuses 5 "end mark" fcm --html /dev/null
 
 # Headings are bold on a terminal, unless the user or the terminal is against it. A file is written
-# anew.
+# anew, but not the one to be read, nor without it.
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 log=$work/fcm.log
@@ -48,6 +48,16 @@ bold() { env -u NO_COLOR "$@" script -qec "'$dtctl' fcm '$log'" /dev/null | grep
 colours="$(bold TERM=xterm) $(bold TERM=dumb) $(bold TERM=xterm NO_COLOR=1)"
 [ "$colours" = "1 0 0" ] || { echo "colours: $colours" && failed=1; }
 refuses 1 "cannot write the output" fcm "$log" --output /dev/full
+ln -s "$log" "$work/link"
+refuses 1 "link: it is the file to be read" fcm "$log" --output "$work/link"
+refuses 1 "it is the file to be read" fcm - --output "$log" <"$log"
+refuses 1 "cannot read /nowhere: No such" fcm /nowhere --output "$log"
 for format in --html --csv; do "$dtctl" fcm "$log" $format --output "$work/out"; done
 "$dtctl" fcm "$log" --csv | cmp - "$work/out" || failed=1
+
+# What is left of a cut file is shown before the failure.
+head -c 31 "$log" >"$work/cut"
+refuses 5 "cut: byte 31: the file ends inside the entry that begins at byte 26" fcm "$work/cut"
+shown=$("$dtctl" fcm "$work/cut" --csv 2>/dev/null | tail -n 1)
+[ "$shown" = "run,pump,11/16 19:00:10,,," ] || { echo "of a cut file: $shown" && failed=1; }
 exit $failed

@@ -1,13 +1,11 @@
 // The three output formats, and what they do with awkward bytes.
-#include "dtctl/fault_file.h"
+#include "dtctl/fault_printer.h"
 #include "dtctl/printer.h"
 #include "dtctl/text.h"
 
 #include "outcome.h"
 
 #include <gtest/gtest.h>
-
-#include <fstream>
 
 using namespace std::string_literals;
 using dtctl::Format;
@@ -118,20 +116,6 @@ TEST(Printers, TimesBeyondTheCalendarAreTheNearestWithinIt) {
               R"({"time":"1970-01-01T00:00:00Z","identity":"","collector":"p","type":"selftest"}
 {"time":"9999-12-31T23:59:59Z","identity":"","collector":"p","type":"selftest"}
 )");
-}
-
-// What is left of a cut file is shown before the failure.
-TEST(FaultFile, ACutFileIsShownUpToTheCut) {
-    const std::string path = ::testing::TempDir() + "cut.log";
-    std::ofstream(path) << "\x18\0run pump 11/16 19:00:10 \x10\0run"s;
-    const Outcome outcome = outcome_of([&](std::FILE *out) {
-        dtctl::show_fault_log(path, *dtctl::make_fault_printer(Format::csv, out));
-    });
-    EXPECT_EQ(outcome.output, "type,fault,time,id,encoding,value\nrun,pump,11/16 19:00:10,,,\n");
-    EXPECT_EQ(outcome.code, dtctl::Exit::broken);
-    EXPECT_EQ(outcome.error,
-              path + ": byte 31: the file ends inside the entry that begins at byte 26");
-    std::remove(path.c_str());
 }
 
 // Overlong forms, surrogates, cut characters and what lies beyond Unicode are bytes, not text.
