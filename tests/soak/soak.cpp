@@ -1,7 +1,5 @@
 // Days of work in minutes: everything a device does, in a loop, with random sizes. Prints a line a
 // second; fails when resident memory or the library's accounts still grow after the warm-up.
-#include "scenario.h"
-
 #include "support/files.h"
 #include "support/network.h"
 #include "support/platform.h"
@@ -11,12 +9,10 @@
 
 #include <algorithm>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <random>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
-#include <utility>
 
 namespace {
 
@@ -53,19 +49,50 @@ void collect() {
     CollectClient_End(); // of a run that the server broke off
 }
 
-// Made and released again, now and then without memory; the faults outlive it.
-void short_lived() {
-    DTList *registered = std::exchange(g_DTFault_List, nullptr);
-    platform.fail_only(upto(900));
-    scenario();
-    platform.allocations_work();
-    g_DTFault_List = registered;
+void churn_hash() {
+    DTHash *table = DTHash_New(4, 8, 1 + upto(60), nullptr);
+    for (int i = 0; i < 200; ++i) {
+        const uint32_t key = upto(100);
+        if (upto(2) != 0)
+            DTHash_Set(table, &key, area);
+        else
+            DTHash_Delete(table, &key);
+    }
+    DTHash_Release(table);
+}
+
+void churn_table() {
+    DTTable *table = DTTable_New();
+    DTTable_SetTitle(table, 0, text(120).c_str(), DTTABLE_INT32, "%d", 'R');
+    DTTable_SetTitle(table, 1, "text", DTTABLE_TEXT, "%s", 'C');
+    for (int i = 0; i < 20; ++i) {
+        const int32_t row = static_cast<int32_t>(upto(30));
+        DTTable_Set(table, row, 0, &row);
+        DTTable_Set(table, row, 1, text(150).c_str());
+    }
+    DTBuf *buf = DTBuf_New(1, 100, 0);
+    DTTable_ShowToBuf(table, buf);
+    DTTable_Show(table);
+    DTBuf_Release(buf);
+    DTTable_Release(table);
+}
+
+void churn_store() {
+    DTInfo *store = DTInfo_New(1024 * (1 + upto(20)));
+    DTInfo_SetFlag(store, 7, 1);
+    for (int i = 0; i < 50; ++i)
+        DTInfo_AddInfo(store, 1, upto(9), "abc", 3, text(100).data(), 0, "xyz", 3, upto(5));
+    DTInfo_ShowInfo(store, -1, "6162", "", 0, 0, 0, 3);
+    DTInfo_ReSize(store, 1024 * upto(20));
+    DTInfo_Release(store);
 }
 
 void work() {
     log_and_count();
     collect();
-    short_lived();
+    churn_hash();
+    churn_table();
+    churn_store();
     DTFault_Start();
     // What the fakes have recorded is no growth of the library's.
     platform.prints.clear();
@@ -87,7 +114,7 @@ int main(int argc, char **argv) {
     DTInfo_SetTrace(0);
     for (DTFault *&fault : faults) {
         fault = DTFault_Regist("fault", nullptr);
-        fault->init_logger->info_size = fault->run_logger->info_size = 65536;
+        fault->init_logger->info_size = 65536;
     }
     item = Collect_New("collector", put_values, put_values);
     uint32_t warm[2] = {}, late[2] = {}; // most bytes accounted for, and resident
@@ -106,5 +133,5 @@ int main(int argc, char **argv) {
     const bool flat = late[0] <= warm[0] && late[1] <= warm[1] + 64;
     fprintf(stderr, "%s: %u bytes, then %u; %u KiB resident, then %u\n", flat ? "flat" : "GROWING",
             warm[0], late[0], warm[1], late[1]);
-    return flat && !testing::UnitTest::GetInstance()->Failed() ? 0 : 1;
+    return flat ? 0 : 1;
 }

@@ -4,8 +4,13 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <mutex>
+#include <net/if.h>
+#include <net/route.h>
 #include <poll.h>
+#include <sched.h>
 #include <string.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 Network network;
 
@@ -46,7 +51,39 @@ ssize_t deliver(void *bytes, size_t capacity, sockaddr *from) {
     return static_cast<ssize_t>(count);
 }
 
+bool set_up_loopback(int socket, const char *address) {
+    ifreq request = {};
+    strcpy(request.ifr_name, "lo");
+    request.ifr_flags = IFF_UP | IFF_RUNNING;
+    if (ioctl(socket, SIOCSIFFLAGS, &request) != 0) return false;
+    const sockaddr_in own = dt::endpoint(inet_addr(address), 0);
+    strcpy(request.ifr_name, "lo:1");
+    memcpy(&request.ifr_addr, &own, sizeof own);
+    return ioctl(socket, SIOCSIFADDR, &request) == 0;
+}
+
+bool route_broadcasts_to_loopback(int socket) {
+    static char device[] = "lo";
+    const sockaddr_in everybody = dt::endpoint(INADDR_BROADCAST, 0);
+    rtentry route = {};
+    memcpy(&route.rt_dst, &everybody, sizeof everybody);
+    memcpy(&route.rt_genmask, &everybody, sizeof everybody);
+    route.rt_flags = RTF_UP | RTF_HOST;
+    route.rt_dev = device;
+    return ioctl(socket, SIOCADDRT, &route) == 0;
+}
+
 } // namespace
+
+std::string enter_private_network(const char *address) {
+    if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
+        return std::string("no network namespace: ") + strerror(errno);
+    const int control = socket(AF_INET, SOCK_DGRAM, 0);
+    const bool ready = set_up_loopback(control, address) && route_broadcasts_to_loopback(control);
+    const int reason = errno;
+    close(control);
+    return ready ? "" : std::string("no loopback in a network namespace: ") + strerror(reason);
+}
 
 extern "C" {
 

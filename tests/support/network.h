@@ -37,3 +37,7 @@ struct Network {
 };
 
 extern Network network;
+
+// Moves the process into a network of its own, which has a loopback that carries broadcasts and
+// one more address. Returns why that is not possible, or nothing.
+std::string enter_private_network(const char *address);
