@@ -32,7 +32,7 @@ constexpr Token tokens[] = {
 
 const Token *token_at(const char *format) {
     for (const Token &token : tokens)
-        if (strncmp(format, token.text, token.length) == 0) return &token;
+        if (*format == *token.text && strncmp(format, token.text, token.length) == 0) return &token;
     return nullptr;
 }
 

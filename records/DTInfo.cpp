@@ -84,7 +84,7 @@ void dump(const DTInfo *store) {
 }
 
 // Every append to a full store reports its size: printf would cost more than the append.
-void trace_size(uint32_t needed) {
+[[gnu::noinline]] void trace_size(uint32_t needed) {
     char text[16] = "size ";
     const char *end = dt::put_number(text + 5, static_cast<int32_t>(needed), 1);
     fwrite(text, 1, static_cast<size_t>(end - text), stdout);
