@@ -233,7 +233,8 @@ bool key_begins_with(const DTInfo *store, const uint8_t *key, Bytes filter) {
            memcmp(key, filter.data, filter.length) == 0;
 }
 
-bool next_record(const DTInfo *store, Bytes filter, uint32_t *pos, Record *record) {
+[[gnu::always_inline]] inline bool next_record(const DTInfo *store, Bytes filter, uint32_t *pos,
+                                               Record *record) {
     while (settle(store, pos) && read_record(store, *pos, record)) {
         *pos += record->size();
         if (key_begins_with(store, record->key, filter)) return true;
