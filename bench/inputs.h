@@ -1,6 +1,8 @@
 // What the work is done on, the same for all contenders.
 #pragma once
 
+#include "bench/bench.h"
+
 #include <array>
 #include <sstream>
 #include <stdint.h>
@@ -54,6 +56,9 @@ inline std::string newest(const std::vector<std::string> &records) {
     return all;
 }
 
+// Records in a full ring, by the layout of the record store.
+constexpr size_t walked_records = ring_size / (3 + Source::key_size + walked_value);
+
 // What a walk finds: how many records, and a byte of each.
 struct Walked {
     uint64_t records = 0;
@@ -66,8 +71,26 @@ struct Walked {
     std::string text() const { return std::to_string(records) + " " + std::to_string(bytes); }
 };
 
-// Records in a full ring, by the layout of the record store.
-constexpr size_t walked_records = ring_size / (3 + Source::key_size + walked_value);
+// A walk over all records, or over those with one of the two keys.
+template <class Records> class Walk {
+public:
+    explicit Walk(const char *filter) : filter_(filter) {}
+
+    void operator()() {
+        walked_ = records_.walk(filter_);
+        use(walked_);
+    }
+    std::string kept() {
+        (*this)();
+        return walked_.text();
+    }
+    size_t operations() const { return walked_records; }
+
+private:
+    const char *filter_;
+    Records records_;
+    Walked walked_;
+};
 
 // ---- lines of text ----
 

@@ -84,69 +84,44 @@ protected:
     DTInfo *store_;
 };
 
-// The walks visit every record of a full ring that has wrapped, or those with one of its two keys.
-class LimitWalk : LimitRing {
-public:
-    explicit LimitWalk(const char *filter) : LimitRing(walked_value), filter_(filter) {
-        for (size_t i = 0; i < walked_records; ++i) LimitRing::operator()();
-        end_ = at_;
+// Full of records, for a walk.
+struct LimitRecords : LimitRing {
+    LimitRecords() : LimitRing(walked_value) {
+        for (size_t i = 0; i < walked_records; ++i) (*this)();
     }
 
-    void operator()() {
+    Walked walk(const char *filter) const {
         Walked walked;
-        for (size_t at = 0; at < end_;) {
+        for (size_t at = 0; at < at_;) {
             const uint8_t *record = ring_.data() + at;
             const uint8_t *value = record + 3 + record[0];
             uint16_t size;
             memcpy(&size, value - 2, sizeof size);
-            if (!filter_ || memcmp(record + 1, filter_, Source::key_size) == 0)
+            if (!filter || memcmp(record + 1, filter, Source::key_size) == 0)
                 walked.add(value, size);
             at += 3u + record[0] + size;
         }
-        walked_ = walked;
-        use(walked_);
+        return walked;
     }
-
-    std::string kept() {
-        (*this)();
-        return walked_.text();
-    }
-    size_t operations() const { return walked_records; }
-
-private:
-    const char *filter_;
-    size_t end_ = 0;
-    Walked walked_;
 };
 
-class DtWalk : DtStore {
-public:
-    explicit DtWalk(const char *filter) : DtStore(walked_value), filter_(filter) {
+// Likewise, in a ring that has wrapped.
+struct DtRecords : DtStore {
+    DtRecords() : DtStore(walked_value) {
         source_.restart();
-        for (size_t i = 0; i < walked_records; ++i) DtStore::operator()();
+        for (size_t i = 0; i < walked_records; ++i) (*this)();
     }
 
-    void operator()() {
+    Walked walk(const char *filter) const {
         Walked walked;
         uint32_t pos = DTINFO_FIRST;
         const uint8_t *value;
         uint16_t size;
-        while (DTInfo_Get(store_, filter_, filter_ ? Source::key_size : 0, &pos, nullptr, nullptr,
+        while (DTInfo_Get(store_, filter, filter ? Source::key_size : 0, &pos, nullptr, nullptr,
                           &value, &size))
             walked.add(value, size);
-        walked_ = walked;
-        use(walked_);
+        return walked;
     }
-
-    std::string kept() {
-        (*this)();
-        return walked_.text();
-    }
-    size_t operations() const { return walked_records; }
-
-private:
-    const char *filter_;
-    Walked walked_;
 };
 
 const Family store([] {
@@ -156,10 +131,10 @@ const Family store([] {
         contend<DtStore>(work, libdt, size, false);
         contend<DtStore>(work + ", traced", libdt, size, true);
     }
-    contend<LimitWalk>("store walk", limit, nullptr);
-    contend<DtWalk>("store walk", libdt, nullptr);
-    contend<LimitWalk>("store walk by key", limit, "ka");
-    contend<DtWalk>("store walk by key", libdt, "ka");
+    contend<Walk<LimitRecords>>("store walk", limit, nullptr);
+    contend<Walk<DtRecords>>("store walk", libdt, nullptr);
+    contend<Walk<LimitRecords>>("store walk by key", limit, "ka");
+    contend<Walk<DtRecords>>("store walk by key", libdt, "ka");
 });
 
 } // namespace

@@ -11,7 +11,7 @@ using namespace bench;
 // Each element holds a record: its key, then its value.
 class Queue {
 public:
-    explicit Queue(const char *filter) : filter_(filter) {
+    Queue() {
         Source source(walked_value);
         for (size_t i = 0; i < walked_records; ++i) {
             source.next();
@@ -26,28 +26,20 @@ public:
                            [](void *bytes) { g_bytes_unref(static_cast<GBytes *>(bytes)); });
     }
 
-    void operator()() {
+    Walked walk(const char *filter) const {
         Walked walked;
         for (const GList *node = queue_.head; node; node = node->next) {
             gsize size;
             const void *data = g_bytes_get_data(static_cast<GBytes *>(node->data), &size);
             const uint8_t *record = static_cast<const uint8_t *>(data);
-            if (!filter_ || memcmp(record, filter_, Source::key_size) == 0)
+            if (!filter || memcmp(record, filter, Source::key_size) == 0)
                 walked.add(record + Source::key_size, size - Source::key_size);
         }
-        walked_ = walked;
-        use(walked_);
+        return walked;
     }
-    std::string kept() {
-        (*this)();
-        return walked_.text();
-    }
-    size_t operations() const { return walked_records; }
 
 private:
-    const char *filter_;
     GQueue queue_ = G_QUEUE_INIT;
-    Walked walked_;
 };
 
 class List {
@@ -96,8 +88,8 @@ struct Push : List {
 };
 
 const Family glib([] {
-    contend<Queue>("store walk", "GQueue", nullptr);
-    contend<Queue>("store walk by key", "GQueue", "ka");
+    contend<Walk<Queue>>("store walk", "GQueue", nullptr);
+    contend<Walk<Queue>>("store walk by key", "GQueue", "ka");
     for (const size_t length : list_lengths) {
         contend<Append>(with_size("list append", length, "values"), "GSList", length);
         contend<Push>(with_size("list push", length, "values"), "GSList", length);
