@@ -1,6 +1,9 @@
-#include "dtctl/commands.h"
-#include "dtctl/failure.h"
-#include "dtctl/text.h"
+#include "dtctl/collect/commands.h"
+#include "dtctl/config/command.h"
+#include "dtctl/faults/command.h"
+#include "dtctl/output/output.h"
+#include "host/failure.h"
+#include "host/text.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,7 +1,7 @@
 // What a part of dtctl writes, and how it ends.
 #pragma once
 
-#include "dtctl/failure.h"
+#include "host/failure.h"
 
 #include <cstdio>
 #include <cstdlib>

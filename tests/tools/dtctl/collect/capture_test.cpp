@@ -1,0 +1,143 @@
+// Captures: frames of every kind, and what networks do to segments.
+#include "dtctl/collect/streams.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <vector>
+
+using namespace std::string_literals;
+using dtctl::Flow;
+using dtctl::Segment;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr unsigned fin = 0x11, syn = 0x02, rst = 0x04, ack = 0x10;
+
+const std::string opening = "\x10\0\0\0\0\0\0\0\x01\0\0\0\xA1\x02\0\0"s;
+const std::string directory = "\x16\0\0\0\x01\0\0\0\x02\0\0\0\0\0\0\0\x04\0pump"s;
+const std::string data = "\x1D\0\0\0\x02\0\0\0\x03\0\0\0\x81\0\0\0\0\0\0\0\0\x07\0\0\0\x64\0\0\0"s;
+const std::string run = opening + directory + data + "\x0C\0\0\0\x02\0\0\0\x04\0\0\0"s;
+
+std::span<const uint8_t> bytes_of(const std::string &text) {
+    return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
+}
+
+std::string big_endian(uint32_t number, int bytes) {
+    std::string text;
+    while (bytes-- > 0) text += static_cast<char>(number >> (8 * bytes));
+    return text;
+}
+
+// An IPv4 packet from 10.0.0.9 port 4000 to 10.0.0.1 port 5000.
+std::string packet(uint32_t sequence, unsigned flags, const std::string &payload) {
+    const auto total = static_cast<uint32_t>(40 + payload.size());
+    return "\x45\0"s + big_endian(total, 2) + "\0\0\x40\0\x40\x06\0\0\x0A\0\0\x09\x0A\0\0\x01"s +
+           big_endian(4000, 2) + big_endian(5000, 2) + big_endian(sequence, 4) + "\0\0\0\0\x50"s +
+           static_cast<char>(flags) + "\xFF\xFF\0\0\0\0"s + payload;
+}
+
+const std::string mac(12, '\x02');
+const std::string ethernet = mac + "\x08\0"s;
+
+TEST(Packet, EveryLinkTypeLeadsToTheSegment) {
+    const std::vector<std::pair<int, std::string>> links = {
+        {0, "\x02\0\0\0"s},
+        {0, "\0\0\0\x02"s},
+        {1, ethernet},
+        {1, mac + "\x88\xA8\0\x01\x81\0\0\x02\x08\0"s},
+        {12, ""},
+        {101, ""},
+        {108, "\0\0\0\x02"s},
+        {113, std::string(14, '\0') + "\x08\0"s},
+        {228, ""},
+        {276, "\x08\0"s + std::string(18, '\0')},
+    };
+    for (const auto &[link, header] : links) {
+        const std::string frame = header + packet(0xFEDCBA98, fin, "data") + "padding";
+        const auto segment = dtctl::segment_of(link, bytes_of(frame));
+        ASSERT_TRUE(segment && dtctl::is_known_link(link)) << link;
+        EXPECT_EQ(segment->flow, (Flow{0x0A000009, 0x0A000001, 4000, 5000})) << link;
+        EXPECT_EQ(segment->sequence, 0xFEDCBA98) << link;
+        EXPECT_TRUE(segment->ends && !segment->begins && !segment->breaks) << link;
+        EXPECT_EQ(std::string(segment->payload.begin(), segment->payload.end()), "data") << link;
+        for (size_t size = 0; size < header.size() + 40; ++size)
+            EXPECT_FALSE(dtctl::segment_of(link, bytes_of(frame).first(size))) << link << size;
+    }
+    EXPECT_FALSE(dtctl::is_known_link(105));
+}
+
+TEST(Packet, WhatIsNoSegmentIsNone) {
+    for (const auto &[at, byte] :
+         std::initializer_list<std::pair<size_t, char>>{
+             {12, '\x86'},  // IPv6
+             {14, '\x65'},  // version
+             {14, '\x44'},  // a header below 20 bytes
+             {20, '\x20'},  // more fragments
+             {21, '\x01'},  // a later fragment
+             {23, '\x11'},  // UDP
+             {17, '\x27'},  // ends inside the TCP header
+             {46, '\x40'}}) // a TCP header below 20 bytes
+    {
+        std::string frame = ethernet + packet(1, ack, "data");
+        frame[at] = byte;
+        EXPECT_FALSE(dtctl::segment_of(1, bytes_of(frame))) << at;
+    }
+}
+
+struct Piece {
+    uint32_t sequence;
+    unsigned flags;
+    std::string payload;
+};
+
+// The streams that come of some segments; "..." stands for what is missing.
+Texts streams_of(const std::vector<Piece> &pieces) {
+    Texts streams;
+    dtctl::Streams all([&](const dtctl::Collected &collected) {
+        streams.push_back(collected.bytes + (collected.incomplete ? "..." : ""));
+    });
+    for (const Piece &piece : pieces) {
+        const std::string bytes = packet(piece.sequence, piece.flags, piece.payload);
+        all.take(*dtctl::segment_of(101, bytes_of(bytes)), 0);
+    }
+    all.end();
+    return streams;
+}
+
+TEST(Streams, SegmentsRepeatedOverlappingAndOutOfOrder) {
+    std::mt19937 random(7);
+    const auto below = [&](size_t limit) { return random() % limit; };
+    for (int round = 0; round < 300; ++round) {
+        const auto first = static_cast<uint32_t>(0U - below(2 * run.size())); // soon wraps
+        std::vector<Piece> pieces;
+        for (size_t at = 0; at < run.size(); at += 1 + below(40)) {
+            // Each piece reaches beyond the beginning of the next.
+            pieces.push_back({first + static_cast<uint32_t>(at), ack, run.substr(at, 40)});
+        }
+        pieces.push_back({first + static_cast<uint32_t>(run.size()), fin, ""});
+        for (size_t i = 0; i < 5; ++i) pieces.insert(pieces.begin(), pieces[below(pieces.size())]);
+        std::shuffle(pieces.begin(), pieces.end(), random);
+        pieces.insert(pieces.begin(), 2, {first - 1, syn, ""});
+        ASSERT_EQ(streams_of(pieces), Texts{run}) << round;
+    }
+}
+
+TEST(Streams, WhereTheyBeginAndEnd) {
+    const auto size = static_cast<uint32_t>(opening.size());
+    EXPECT_EQ(streams_of({{5, ack, opening}, {5 + size, ack, data}}), Texts{opening + data});
+    EXPECT_EQ(streams_of({{5, ack, opening}, {6 + size, ack, data}}), Texts{opening + "..."});
+    EXPECT_EQ(streams_of({{5, ack, opening}, {9 + size, fin, ""}}), Texts{opening + "..."});
+    EXPECT_EQ(streams_of({{5, ack, opening}, {4, ack, "x"}, {9, rst, ""}, {5 + size, ack, data}}),
+              Texts{opening}); // asked whether it is alive; broken off
+    EXPECT_EQ(streams_of({{4, syn, ""}, {5, ack, opening}, {90, syn, ""}, {91, ack, opening}}),
+              (Texts{opening, opening})); // the same ports again
+    EXPECT_EQ(streams_of({{4, syn, ""}, {5, ack, "GET / HTTP"}, {15, fin, ""}, {5, ack, "GET"}}),
+              Texts{});
+    EXPECT_EQ(streams_of({{4, syn, ""}, {5, fin, opening.substr(0, 7)}}), Texts{});
+}
+
+} // namespace

@@ -1,0 +1,151 @@
+// The server's side against a device in a thread, over loopback.
+#include "dtctl/collect/session.h"
+
+#include "tools/dtctl/outcome.h"
+
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+using dtctl::Exit;
+
+namespace {
+
+using Sizes = std::vector<ssize_t>;
+
+const std::string opening = "\x10\0\0\0\0\0\0\0\x05\x03\x02\x01\xA1\x02\0\0"s;
+const std::string directory = "\x16\0\0\0\x01\0\0\0\x01\0\0\0\0\0\0\0\x04\0pump"s;
+const std::string data = "\x1D\0\0\0\x02\0\0\0\x02\0\0\0\x81\0\0\0\0\0\0\0\0\x07\0\0\0\x64\0\0\0"s;
+const std::string end = "\x0C\0\0\0\x02\0\0\0\x03\0\0\0"s;
+const std::string line = R"({"identity":"a102","collector":"pump","index":0,"section":0,"key":7,)"
+                         R"("type":"int","value":100})"
+                         "\n";
+
+// Waits for commands; a script sends messages and waits for an answer to each.
+struct Device {
+    dtctl::Fd commands = dtctl::bind_udp("127.0.0.1", 0);
+
+    std::string command(std::chrono::milliseconds patience = 5s) {
+        char bytes[64];
+        dtctl::wait_for(commands, POLLIN, dtctl::Clock::now() + patience);
+        const ssize_t count = ::recv(commands.get(), bytes, sizeof(bytes), 0);
+        return {bytes, count > 0 ? static_cast<size_t>(count) : 0};
+    }
+
+    // Sizes of the answers; a connection that was closed answers 0.
+    Sizes answer(const std::string &command, const std::vector<std::string> &messages,
+                 const char *from = "127.0.0.1") {
+        const auto byte = [&](size_t i) { return static_cast<unsigned>(command.at(i) & 0xFF); };
+        const auto port = static_cast<uint16_t>(byte(12) | byte(13) << 8);
+        const sockaddr_in server = dtctl::resolve("127.0.0.1", port);
+        const sockaddr_in self = dtctl::resolve(from, 0);
+        const dtctl::Fd fd(::socket(AF_INET, SOCK_STREAM, 0));
+        ::bind(fd.get(), reinterpret_cast<const sockaddr *>(&self), sizeof(self));
+        ::connect(fd.get(), reinterpret_cast<const sockaddr *>(&server), sizeof(server));
+        Sizes answers;
+        for (const std::string &message : messages) {
+            char bytes[64];
+            (void)::send(fd.get(), message.data(), message.size(), MSG_NOSIGNAL);
+            answers.push_back(::recv(fd.get(), bytes, sizeof(bytes), 0));
+        }
+        return answers;
+    }
+};
+
+dtctl::Request request_for(const Device &device) {
+    dtctl::Request request;
+    request.device = "127.0.0.1";
+    request.device_port = dtctl::local_port(device.commands);
+    return request;
+}
+
+Outcome run(const dtctl::Request &request) {
+    return outcome_of([&](std::FILE *out) {
+        dtctl::Progress progress(false);
+        dtctl::Session(request, *dtctl::make_printer(dtctl::Format::json, out), progress).run();
+    });
+}
+
+TEST(Session, EveryMessageOfTheDeviceIsAcknowledgedAndTheValuesPrinted) {
+    Device device;
+    std::string command;
+    Sizes stranger, answers;
+    std::thread thread([&] {
+        command = device.command();
+        stranger = device.answer(command, {data}, "127.0.0.2");
+        answers = device.answer(command, {opening, directory, data, end});
+    });
+    dtctl::Request request = request_for(device);
+    request.command = 2;
+    request.sequence = 0x01020305;
+    const Outcome outcome = run(request);
+    thread.join();
+    EXPECT_EQ(command.substr(0, 12), "\x10\0\0\0\x02\0\0\0\x05\x03\x02\x01"s);
+    EXPECT_EQ(command.substr(14), "\0\0"s);
+    EXPECT_LE(stranger.at(0), 0); // closed or reset
+    EXPECT_EQ(answers, (Sizes{1, 1, 1, 1}));
+    EXPECT_EQ(outcome.code, Exit::success) << outcome.error;
+    EXPECT_EQ(outcome.output, line);
+}
+
+// The broken message gets no answer but the end of the connection.
+TEST(Session, ABreakIsReportedBehindTheValues) {
+    Device device;
+    Sizes answers;
+    const std::string bad = data.substr(0, 12) + '\x05' + data.substr(13);
+    std::thread thread([&] {
+        answers = device.answer(device.command(), {opening, directory, data, bad});
+        device.answer(device.command(), {opening, directory, data}); // and then breaks off
+    });
+    for (const char *error : {"message 4, byte 12: unknown tag 0x05",
+                              "message 4, byte 0: the stream ends without the empty data message "
+                              "that ends a run"}) {
+        const Outcome outcome = run(request_for(device));
+        EXPECT_EQ(outcome.code, Exit::broken);
+        EXPECT_EQ(outcome.error, error);
+        EXPECT_EQ(outcome.output, line);
+    }
+    thread.join();
+    EXPECT_EQ(answers, (Sizes{1, 1, 1, 0}));
+}
+
+TEST(Session, SilenceEndsItAfterTheCommandWasRepeated) {
+    Device device;
+    dtctl::Request request = request_for(device);
+    request.timeout = 600ms;
+    const auto begin = dtctl::Clock::now();
+    EXPECT_EQ(run(request).code, Exit::timeout);
+    EXPECT_LT(dtctl::Clock::now() - begin, 2 * request.timeout - 50ms);
+    for (int sent = 0; sent < 3; ++sent) EXPECT_EQ(device.command(0s).size(), 16u);
+    EXPECT_EQ(device.command(0s), "");
+}
+
+TEST(Session, ADeviceThatFallsSilentEndsIt) {
+    Device device;
+    std::thread thread([&] { device.answer(device.command(), {opening, ""}); });
+    dtctl::Request request = request_for(device);
+    request.timeout = 600ms;
+    EXPECT_EQ(run(request).code, Exit::timeout);
+    thread.join();
+}
+
+TEST(Session, APortThatIsTakenOrRefusesIsUnreachable) {
+    Device device;
+    dtctl::Request request = request_for(device);
+    const dtctl::Fd taken = dtctl::listen_on(0);
+    request.listen = dtctl::local_port(taken);
+    EXPECT_EQ(run(request).code, Exit::unreachable);
+    EXPECT_EQ(device.command(0s), "");
+    request.listen = 0;
+    request.resend = 0;
+    device.commands = dtctl::Fd();
+    EXPECT_EQ(run(request).code, Exit::unreachable);
+}
+
+} // namespace

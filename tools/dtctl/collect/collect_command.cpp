@@ -1,0 +1,156 @@
+// dtctl collect and dtctl selftest: the same session with another command.
+#include "dtctl/collect/commands.h"
+#include "dtctl/collect/session.h"
+#include "dtctl/output/options.h"
+#include "host/failure.h"
+#include "host/options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <csignal>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace dtctl {
+namespace {
+
+struct Options {
+    Request request;
+    double timeout = 10;
+    double watch = 0; // seconds from run to run; 0: one run
+    OutputOptions output;
+};
+
+constexpr const char *behaviour_help =
+    R"(The command goes out as one datagram that may get lost, and a device that is busy
+answers late. So it is repeated at even steps of the time-out until the device connects.
+A device that got it twice tries a second run later, finds nobody listening, and notes
+that in its log; --resend 0 sends it once only. A device that connects from another
+address than --device is turned away.)";
+
+constexpr const char *watch_help = R"(
+
+With --watch the runs follow each other in one output. A run that fails is told on standard
+error and the next one begins at its time. SIGINT or SIGTERM ends it, with the status 0.)";
+
+constexpr const char *exit_help =
+    R"(Exit status: 0 a whole run arrived; 1 the output cannot be written; 2 usage; 3 time-out;
+4 the device cannot be reached or refuses, or the port to listen on is taken; 5 what
+arrived breaks the format or stops short (values before that are printed).)";
+
+// A run that fails for the device's sake is told and left behind; the next may do better.
+void try_run(const Request &request, Printer &printer) {
+    Progress progress(::isatty(STDERR_FILENO) != 0);
+    try {
+        Session(request, printer, progress).run();
+    } catch (const Failure &failure) {
+        if (failure.code() == Exit::failed) throw;
+        progress.note(failure.what());
+    }
+}
+
+// Every value that was printed is out: a signal may end the program anywhere.
+[[noreturn]] void watch(const Request &request, Printer &printer, Clock::duration interval) {
+    for (const int signal : {SIGINT, SIGTERM}) {
+        std::signal(signal, [](int) { ::_exit(static_cast<int>(Exit::success)); });
+    }
+    auto next = Clock::now();
+    for (;;) {
+        try_run(request, printer);
+        next = std::max(next + interval, Clock::now());
+        std::this_thread::sleep_until(next);
+    }
+}
+
+void run(const Options &options) {
+    Request request = options.request;
+    request.timeout = milliseconds_of("--timeout", options.timeout);
+    const auto interval = milliseconds_of("--watch", options.watch);
+    const Stream out = open_output(options.output.path);
+    const auto printer = make_printer(options.output.format, out.get(), options.output.times);
+    if (options.watch > 0) watch(request, *printer, interval);
+    Progress progress(::isatty(STDERR_FILENO) != 0);
+    Session(request, *printer, progress).run();
+}
+
+std::shared_ptr<Options> add_session_options(CLI::App &command) {
+    auto options = std::make_shared<Options>();
+    Request &request = options->request;
+    command.add_option("--device", request.device, "The device's IPv4 address or name")
+        ->type_name("ADDRESS")
+        ->required();
+    command
+        .add_option("--device-port", request.device_port,
+                    "UDP port on which the device takes commands")
+        ->type_name("PORT")
+        ->check(CLI::Range(1, 65535))
+        ->capture_default_str();
+    command
+        .add_option("--listen", request.listen,
+                    "TCP port for the device's connection; 0: any free one")
+        ->type_name("PORT")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
+    command
+        .add_option("--sequence", request.sequence,
+                    "Number of the run's first message; 0: the device counts")
+        ->type_name("N")
+        ->check(CLI::Range(0, INT_MAX))
+        ->capture_default_str();
+    command
+        .add_option("--timeout", options->timeout,
+                    "Longest silence of the device; a slow collector is silent too")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.1, 86400.0))
+        ->capture_default_str();
+    command
+        .add_option("--resend", request.resend,
+                    "How often the command is repeated while nobody connects")
+        ->type_name("N")
+        ->check(CLI::Range(0, 100))
+        ->capture_default_str();
+    add_output_options(command, options->output);
+    add_times_option(command, options->output);
+    command.callback([options] { run(*options); });
+    return options;
+}
+
+std::string footer(const char *examples, const char *more = "") {
+    return std::string("Examples:\n  ") + examples + "\n\n" + formats_help + "\n\n" +
+           behaviour_help + more + "\n\n" + exit_help;
+}
+
+} // namespace
+
+void add_collect(CLI::App &app) {
+    CLI::App &command = *app.add_subcommand("collect", "Ask a device for its data and print it");
+    const auto options = add_session_options(command);
+    command.add_option("--command", options->request.command, "The number that the collectors get")
+        ->type_name("0|1|2")
+        ->check(CLI::Range(0, 2))
+        ->capture_default_str();
+    command
+        .add_option("--watch", options->watch,
+                    "Repeat, from run to run so many seconds, until interrupted")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.1, 604800.0));
+    command.footer(footer("dtctl collect --device 192.168.1.20\n"
+                          "  dtctl collect --device pump7.local --json --output data.jsonl\n"
+                          "  dtctl collect --device 192.168.1.20 --watch 60 --times --csv",
+                          watch_help));
+}
+
+void add_selftest(CLI::App &app) {
+    CLI::App &command =
+        *app.add_subcommand("selftest", "Let a device test itself and print the results");
+    add_session_options(command)->request.command = dt::decode::wire::selftest_command;
+    command.footer(footer("dtctl selftest --device 192.168.1.20 --timeout 60\n"
+                          "  dtctl selftest --device 192.168.1.20 --json | grep '\"value\":1'"));
+}
+
+} // namespace dtctl

@@ -1,0 +1,26 @@
+// Prints a fault log file's lines and values, each as soon as it is decoded.
+#pragma once
+
+#include "decode/fault_log.h"
+#include "dtctl/output/output.h"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace dtctl {
+
+// What each format looks like, for the help text.
+extern const char *const fault_formats_help;
+
+class FaultPrinter : public dt::decode::FaultSink, public Output {
+public:
+    using Output::Output;
+
+    // The file has ended; damage: what is wrong with it, null for a whole file.
+    virtual void end(const std::string & /*path*/, const dt::decode::Damage * /*damage*/) {}
+};
+
+std::unique_ptr<FaultPrinter> make_fault_printer(Format format, std::FILE *out);
+
+} // namespace dtctl
