@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# The example device and its servers, started, asked and stopped: ./dt demo runs this. With "private"
-# it runs in namespaces of its own.
+# A day of the example device, told step by step: ./dt demo runs this. With "private" it runs in
+# namespaces of its own.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bin=$PWD/build/demo
+page=$PWD/build/faults.html
 work=$(mktemp -d)
 console=$work/console
 mode=${1:-}
@@ -24,7 +25,19 @@ fail() {
     echo "demo: $*" >&2
     exit 1
 }
-say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
+
+bold='' dim='' plain=''
+if [ -t 1 ] && [ -z "${NO_COLOR:-}" ] && [ "${TERM:-dumb}" != dumb ]; then
+    bold=$'\033[1m' dim=$'\033[2m' plain=$'\033[0m'
+fi
+step() { printf '\n%s== %s%s\n' "$bold" "$1" "$plain"; }
+tell() { sed 's/^/   /'; }
+command_line() { printf '\n%s$ %s%s\n' "$dim" "$*" "$plain"; }
+dtctl() {
+    command_line dtctl "$@"
+    "$bin/tools/dtctl" "$@" >"$work/shown"
+    cut -c1-100 "$work/shown"
+}
 
 # What the device has printed since the last time.
 show_console() {
@@ -47,61 +60,128 @@ make_root() {
     done
 }
 
-device=("$bin/examples/device")
-if [ "$mode" = private ]; then
-    ip link set lo up
-    ip address add 192.0.2.1/24 dev lo
-    ip route add default dev lo src 192.0.2.1
-    if make_root 2>"$work/why"; then
-        device=(chroot "$work/root" "${device[@]}")
-        fault_log=$work/root/fcm.log
+# Where the device may write its fault log file; nowhere, if this machine's root has one already.
+find_place() {
+    device=("$bin/examples/device")
+    if [ "$mode" = private ]; then
+        ip link set lo up
+        ip address add 192.0.2.1/24 dev lo
+        ip route add default dev lo src 192.0.2.1
+        if make_root 2>"$work/why"; then
+            device=(chroot "$work/root" "${device[@]}")
+            fault_log=$work/root/fcm.log
+        fi
+    else
+        device+=(--offline)
     fi
-fi
-if [ -z "$fault_log" ] && [ -w / ]; then
-    [ ! -e /fcm.log ] || fail "there is a /fcm.log that the device would overwrite"
+    [ -z "$fault_log" ] && [ -w / ] || return 0
+    [ ! -e /fcm.log ] || fail "there is a /fcm.log, which the device would overwrite: please move it away"
     fault_log=/fcm.log
-fi
+}
 
-say "A first program in plain C"
-"$bin/examples/minimal"
-
-if [ "$mode" = private ]; then
-    say "The device starts and broadcasts for its settings, in a network namespace of its own"
-    "$bin/tools/dtctl" config examples/settings.ini >"$work/config" 2>&1 &
-    pids+=($!)
-    sleep 0.2
-else
-    say "The device starts with its defaults, over loopback"
-    echo "  left out: no network namespace is allowed here, and its broadcast for settings must not"
-    echo "  leave this machine"
-    device+=(--offline)
+start_servers_and_device() {
     : >"$work/config"
-fi
-"${device[@]}" >"$console" 2>&1 &
-pids+=($!)
-sleep 3 # a second for the setting that nobody answers, then the pumps turn for a while
-show_console
-sed 's/^/  server| /' "$work/config"
+    if [ "$mode" = private ]; then
+        "$bin/tools/dtctl" config examples/settings.ini >"$work/config" 2>&1 &
+        pids+=($!)
+        sleep 0.2
+    fi
+    "${device[@]}" >"$console" 2>&1 &
+    pids+=($!)
+}
 
-say "dtctl collect: the device delivers its data"
-"$bin/tools/dtctl" collect --device 127.0.0.1 --sequence 7 | cut -c1-110
-echo "(lines are cut here at 110 characters; dtctl prints them whole)"
+# Until the device has its settings and has worked for two seconds. One that ends instead has found
+# its port taken: whoever answers there is not the device.
+await_device() {
+    local device_pid=${pids[-1]} tenth after=20
+    for ((tenth = 0; tenth < 300 && after > 0; tenth++)); do
+        sleep 0.1
+        kill -0 "$device_pid" 2>/dev/null || {
+            show_console >&2
+            fail "the device has ended; is another program using UDP port 9099? (ss -lunp)"
+        }
+        ! grep -q 'device starts' "$console" || after=$((after - 1))
+    done
+    [ "$after" = 0 ] || fail "the device did not start within 30 seconds"
+}
 
-say "dtctl selftest"
-"$bin/tools/dtctl" selftest --device 127.0.0.1
+tell <<'END_OF_TEXT'
+A pump controller (examples/device.cpp, a program that uses libdt) now starts in the background and
+works for three seconds. dtctl, the program for the other side, plays the servers. All of it stays on
+this machine, and is stopped at the end.
+END_OF_TEXT
+find_place
+start_servers_and_device
+await_device
 
-say "A service visit (command 2): the device reports on its debug console"
-"$bin/tools/dtctl" collect --device 127.0.0.1 --command 2 --json >"$work/values"
-echo "  $(wc -l <"$work/values") values as JSON lines; the first two:"
-sed -n '1,2s/^/  /p' "$work/values"
-sleep 0.2
-show_console
+step "1 of 5: the server asks, the device delivers"
+tell <<'END_OF_TEXT'
+dtctl sends the device a command of 16 bytes. The device connects back, asks each of its components
+("collectors") for their values and sends them. So you see inside a running device whenever you want,
+without a shell on it.
+END_OF_TEXT
+dtctl collect --device 127.0.0.1
+echo "(lines are cut here at 100 characters)"
 
-say "dtctl fcm: the fault log file that it wrote"
-if [ -n "$fault_log" ]; then
-    "$bin/tools/dtctl" fcm "$fault_log"
+step "2 of 5: the device tests itself"
+tell <<'END_OF_TEXT'
+Another command: now each component runs its self-test and sends the result. So production, or a
+technician in the field, can check a device without opening it.
+END_OF_TEXT
+dtctl selftest --device 127.0.0.1
+
+step "3 of 5: the device had asked for its settings"
+tell <<'END_OF_TEXT'
+When it started, the device asked the whole network for three settings. A configuration server
+answered two of them; for the third the device took its own default, a second later. So a hundred
+devices get their limits from one file.
+END_OF_TEXT
+if [ "$mode" = private ]; then
+    command_line dtctl config examples/settings.ini
+    sed 's/^/  server| /' "$work/config"
 else
-    echo "  left out: no private root directory is allowed here, for the device's /fcm.log"
+    echo
+    echo "  (Left out: this machine allows no network of the demo's own, and the question must not"
+    echo "  leave the machine. The device took its defaults.)"
+fi
+show_console
+
+step "4 of 5: a visit by the service engineer"
+tell <<'END_OF_TEXT'
+The server's command carries a number. This device takes 2 for a visit: besides delivering its data
+(here as JSON, for programs) it prints a table and its memory accounts on its own debug console, and
+writes its fault log file. So the engineer at the device sees what happens, and what leaks memory.
+END_OF_TEXT
+command_line "dtctl collect --device 127.0.0.1 --command 2 --json | head -n 2"
+"$bin/tools/dtctl" collect --device 127.0.0.1 --command 2 --json >"$work/shown"
+head -n 2 "$work/shown"
+sleep 0.2 # its report goes on behind the last value
+echo
+show_console
+
+step "5 of 5: what was wrong, after the fact"
+tell <<'END_OF_TEXT'
+The fault log file holds what the device's components logged and counted up to that visit. It is
+carried to a developer, who reads it without the device: as a table, or as a page for the browser.
+END_OF_TEXT
+if [ -n "$fault_log" ]; then
+    cp "$fault_log" "$work/fcm.log"
+    (cd "$work" && dtctl fcm fcm.log)
+    command_line "dtctl fcm --html fcm.log >${page#"$PWD/"}"
+    "$bin/tools/dtctl" fcm --html "$work/fcm.log" >"$page"
+else
+    page=
+    echo
+    echo "  (Left out: the device writes /fcm.log, and may not write there on this machine.)"
     [ ! -s "$work/why" ] || sed 's/^/  /' "$work/why"
 fi
-say "Done: nothing is left running"
+
+step "Done: nothing is left running"
+[ -z "$page" ] || tell <<END_OF_TEXT
+Open the page in a browser:     file://$page
+END_OF_TEXT
+tell <<'END_OF_TEXT'
+Write such a program yourself:  README.md, "A first program"
+Then step by step:              docs/tutorial.md
+Read this device's program:     examples/device.cpp
+END_OF_TEXT
