@@ -208,7 +208,7 @@ TEST_F(CommandSocket, AcceptsOnlyAllowedSendersOnceOneIsGiven) {
 
 TEST_F(CommandSocket, IsRefusedWhileThePortIsTaken) {
     const int32_t taken = CollectClient_Init();
-    ASSERT_GE(taken, 0);
+    ASSERT_GE(taken, 0) << "UDP port 9099 is taken by another program";
     const int before = open_descriptors();
     EXPECT_EQ(CollectClient_Init(), -1);
     EXPECT_EQ(Collect_Init(0), -1);

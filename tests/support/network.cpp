@@ -51,12 +51,12 @@ ssize_t deliver(void *bytes, size_t capacity, sockaddr *from) {
     return static_cast<ssize_t>(count);
 }
 
-bool set_up_loopback(int socket, const char *address) {
+bool set_up_loopback(int socket) {
     ifreq request = {};
     strcpy(request.ifr_name, "lo");
     request.ifr_flags = IFF_UP | IFF_RUNNING;
     if (ioctl(socket, SIOCSIFFLAGS, &request) != 0) return false;
-    const sockaddr_in own = dt::endpoint(inet_addr(address), 0);
+    const sockaddr_in own = dt::endpoint(inet_addr("10.1.1.1"), 0);
     strcpy(request.ifr_name, "lo:1");
     memcpy(&request.ifr_addr, &own, sizeof own);
     return ioctl(socket, SIOCSIFADDR, &request) == 0;
@@ -75,11 +75,11 @@ bool route_broadcasts_to_loopback(int socket) {
 
 } // namespace
 
-std::string enter_private_network(const char *address) {
+std::string enter_private_network() {
     if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
         return std::string("no network namespace: ") + strerror(errno);
     const int control = socket(AF_INET, SOCK_DGRAM, 0);
-    const bool ready = set_up_loopback(control, address) && route_broadcasts_to_loopback(control);
+    const bool ready = set_up_loopback(control) && route_broadcasts_to_loopback(control);
     const int reason = errno;
     close(control);
     return ready ? "" : std::string("no loopback in a network namespace: ") + strerror(reason);

@@ -39,5 +39,5 @@ struct Network {
 extern Network network;
 
 // Moves the process into a network of its own, which has a loopback that carries broadcasts and
-// one more address. Returns why that is not possible, or nothing.
-std::string enter_private_network(const char *address);
+// one more address, 10.1.1.1. Returns why that is not possible, or nothing.
+std::string enter_private_network();

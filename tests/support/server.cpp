@@ -1,10 +1,14 @@
 #include "support/server.h"
 
+#include "support/network.h"
+
 #include <base/endpoint.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <iostream>
 #include <signal.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,6 +17,19 @@ namespace {
 bool read_all(int fd, void *bytes, size_t count) {
     return count == 0 || recv(fd, bytes, count, MSG_WAITALL) == static_cast<ssize_t>(count);
 }
+
+// Each test has the ports to itself: in a network of its own or, where none is allowed, one test
+// after the other.
+struct OwnNetwork : testing::Environment {
+    void SetUp() override {
+        const std::string reason = enter_private_network();
+        if (reason.empty()) return;
+        std::cerr << reason << "; UDP ports 8998, 8999 and 9099 must be free on this machine\n";
+        flock(open("/tmp", O_RDONLY), LOCK_EX);
+    }
+};
+
+const testing::Environment *const own_network = testing::AddGlobalTestEnvironment(new OwnNetwork);
 
 } // namespace
 
