@@ -117,11 +117,11 @@ TEST(ConfigServer, AnswersReloadsAndEnds) {
         ask("=>config net other 1", 100);
         ask(std::string(5000, 'x'), 100);
         for (const char *file : {"[net]\nmtu = 9000\n", "[net\nmtu = 1\n"}) {
-            ask("=>config net mtu 1500", 5000);
+            ask("=>config net mtu 1500", 60000);
             std::ofstream(path) << file;
             ::kill(::getpid(), SIGHUP); // is taken before the request behind it
         }
-        ask("=>config net mtu 1500", 5000);
+        ask("=>config net mtu 1500", 60000);
         ::kill(::getpid(), SIGTERM);
         thread.join();
     });
