@@ -7,6 +7,7 @@
 #include <chrono>
 #include <sched.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 namespace {
@@ -94,9 +95,11 @@ std::vector<char *> with_defaults(int argc, char **argv) {
 
 } // namespace
 
-// An argument without dashes is a part of the names of the work to measure.
+// An argument without dashes is a part of the names of the work to measure; --times prints plain
+// lines.
 int main(int argc, char **argv) {
     const char *part = argc > 1 && argv[argc - 1][0] != '-' ? argv[--argc] : nullptr;
+    const bool plain = argc > 1 && strcmp(argv[1], "--times") == 0;
     std::vector<char *> args = with_defaults(argc, argv);
     int count = static_cast<int>(args.size());
     args.push_back(nullptr);
@@ -115,7 +118,7 @@ int main(int argc, char **argv) {
         add_benchmark(name, *contender);
     }
     benchmark::Initialize(&count, args.data());
-    bench::Report report(out, operations);
+    bench::Report report(out, operations, plain);
     benchmark::RunSpecifiedBenchmarks(&report);
     fclose(out);
 }

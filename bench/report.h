@@ -1,4 +1,5 @@
-// Collects what a run measures and prints it as a table: a row for each kind of work.
+// Collects what a run measures and prints it as a table, a row for each kind of work; or plain, a
+// line for each contender: work, name and nanoseconds, with tabs between.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -12,8 +13,8 @@ namespace bench {
 class Report : public benchmark::BenchmarkReporter {
 public:
     // operations: how many one iteration counts for, by the benchmark's name.
-    Report(FILE *out, std::map<std::string, size_t> operations)
-        : out_(out), operations_(std::move(operations)) {}
+    Report(FILE *out, std::map<std::string, size_t> operations, bool plain)
+        : out_(out), operations_(std::move(operations)), plain_(plain) {}
 
     bool ReportContext(const Context &) override { return true; }
     void ReportRuns(const std::vector<Run> &runs) override;
@@ -24,9 +25,12 @@ private:
     std::string ratio(const std::string &work, const std::string &who, double most);
     void print_row(const std::string &work);
     void print_counts() const;
+    void print_plain() const;
+    void print_table();
 
     FILE *out_;
     std::map<std::string, size_t> operations_;
+    bool plain_;
     std::map<std::string, std::vector<double>> times_; // of an operation, in ns
     int met_ = 0, missed_ = 0, absent_ = 0;
 };

@@ -1,12 +1,15 @@
 #!/usr/bin/env python3
 """What the library costs a device: bytes by module, stack frames, the deepest chain of calls.
 
-usage: size.py BUILD_FOLDER [--limits FILE]
+usage: size.py BUILD_FOLDER [--limits FILE] [--markdown]
 
-The folder holds a build with -fcallgraph-info=su. With limits, a total above its line there fails.
+The folder holds a build with -fcallgraph-info=su. With limits, a total above its line there fails;
+with --markdown the totals alone are printed, as a table for a document.
 """
 import argparse
 import collections
+import contextlib
+import io
 import pathlib
 import re
 import subprocess
@@ -102,7 +105,24 @@ def show(build):
     for title in chain:
         if title != INDIRECT:
             print(f'  {calls.frames[title]:5} {calls.names[title]}')
-    return total
+    return total, [plain_name(calls.names[title]) for title in chain if title != INDIRECT]
+
+
+def plain_name(declaration):
+    """A function's name alone, of its whole declaration."""
+    return re.search(r'([A-Za-z_]\w*)\(', declaration.split('}::')[-1]).group(1)
+
+
+def markdown(total, chain):
+    """The totals as a table for docs/performance.md."""
+    rows = [('code and constants', total['text']),
+            ('initialised data', total['data']),
+            ('zeroed data: formatting buffers, accounts of 256 owners, the console\'s line', total['bss']),
+            ('for the dynamic linker, to find the functions by name; a static `libdt.a` has none of it',
+             total['linking']),
+            ('largest stack frame', total['frame']),
+            ('deepest chain of calls: ' + ', '.join(f'`{name}`' for name in chain), total['chain'])]
+    return '\n'.join(['| | bytes |', '| --- | --: |'] + [f'| {what} | {size:,} |' for what, size in rows])
 
 
 def exceeded(total, limits):
@@ -117,7 +137,11 @@ if __name__ == '__main__':
     parser = argparse.ArgumentParser()
     parser.add_argument('build', type=pathlib.Path)
     parser.add_argument('--limits', type=pathlib.Path)
+    parser.add_argument('--markdown', action='store_true')
     arguments = parser.parse_args()
-    totals = show(arguments.build)
+    with contextlib.redirect_stdout(io.StringIO() if arguments.markdown else sys.stdout):
+        totals, deepest = show(arguments.build)
+    if arguments.markdown:
+        print(markdown(totals, deepest))
     if arguments.limits and exceeded(totals, arguments.limits):
         sys.exit(1)
