@@ -8,16 +8,16 @@ function(dt_read_list result file)
     set(${result} "${text}" PARENT_SCOPE)
 endfunction()
 
+set(dt_lists ${CMAKE_CURRENT_LIST_DIR})
 function(dt_limit_exports target)
-    dt_read_list(exports ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/exports.txt)
-    dt_read_list(replaceable ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/replaceable.txt)
+    dt_read_list(exports ${dt_lists}/exports.txt)
+    dt_read_list(replaceable ${dt_lists}/replaceable.txt)
     set(map ${CMAKE_CURRENT_BINARY_DIR}/libdt.map)
     set(dynamic ${CMAKE_CURRENT_BINARY_DIR}/libdt.dynamic)
-    file(CONFIGURE OUTPUT ${map} @ONLY CONTENT
-        "LIBDT_1 {\n    global:\n        @exports@;\n    local: *;\n};\n")
-    file(CONFIGURE OUTPUT ${dynamic} @ONLY CONTENT "{\n        @replaceable@;\n};\n")
+    file(GENERATE OUTPUT ${map} CONTENT
+         "LIBDT_1 {\n    global:\n        ${exports};\n    local: *;\n};\n")
+    file(GENERATE OUTPUT ${dynamic} CONTENT "{\n        ${replaceable};\n};\n")
     target_link_options(${target} PRIVATE
-        -static-libgcc LINKER:--no-undefined LINKER:--version-script=${map}
-        LINKER:--dynamic-list=${dynamic})
+        -static-libgcc LINKER:--no-undefined LINKER:--version-script=${map} LINKER:--dynamic-list=${dynamic})
     set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map} ${dynamic})
 endfunction()

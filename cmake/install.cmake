@@ -5,10 +5,10 @@ include(CMakePackageConfigHelpers)
 # The headers stand in the build tree as they will when installed.
 function(dt_header source place)
     set(link ${CMAKE_CURRENT_BINARY_DIR}/include/dt/${place})
-    cmake_path(GET link PARENT_PATH directory)
+    get_filename_component(directory ${link} DIRECTORY)
     file(MAKE_DIRECTORY ${directory})
     file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR}/${source} ${link} SYMBOLIC)
-    cmake_path(GET place PARENT_PATH room)
+    get_filename_component(room ${place} DIRECTORY)
     install(FILES ${source} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/dt/${room})
 endfunction()
 
@@ -17,7 +17,7 @@ foreach(header IN LISTS DT_MODULE_HEADERS)
     dt_header(${header} ${header})
 endforeach()
 foreach(header IN LISTS DT_FRONT_DOORS)
-    cmake_path(GET header FILENAME name)
+    get_filename_component(name ${header} NAME)
     dt_header(${header} ${name})
 endforeach()
 
@@ -31,17 +31,22 @@ install(FILES cmake/dtConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/dtConfigVersion.c
 install(EXPORT dtTargets NAMESPACE dt:: DESTINATION ${package})
 
 # dt.pc finds its prefix from its own place; a directory given as an absolute path stays one.
-set(DT_PREFIX_FROM_PC ${CMAKE_INSTALL_PREFIX})
-cmake_path(RELATIVE_PATH DT_PREFIX_FROM_PC
-           BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH DT_PREFIX_FROM_PC ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 foreach(directory LIBDIR INCLUDEDIR)
-    set(DT_PC_${directory} "\${prefix}")
-    cmake_path(APPEND DT_PC_${directory} ${CMAKE_INSTALL_${directory}})
+    set(DT_PC_${directory} ${CMAKE_INSTALL_${directory}})
+    if(NOT IS_ABSOLUTE ${DT_PC_${directory}})
+        set(DT_PC_${directory} "\${prefix}/${DT_PC_${directory}}")
+    endif()
 endforeach()
 configure_file(cmake/dt.pc.in dt.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/dt.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 install(DIRECTORY man/man3 man/man7 DESTINATION ${CMAKE_INSTALL_MANDIR})
-if(DT_BUILD_TOOLS)
+if(TARGET dtctl)
     install(FILES man/man1/dtctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dt_tools)
+endif()
+
+# What was installed goes again; in a larger project that is the project's business.
+if(DT_ALONE)
+    add_custom_target(uninstall COMMAND ${CMAKE_COMMAND} -P ${CMAKE_CURRENT_LIST_DIR}/uninstall.cmake)
 endif()
