@@ -8,6 +8,20 @@
 #include <stdint.h>
 #include <time.h>
 
+/* Where the C library offers times of 32 and of 64 bits, a program with the other choice than
+ * libdt's would link and get garbage. pkg-config and CMake hand over DT_TIME64 where libdt has 64
+ * bits.
+ */
+#if defined(__TIMESIZE) && __TIMESIZE == 32
+#if defined(_TIME_BITS) && _TIME_BITS == 64
+#if !defined(DT_TIME64)
+#error "libdt has 32-bit times: drop -D_TIME_BITS=64, or build libdt with it (docs/porting.md)"
+#endif
+#elif defined(DT_TIME64)
+#error "libdt has 64-bit times: build with -D_TIME_BITS=64 -D_FILE_OFFSET_BITS=64"
+#endif
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif

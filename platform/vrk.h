@@ -3,13 +3,17 @@
  * libdt carries ready defaults for any POSIX system. A program that defines one of the five gets
  * its own used by libdt, as with a replaced malloc; the other defaults stay. VRK_Malloc and
  * VRK_Free are replaced together. Link the definitions as object files: in a library they may stay
- * unused.
+ * unused. For a platform layer in a library, build libdt without the defaults (DT_PLATFORM=none).
  */
 #ifndef DT_PLATFORM_VRK_H
 #define DT_PLATFORM_VRK_H
 
 #include <stddef.h>
 #include <stdint.h>
+
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+#error "libdt needs a little-endian machine: its records and messages have that order"
+#endif
 
 /* Lets the compiler check arguments against a format. */
 #if defined(__GNUC__)
