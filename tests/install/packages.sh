@@ -4,6 +4,7 @@
 . "$(dirname "$0")/programs.sh"
 packages=$(readlink -f "$1")
 native=$(dpkg --print-architecture)
+architectures="$native armel"
 
 field() { dpkg-deb -f "$packages/$1_${version}_$2.deb" "$3"; }
 
@@ -42,10 +43,12 @@ say "lintian"
     fail "CHANGELOG.md is of another version"
 quietly lintian --fail-on error "$packages"/*.deb
 
-for architecture in "$native" armel; do
+for architecture in $architectures; do
     say "$architecture"
     install_into_root "$architecture"
     check_dependencies "$architecture" "$libdir/libdt.so.1"
+    "$root/tests/checks/hardened.sh" readelf "$libdir/libdt.so.1" || fail "libdt1 is not hardened"
+    "$root/tests/checks/needs.sh" readelf "$libdir/libdt.so.1" || fail "libdt1 needs more than libc"
     if [ "$architecture" = armel ]; then
         programs_by_pkg_config "$libdir" arm-linux-gnueabi- qemu-arm -L /usr/arm-linux-gnueabi
     else
@@ -57,5 +60,6 @@ done
 say "dtctl"
 dpkg-deb -x "$packages/dtctl_${version}_$native.deb" "$work/host"
 "$work/host/usr/bin/dtctl" --help >/dev/null || fail "dtctl does not run"
+"$root/tests/checks/hardened.sh" readelf "$work/host/usr/bin/dtctl" || fail "dtctl is not hardened"
 dpkg-deb -f "$packages/dtctl_${version}_$native.deb" Depends | grep -q libc6 ||
     fail "dtctl states no dependencies"
