@@ -65,6 +65,11 @@ class Calls:
                                 if title not in called and (':' in title or '_Z' in title)}
         self.known = {}
 
+    def name(self, title):
+        """A function as it was declared; of one with "..." the compiler tells its title alone."""
+        name = self.names[title]
+        return name if '(' in name else title.split(':')[-1] + '(...)'
+
     def deepest(self, title, above=()):
         """Bytes and titles of the deepest chain that begins with a function."""
         if title in above:
@@ -90,7 +95,7 @@ def show(build):
     for path in sorted(root.rglob('*.o')):
         size = grouped(sections(path))
         calls = Calls([path.with_suffix('.ci')])
-        frame, name = max((frame, calls.names[title]) for title, frame in calls.frames.items())
+        frame, name = max((frame, calls.name(title)) for title, frame in calls.frames.items())
         print(f'{module_of(path, root):28}{size["text"]:7}{size["data"]:7}{size["bss"]:7}'
               f'  {frame:5} {name.split("(anonymous namespace)::")[-1]}')
 
@@ -104,8 +109,8 @@ def show(build):
     print(f'deepest chain of calls inside the library: {depth} bytes')
     for title in chain:
         if title != INDIRECT:
-            print(f'  {calls.frames[title]:5} {calls.names[title]}')
-    return total, [plain_name(calls.names[title]) for title in chain if title != INDIRECT]
+            print(f'  {calls.frames[title]:5} {calls.name(title)}')
+    return total, [plain_name(calls.name(title)) for title in chain if title != INDIRECT]
 
 
 def plain_name(declaration):
