@@ -9,12 +9,14 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/socket.h>
 
 namespace {
 
 constexpr int32_t client_port = 8998;
 constexpr uint32_t server_port = 8999;
 constexpr int32_t longest_wait = 1000; // milliseconds
+constexpr int most_late = 1024;        // datagrams that are passed over before a request
 
 // Who is asked: a fixed server, or everybody at first and then whoever answered last.
 char _svrAddr[20] = DTSOCK_BROADCAST;
@@ -47,17 +49,30 @@ uint32_t build_request(const char *group, const char *key, const char *fallback)
     return length > 0 && length < int{sizeof _buffer} ? static_cast<uint32_t>(length) : 0;
 }
 
-// What others than the fixed server send is passed over.
-int32_t ask_fixed(uint32_t length) {
+// What lies in the socket before the request has been sent answers none. A flood of it ends here.
+void forget_late_answers() {
+    char byte;
+    for (int i = 0; i < most_late && recv(_fd, &byte, 1, MSG_DONTWAIT) >= 0; ++i) {
+    }
+}
+
+// A signal is no answer: the request has gone out, and what is left of the time is waited for. What
+// others than a fixed server send is passed over.
+int32_t ask(uint32_t length) {
     const int32_t port = static_cast<int32_t>(_svrPort);
     if (DTSock_UDP_SendMessage(_fd, _svrAddr, port, _buffer, length) < 0) return -1;
     const dt::Deadline deadline(longest_wait);
-    char sender[DTSOCK_ADDRESS_SIZE];
+    char sender[sizeof _svrAddr] = "";
+    uint32_t sender_port;
     int32_t received;
     do {
         if (!deadline.wait(_fd, POLLIN)) return 0;
-        received = DTSock_UDP_RecvMessage(_fd, sender, nullptr, _buffer, longest_answer);
-    } while (received >= 0 && strcmp(sender, _svrAddr) != 0);
+        received = DTSock_UDP_RecvMessage(_fd, sender, &sender_port, _buffer, longest_answer);
+        if (received < 0) return -1;
+    } while (_fixed && strcmp(sender, _svrAddr) != 0);
+    if (_fixed) return received;
+    memcpy(_svrAddr, sender, sizeof _svrAddr);
+    _svrPort = sender_port;
     return received;
 }
 
@@ -65,9 +80,8 @@ int32_t ask_fixed(uint32_t length) {
 int32_t DTConfig_Get(const char *group, const char *key, const char *fallback) {
     const uint32_t length = build_request(group, key, fallback);
     if (length == 0 || !may_ask()) return -1;
-    if (_fixed) return ask_fixed(length);
-    return DTSock_UDP_GetMessage(_fd, _svrAddr, &_svrPort, _buffer, length, longest_answer,
-                                 longest_wait);
+    forget_late_answers();
+    return ask(length);
 }
 
 } // namespace

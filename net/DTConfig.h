@@ -5,9 +5,11 @@
  * answers the first one, or it cannot be sent, no later one is ever sent: every lookup gives its
  * default at once. Only DTConfig_SetServer changes that.
  *
- * A lookup waits for one second at most. The default is given when no answer comes in that time,
- * when sending or receiving fails, and for an empty answer (whose sender is the server all the
- * same). The first datagram to come is taken for the answer, a late one to an earlier lookup too.
+ * A lookup waits for one second at most, on a clock that nobody sets; a signal does not end the
+ * wait. The default is given when no answer comes in that time, when sending or receiving fails,
+ * and for an empty answer (whose sender is the server all the same). The first datagram to come
+ * within the wait is taken for the answer, whoever sent it and whatever it was meant for. What came
+ * before, such as a late answer to an earlier lookup, is thrown away when the next request is sent.
  *
  * A request is one datagram, "=>config GROUP KEY DEFAULT", in which group, key and default have 988
  * characters together at most. A lookup with more, or with a null group or key, gives its default;

@@ -1,7 +1,9 @@
 #include "net/DTSock.h"
 
+#include "base/descriptor.h"
 #include "base/endpoint.h"
 
+#include <errno.h>
 #include <poll.h>
 #include <string.h>
 #include <unistd.h>
@@ -10,17 +12,17 @@ namespace {
 
 static_assert(DTSOCK_ADDRESS_SIZE == INET_ADDRSTRLEN);
 
-// False for a text that is no address. inet_addr would answer 255.255.255.255 for it, to which a
-// socket can even be bound.
-bool make_endpoint(sockaddr_in *endpoint, const char *address, int32_t port) {
-    *endpoint = dt::endpoint(0, port);
-    return inet_aton(address, &endpoint->sin_addr) != 0;
+int refuse() {
+    errno = EINVAL;
+    return -1;
 }
 
-bool bind_to(int socket, const char *address, int32_t port) {
-    sockaddr_in local;
-    return make_endpoint(&local, address, port) &&
-           bind(socket, dt::generic(&local), sizeof local) == 0;
+// A text that is no address is refused: inet_addr would answer 255.255.255.255 for it, to which a
+// socket can even be bound.
+int bind_to(int socket, const char *address, int32_t port) {
+    sockaddr_in local = dt::endpoint(0, port);
+    if (!inet_aton(address, &local.sin_addr)) return refuse();
+    return bind(socket, dt::generic(&local), sizeof local);
 }
 
 // An interrupted wait is no answer. Unlike select, poll serves any descriptor; but it takes every
@@ -33,8 +35,9 @@ bool readable_within(int socket, int32_t time_out) {
 } // namespace
 
 int32_t DTSock_UDP_Create(const char *address, int32_t port) {
-    const int created = socket(AF_INET, SOCK_DGRAM, 0);
-    if (created < 0 || !address || port <= 0 || bind_to(created, address, port)) return created;
+    const int created = dt::kept_apart(socket(AF_INET, SOCK_DGRAM, 0));
+    if (created < 0 || !address || port <= 0 || bind_to(created, address, port) == 0)
+        return created;
     close(created);
     return -1;
 }
@@ -46,17 +49,18 @@ void DTSock_UDP_Close(int32_t socket) {
 int32_t DTSock_UDP_SendMessage(int32_t socket, const char *address, int32_t port, const void *bytes,
                                uint32_t count) {
     if (!address) return 0;
-    if (!bytes || *static_cast<const char *>(bytes) == '\0' || port < 0) return -1;
+    if (!bytes || *static_cast<const char *>(bytes) == '\0' || port < 0) return refuse();
     const int broadcast = strcmp(address, DTSOCK_BROADCAST) == 0;
     setsockopt(socket, SOL_SOCKET, SO_BROADCAST, &broadcast, sizeof broadcast);
-    sockaddr_in to;
-    if (!make_endpoint(&to, broadcast ? "255.255.255.255" : address, port)) return -1;
+    // No address at all is 255.255.255.255 as well, which the system refuses to whoever may not
+    // broadcast.
+    const sockaddr_in to = dt::endpoint(broadcast ? INADDR_BROADCAST : inet_addr(address), port);
     return static_cast<int32_t>(sendto(socket, bytes, count, 0, dt::generic(&to), sizeof to));
 }
 
 int32_t DTSock_UDP_RecvMessage(int32_t socket, char *address, uint32_t *port, void *buffer,
                                uint32_t capacity) {
-    if (!buffer) return -1;
+    if (!buffer) return refuse();
     sockaddr_in from = {};
     socklen_t length = sizeof from;
     const ssize_t received =
@@ -71,7 +75,7 @@ int32_t DTSock_UDP_RecvMessage(int32_t socket, char *address, uint32_t *port, vo
 int32_t DTSock_UDP_GetMessage(int32_t socket, char *address, uint32_t *port, void *buffer,
                               uint32_t request_length, uint32_t capacity, int32_t time_out) {
     if (!address) return 0;
-    if (!port) return -1;
+    if (!port) return refuse();
     const int32_t sent = DTSock_UDP_SendMessage(socket, address, static_cast<int32_t>(*port),
                                                 buffer, request_length);
     if (sent < 0) return sent;

@@ -1,8 +1,14 @@
 /* IPv4 UDP sockets: send a datagram, receive one, ask and wait for the answer.
  *
- * A socket is a plain descriptor, of any number. An address is a dotted text; DTSOCK_BROADCAST
- * stands for everybody on the local network, and is the only way to reach them: the system refuses
- * a literal 255.255.255.255. Ports are in host order, and their low 16 bits count.
+ * A socket is a plain descriptor, of any number; one that is made here is closed in the programs
+ * that the process starts, and is never 0, 1 or 2. Ports are in host order, and their low 16 bits
+ * count.
+ *
+ * An address is a dotted text, read as inet_addr does: besides "10.0.0.1" it takes fewer parts, of
+ * which the last fills the rest ("127.1" is 127.0.0.1), and parts in octal behind 0 and hexadecimal
+ * behind 0x ("0x7f.1", and "010.0.0.1" is 8.0.0.1). Check what people type in before, with
+ * inet_pton. DTSOCK_BROADCAST stands for everybody on the local network, and is the only way to
+ * reach them: the system refuses a literal 255.255.255.255.
  *
  * Nothing is kept between calls. A socket serves one thread at a time.
  */
@@ -20,7 +26,8 @@ extern "C" {
 
 /* Returns a new socket, bound to a local address ("0.0.0.0": all of them) and port; with a null
  * address, or a port of 0 or less, unbound: the system picks a port at the first send. -1 when
- * there is no socket to be had, when it cannot be bound, and for an address that is not one.
+ * there is no socket to be had, when it cannot be bound (errno says why: EADDRINUSE for a port that
+ * another program has), and for an address that is not one (EINVAL).
  */
 int32_t DTSock_UDP_Create(const char *address, int32_t port);
 
@@ -30,9 +37,10 @@ void DTSock_UDP_Close(int32_t socket);
 /* Sends count bytes as one datagram to an address, or to everybody, and a port. The socket may
  * broadcast from then on or not, by what this send asked for.
  *
- * Returns the bytes sent; 0, with nothing sent, for a null address; -1 when the system refuses
- * (errno says why), and with nothing sent for an address that is not one, a port below 0, null
- * bytes, and bytes that begin with a zero byte. The first byte is looked at even with a count of 0.
+ * Returns the bytes sent; 0, with nothing sent, for a null address; -1, with nothing sent and the
+ * reason in errno, when the system refuses, for an address that is not one (EACCES: it counts as
+ * 255.255.255.255), a port below 0, null bytes, and bytes that begin with a zero byte (EINVAL). The
+ * first byte is looked at even with a count of 0.
  */
 int32_t DTSock_UDP_SendMessage(int32_t socket, const char *address, int32_t port, const void *bytes,
                                uint32_t count);
