@@ -1,4 +1,4 @@
-// A limit in time for work that signals may interrupt, on a clock that nobody sets.
+// Time as it passes, whoever sets the clock; a limit in it for work that signals may interrupt.
 #ifndef DT_BASE_DEADLINE_H
 #define DT_BASE_DEADLINE_H
 
@@ -9,11 +9,18 @@
 
 namespace dt {
 
+// Milliseconds of the clock that nobody sets.
+inline int64_t monotonic() {
+    timespec time = {};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1000000;
+}
+
 class Deadline {
 public:
     // In so many milliseconds; 0 or below: never.
     explicit Deadline(int32_t milliseconds)
-        : end_(milliseconds > 0 ? now() + milliseconds + 1 : 0) {} // 1: the running one
+        : end_(milliseconds > 0 ? monotonic() + milliseconds + 1 : 0) {} // 1: the running one
 
     bool is_set() const { return end_ != 0; }
 
@@ -31,21 +38,15 @@ public:
     }
 
 private:
-    static int64_t now() {
-        timespec time = {};
-        clock_gettime(CLOCK_MONOTONIC, &time);
-        return int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1000000;
-    }
-
     // As poll wants it.
     int left() const {
         if (!is_set()) return -1;
-        const int64_t time = end_ - now();
+        const int64_t time = end_ - monotonic();
         if (time > INT32_MAX) return INT32_MAX;
         return time > 0 ? static_cast<int>(time) : 0;
     }
 
-    int64_t end_; // milliseconds of the clock; 0: none
+    int64_t end_; // 0: none
 };
 
 } // namespace dt

@@ -4,6 +4,7 @@
 #include "collect/collect_client.h"
 #include "collect/collect_getdata.h"
 #include "collect/collect_selftest.h"
+#include "collect/connection.h"
 #include "foundation/DTMem.h"
 
 #include <string.h>
@@ -31,6 +32,9 @@ void pass(int32_t socket, uint8_t identity0, uint8_t identity1) {
         Collect_Start(address, port, command, sequence, identity0, identity1);
 }
 
+// Behind a closed gate a value is no part of any run.
+bool may_put(const CollectItem *item) { return item && dt::values_open; }
+
 // A value arrives in one frame, or in pieces at the end of one message and in those that follow.
 template <typename T>
 void put_whole(int32_t (*collect)(uint32_t, uint32_t, uint32_t, const T *, int32_t),
@@ -45,7 +49,7 @@ void put_whole(int32_t (*collect)(uint32_t, uint32_t, uint32_t, const T *, int32
 }
 
 void put_log(const CollectItem *item, uint32_t key, const DTLogger *logger) {
-    if (!item || !logger || !logger->info) return;
+    if (!may_put(item) || !logger || !logger->info) return;
     uint32_t pos = DTINFO_FIRST;
     const uint8_t *value;
     uint16_t length;
@@ -79,7 +83,7 @@ CollectItem *Collect_New(const char *name, CollectCallback start_cb, CollectCall
 void Collect_Release(CollectItem *item) {
     CollectParam *registry = &g_collect_param;
     int32_t slot = slot_of(item);
-    if (slot == registry->count) return;
+    if (slot == registry->count || item->index >= registry->count) return;
     for (; slot < registry->count - 1; ++slot) {
         registry->items[slot] = registry->items[slot + 1];
         registry->items[slot]->index = slot;
@@ -102,23 +106,23 @@ void Collect_BeginSection(CollectItem *item, uint32_t section) {
 void Collect_EndSection(CollectItem *item) { Collect_BeginSection(item, 0); }
 
 void Collect_PutInt(CollectItem *item, uint32_t key, uint32_t value) {
-    if (!item) return;
+    if (!may_put(item)) return;
     CollectClient_CollectInt(static_cast<uint32_t>(item->index), item->section, key, value);
 }
 
 void Collect_PutLong(CollectItem *item, uint32_t key, uint64_t value) {
-    if (!item) return;
+    if (!may_put(item)) return;
     CollectClient_CollectLong(static_cast<uint32_t>(item->index), item->section, key, value);
 }
 
 void Collect_PutString(CollectItem *item, uint32_t key, const char *text, int32_t length) {
-    if (!item || !text || length < 0) return;
+    if (!may_put(item) || !text || length < 0) return;
     if (length == 0) length = static_cast<int32_t>(strnlen(text, INT32_MAX));
     put_whole(CollectClient_CollectString, item, key, text, length);
 }
 
 void Collect_PutStruct(CollectItem *item, uint32_t key, const void *bytes, int32_t length) {
-    if (!item || !bytes || length <= 0) return;
+    if (!may_put(item) || !bytes || length <= 0) return;
     put_whole(CollectClient_CollectBuffer, item, key, static_cast<const char *>(bytes), length);
 }
 

@@ -17,7 +17,9 @@ extern "C" {
 #define COLLECT_MAX_ITEMS 19 /* collectors at a time */
 
 /* Collects: argument is the server's command, 0, 1 or 2. Tests: argument is 0. It may register
- * collectors, and release its own: the one that moves up is left out of this run.
+ * collectors. It should release none, though its own may go: those behind it take new numbers at
+ * once, while the server knows this run's directory, so that their values arrive under other names,
+ * and the one that moves up is left out of this run. Release between runs.
  */
 typedef void (*CollectCallback)(uint32_t argument);
 
@@ -44,15 +46,17 @@ extern CollectParam g_collect_param; /* to be read alone */
  */
 CollectItem *Collect_New(const char *name, CollectCallback start_cb, CollectCallback selftest_cb);
 
-/* Takes a collector out of the registry and frees it; those behind it move up and take new numbers.
- * An address that is not in the registry is ignored and never followed.
+/* Takes a collector out of the registry and frees it; those behind it move up and take new numbers,
+ * which the next run's directory reports. An address that is not in the registry is ignored and
+ * never followed, and so is a collector whose index is not below the registry's count.
  */
 void Collect_Release(CollectItem *item);
 
 /* Makes the command socket and the collection log, then serves commands for as long as the process
  * lives: give it a thread of its own, and keep that thread and all others from using the library at
  * the same time. The lowest byte of identity is the first identity byte of the opening message, the
- * next one the second. Returns -1 when the command socket cannot be made.
+ * next one the second. Returns -1 when the command socket cannot be made, with the reason in errno:
+ * EADDRINUSE when another program has the port, as a device that runs already.
  */
 int32_t Collect_Init(uint32_t identity);
 
@@ -60,7 +64,9 @@ int32_t Collect_Init(uint32_t identity);
 void Collect_BeginSection(CollectItem *item, uint32_t section);
 void Collect_EndSection(CollectItem *item);
 
-/* Put a value under a number of the caller's. Outside a run, and for null, nothing is sent.
+/* Put a value under a number of the caller's. Outside a run, and for null, nothing happens. A run,
+ * for these functions, is from a successful CollectClient_Start to CollectClient_End, to a start
+ * that fails, or to the failure that ends Collect_Start or Collect_SelfTest.
  *
  * length  of a text: 0 means up to its terminator. Below 0 nothing is sent; for a struct also 0.
  */

@@ -1,13 +1,18 @@
 #include "collect/collect_client.h"
 
 #include "base/bytes.h"
+#include "base/deadline.h"
+#include "base/descriptor.h"
 #include "base/endpoint.h"
 #include "collect/connection.h"
 #include "foundation/DTMem.h"
 #include "foundation/DTTime.h"
 
+#include <linux/sockios.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/ioctl.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
@@ -52,6 +57,58 @@ bool is_valid(const Command &datagram, ssize_t received, in_addr_t sender) {
            (_allowed_count == 0 || is_listed(sender));
 }
 
+bool _silent;
+int32_t _max_age;    // milliseconds; 0 or below: none
+int64_t _waited_for; // when no command was there last: none that is has come before
+
+ssize_t receive(int32_t socket, Command *datagram, sockaddr_in *sender, int flags) {
+    socklen_t size = sizeof *sender;
+    return recvfrom(socket, datagram, sizeof *datagram, flags, reinterpret_cast<sockaddr *>(sender),
+                    &size);
+}
+
+// Who asks for an arrival once has them kept by the system from then on. One that was not kept is
+// now.
+bool last_arrival(int32_t socket, timeval *arrival) {
+    return ioctl(socket, SIOCGSTAMP, arrival) == 0;
+}
+
+void keep_arrivals(int32_t socket) {
+    timeval none;
+    last_arrival(socket, &none);
+}
+
+// Of the datagram that was read last, by a clock that may be set and whose seconds may wrap.
+int64_t age_of_last(int32_t socket) {
+    timeval arrival, now;
+    if (!last_arrival(socket, &arrival) || gettimeofday(&now, nullptr) != 0) return 0;
+    const uint32_t seconds =
+        static_cast<uint32_t>(now.tv_sec) - static_cast<uint32_t>(arrival.tv_sec);
+    return int64_t{static_cast<int32_t>(seconds)} * 1000 + (now.tv_usec - arrival.tv_usec) / 1000;
+}
+
+// A command that is waited for is not old; one that lay there is when both clocks say so.
+ssize_t receive_dated(int32_t socket, Command *datagram, sockaddr_in *sender, bool *old) {
+    keep_arrivals(socket);
+    const ssize_t there = receive(socket, datagram, sender, MSG_DONTWAIT);
+    if (there >= 0) {
+        *old = age_of_last(socket) > _max_age && dt::monotonic() - _waited_for > _max_age;
+        return there;
+    }
+    const ssize_t received = receive(socket, datagram, sender, 0);
+    _waited_for = dt::monotonic();
+    return received;
+}
+
+bool make_buffer() {
+    void *memory = DTMem_Malloc(COLLECT_OWNER_ID, header_size + payload_size);
+    l_buffer = static_cast<uint8_t *>(memory);
+    if (!l_buffer) return false;
+    memset(l_buffer, 0, header_size);
+    l_bufPos = 0;
+    return true;
+}
+
 int32_t room() { return payload_size - l_bufPos; }
 
 dt::ByteWriter payload_end() { return dt::ByteWriter(l_buffer + header_size + l_bufPos); }
@@ -89,8 +146,10 @@ int32_t collect_piece(Kind kind, uint32_t index, uint32_t section, uint32_t key,
 } // namespace
 
 int32_t CollectClient_Init(void) {
-    const int32_t fd = socket(AF_INET, SOCK_DGRAM, 0);
+    const int32_t fd = dt::kept_apart(socket(AF_INET, SOCK_DGRAM, 0));
     if (fd < 0) return -1;
+    if (_max_age > 0) keep_arrivals(fd);
+    _waited_for = dt::monotonic();
     const sockaddr_in any = dt::endpoint(INADDR_ANY, COLLECT_COMMAND_PORT);
     if (bind(fd, dt::generic(&any), sizeof any) == 0) return fd;
     close(fd);
@@ -102,12 +161,12 @@ int32_t CollectClient_WaitFor(int32_t socket, uint8_t, uint8_t, uint32_t *comman
     if (socket < 0 || !command || !address || !port) return -1;
     Command datagram = {};
     sockaddr_in sender = {};
-    socklen_t sender_size = sizeof sender;
-    const ssize_t received = recvfrom(socket, &datagram, sizeof datagram, 0,
-                                      reinterpret_cast<sockaddr *>(&sender), &sender_size);
-    printf("size=%ld\n", static_cast<long>(received));
+    bool old = false;
+    const ssize_t received = _max_age > 0 ? receive_dated(socket, &datagram, &sender, &old)
+                                          : receive(socket, &datagram, &sender, 0);
+    if (!_silent) printf("size=%ld\n", static_cast<long>(received));
     if (received < 0) DTTime_Sleep(rest); // it may fail at once every time
-    if (received < 0 || !is_valid(datagram, received, sender.sin_addr.s_addr)) return -1;
+    if (received < 0 || old || !is_valid(datagram, received, sender.sin_addr.s_addr)) return -1;
     *command = datagram.command;
     strcpy(address, inet_ntoa(sender.sin_addr));
     *port = datagram.port;
@@ -127,24 +186,25 @@ int32_t CollectClient_Allow(const char *address) {
     return 1;
 }
 
+void CollectClient_SetMaxAge(int32_t milliseconds) { _max_age = milliseconds; }
+
+void CollectClient_SetTrace(int on) { _silent = on == 0; }
+
 void CollectClient_SetTimeout(int32_t connect_ms, int32_t send_ms, int32_t acknowledgement_ms) {
     dt::connection_limit({connect_ms, send_ms, acknowledgement_ms});
 }
 
 int32_t CollectClient_Start(const char *address, int32_t port) {
-    if (!dt::connection_open(address, port)) {
+    dt::values_open = dt::connection_open(address, port);
+    if (dt::values_open)
+        dt::values_open = l_buffer || make_buffer();
+    else
         puts("connect error.");
-        return 0;
-    }
-    if (l_buffer) return 1;
-    l_buffer = static_cast<uint8_t *>(DTMem_Malloc(COLLECT_OWNER_ID, header_size + payload_size));
-    if (!l_buffer) return 0;
-    memset(l_buffer, 0, header_size);
-    l_bufPos = 0;
-    return 1;
+    return dt::values_open;
 }
 
 void CollectClient_End(void) {
+    dt::values_open = false;
     if (!l_buffer) return;
     CollectClient_Flush(0);
     dt::connection_close();

@@ -4,6 +4,13 @@
  *
  * Connect, send and the wait for an acknowledgement block without time-out unless
  * CollectClient_SetTimeout gives them one. A peer that has gone is an error result, never a signal.
+ * A signal ends none of the three: they go on. Only a message that a signal cuts short while it is
+ * being sent counts as sent whole; with a limit on sending its rest follows.
+ *
+ * Each message goes out at once (TCP_NODELAY), also before the one ahead of it has arrived.
+ *
+ * The command socket and the connection are closed in the programs that the process starts, and
+ * are never descriptor 0, 1 or 2.
  *
  * An acknowledgement is whatever one receive of at most 16 bytes finds. What a server sends beyond
  * that, or later, acknowledges the messages that follow: the device runs ahead of a server that
@@ -28,17 +35,21 @@ extern "C" {
 #define COLLECT_MESSAGE_DIRECTORY 1u
 #define COLLECT_MESSAGE_DATA 2u
 
-/* Returns a UDP socket bound to the command port on every local address, or -1. */
+/* Returns a UDP socket bound to the command port on every local address, or -1 with the reason in
+ * errno: EADDRINUSE when another program has the port, as a device that runs already.
+ */
 int32_t CollectClient_Init(void);
 
-/* Waits for one command datagram and prints "size=" and the bytes received on standard output.
+/* Waits for one command datagram and prints "size=" and the bytes received on standard output,
+ * unless CollectClient_SetTrace turns that off.
  *
  * command  out, 0 to 3.
  * address  out, the sender in dotted text; room for 16 bytes.
  * port     out, the TCP port to connect to in its low 16 bits.
  *
  * The two identity bytes play no part. Returns the datagram's sequence number, or -1 with nothing
- * stored for an invalid datagram, a failed receive, a socket below 0 or a null argument. After a
+ * stored for an invalid datagram, one that is too old (see CollectClient_SetMaxAge), a failed
+ * receive, which a signal causes too, a socket below 0 or a null argument. After a
  * failed receive it rests for 100 ms, so that a loop on a broken socket does not run free.
  */
 int32_t CollectClient_WaitFor(int32_t socket, uint8_t identity0, uint8_t identity1,
@@ -47,12 +58,26 @@ int32_t CollectClient_WaitFor(int32_t socket, uint8_t identity0, uint8_t identit
 /* Accepts command datagrams from this sender, a dotted text of four decimal numbers, and from those
  * given before; once one is given, datagrams of all others are invalid. Null forgets them all:
  * everybody is accepted again, as at the beginning. The sender's address can be forged by whoever
- * shares the network; connections go to that address alone, though.
+ * shares the network; connections go to that address alone, though. To be called before the loop:
+ * CollectClient_WaitFor reads the list while it waits, outside any lock of the caller's.
  *
  * Returns 1, also for one that was given before; 0 with nothing changed for another text and for
  * the 17th address.
  */
 int32_t CollectClient_Allow(const char *address);
+
+/* Drops commands that waited for longer than so many milliseconds before they were read, such as
+ * those that came in during a long run; 0 or below: none, as at the beginning. A dropped one is an
+ * invalid datagram. It is dropped only when its time of arrival says that it is too old and the
+ * socket has not been empty for as long either, so that a clock that is set drops none that came
+ * in since. To be called before CollectClient_Init: arrivals are noted from then on.
+ */
+void CollectClient_SetMaxAge(int32_t milliseconds);
+
+/* Whether CollectClient_WaitFor prints its "size=" lines: 0 turns them off; they are on at the
+ * beginning. What fails is reported in any case.
+ */
+void CollectClient_SetTrace(int on);
 
 /* Limits each connect, the sending of each message and the wait for each acknowledgement that begin
  * from now on, in milliseconds; 0 or below: no limit, as at the beginning. Signals do not prolong

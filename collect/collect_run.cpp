@@ -3,6 +3,7 @@
 #include "base/text.h"
 #include "collect/collect_api.h"
 #include "collect/collect_client.h"
+#include "collect/connection.h"
 #include "foundation/DTString.h"
 #include "foundation/DTTime.h"
 
@@ -19,7 +20,7 @@ RunName::RunName(const CollectItem *item) { copy_text(text, item->name); }
 bool run_open(const char *address, uint32_t port, int32_t sequence, uint8_t identity0,
               uint8_t identity1) {
     if (!CollectClient_Start(address, static_cast<int32_t>(port))) {
-        log_line("connect to server fail.");
+        log_line(DTString_SFormat("connect to server fail."));
         return false;
     }
     const uint8_t opening[] = {identity0, identity1, 0, 0};
@@ -31,7 +32,8 @@ bool run_open(const char *address, uint32_t port, int32_t sequence, uint8_t iden
 
 bool run_flush() {
     if (CollectClient_Flush(0)) return true;
-    log_line("flush to server fail.");
+    log_line(DTString_SFormat("flush to server fail."));
+    values_open = false; // what is put now would precede the next opening message
     return false;
 }
 

@@ -19,7 +19,7 @@ struct RunName {
 bool run_open(const char *address, uint32_t port, int32_t sequence, uint8_t identity0,
               uint8_t identity1);
 
-// Sends the message as it stands; false, and logged, when that fails.
+// Sends the message as it stands; false, logged, and the end of all values when that fails.
 bool run_flush();
 
 // Logs a step of a collector with the time.

@@ -1,6 +1,7 @@
 #include "collect/connection.h"
 
 #include "base/deadline.h"
+#include "base/descriptor.h"
 #include "base/endpoint.h"
 
 #include <errno.h>
@@ -15,7 +16,7 @@ namespace {
 
 constexpr size_t acknowledgement_size = 16;
 
-int32_t l_fd = -1; // 0 is a descriptor like any other
+int32_t l_fd = -1;
 ConnectionLimits _limits;
 
 bool set_blocking(bool blocking) {
@@ -66,13 +67,15 @@ bool fail(const Deadline &deadline) {
 
 } // namespace
 
+bool values_open;
+
 void connection_limit(const ConnectionLimits &limits) { _limits = limits; }
 
 bool connection_open(const char *address, int32_t port) {
     connection_close();
     if (!address) return false;
     const sockaddr_in server = endpoint(inet_addr(address), port);
-    l_fd = socket(AF_INET, SOCK_STREAM, 0);
+    l_fd = kept_apart(socket(AF_INET, SOCK_STREAM, 0));
     if (l_fd >= 0 && connect_within(server, Deadline(_limits.connect))) {
         send_at_once();
         return true;

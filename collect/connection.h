@@ -15,6 +15,9 @@ struct ConnectionLimits {
     int32_t acknowledgement;
 };
 
+// Whether a run holds the connection, so that collectors may put values into it.
+extern bool values_open;
+
 // For every step that begins from now on.
 void connection_limit(const ConnectionLimits &limits);
 

@@ -1,6 +1,7 @@
 // The pass that gathers all fault data, and the fault log file that it writes.
 #include "fault/DTFault.h"
 
+#include "base/descriptor.h"
 #include "base/nodes.h"
 #include "foundation/DTPrint.h"
 #include "foundation/DTString.h"
@@ -135,11 +136,22 @@ void save(FILE *file, int32_t count) {
     save_values(&out);
 }
 
+// The file, or null. Under a standard stream's number it would take what is printed meanwhile.
+FILE *open_file() {
+    FILE *file = fopen("/fcm.log", "wb");
+    if (!file || dt::is_apart(fileno(file))) return file;
+    const int copy = dt::copy_apart(fileno(file));
+    fclose(file);
+    FILE *moved = copy >= 0 ? fdopen(copy, "wb") : nullptr;
+    if (!moved) close(copy);
+    return moved;
+}
+
 void pass() {
     // What a callback registers has its turn in the next pass.
     const int32_t count = DTList_Length(g_DTFault_List);
     each_fault(count, run_callback);
-    FILE *file = fopen("/fcm.log", "wb");
+    FILE *file = open_file();
     if (!file) return;
     save(file, count);
     fclose(file);

@@ -6,28 +6,26 @@
 #include <dt/collect.h>
 #include <gmock/gmock.h>
 
+#include <errno.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 using testing::ElementsAre;
+namespace internal = testing::internal;
 
 namespace {
 
 const std::string text(2000, 'b');
 
-std::string piece(char tag, const std::string &bytes) {
-    return frame(tag, 1, 2, 3, counted(bytes));
-}
-
 bool start(const CollectionServer &server) {
     return CollectClient_Start("127.0.0.1", server.port()) == 1;
 }
 
-// Fills the message's payload so that this much room is left.
-void leave_room(uint32_t room) { CollectClient_AppendBuffer(text.data(), 1024 - room); }
-
 std::string printed(int32_t (*work)()) {
-    testing::internal::CaptureStdout();
+    internal::CaptureStdout();
     EXPECT_LE(work(), 0);
     fflush(stdout);
-    return testing::internal::GetCapturedStdout();
+    return internal::GetCapturedStdout();
 }
 
 int32_t connect_to_nobody() { return CollectClient_Start("127.0.0.1", 1); }
@@ -46,7 +44,7 @@ TEST(Messages, CarryTypeNumberAndWholeValuesOnly) {
     CollectClient_AppendBuffer("\0\1", 2);
     for (const int32_t number : {0, 77, -5, 0}) EXPECT_EQ(CollectClient_Flush(number), 1);
     CollectClient_SetType(2);
-    leave_room(4);
+    CollectClient_AppendBuffer(text.data(), 1020);
     CollectClient_AppendBuffer(text.data(), 5);
     CollectClient_AppendBuffer(text.data(), UINT32_MAX);
     CollectClient_AppendString("abc");
@@ -62,59 +60,12 @@ TEST(Messages, CarryTypeNumberAndWholeValuesOnly) {
                     Message{2, 3, text.substr(0, 1020) + counted("ab")}));
     EXPECT_EQ(outstanding(COLLECT_OWNER_ID), 0u);
     ASSERT_TRUE(start(next));
+    EXPECT_EQ(CollectClient_CollectInt(1, 2, 3, 4), 17);
+    EXPECT_EQ(CollectClient_CollectString(1, 2, 3, "text", 0), 4);
+    EXPECT_EQ(CollectClient_CollectString(1, 2, 3, "text", -1), 0);
+    EXPECT_EQ(CollectClient_CollectBuffer(1, 2, 3, text.data(), 2000), 1024 - 17 - 19 - 15);
     CollectClient_End();
-    EXPECT_THAT(next.messages(), ElementsAre(Message{0, 4, ""}));
-}
-
-// What a call puts behind a payload that leaves so much room or, when it does not fit there, into
-// the next message.
-TEST(ValueFrames, AreLaidOutByKindAndGoWhereThereIsRoom) {
-    const auto put_int = [] { return CollectClient_CollectInt(1, 2, 3, 0xA0B0C0D0); };
-    const auto put_long = [] {
-        CollectClient_CollectLong(1, 2, 3, uint64_t{1} << 32 | 5);
-        return 0;
-    };
-    const auto put = [](const char *from, int32_t length) {
-        return [=] { return CollectClient_CollectString(1, 2, 3, from, length); };
-    };
-    const auto put_bytes = [](const char *from, int32_t length) {
-        return [=] { return CollectClient_CollectBuffer(1, 2, 3, from, length); };
-    };
-    const char *const b = text.data();
-    const struct {
-        uint32_t room;
-        bool fits;
-        std::function<int32_t()> put;
-        int32_t taken;
-        std::string sent;
-    } rows[] = {
-        {17, true, put_int, 17, frame('\x81', 1, 2, 3, word(0xA0B0C0D0))},
-        {16, false, put_int, 17, frame('\x81', 1, 2, 3, word(0xA0B0C0D0))},
-        {21, true, put_long, 0, frame('\x82', 1, 2, 3, word(5) + word(1))},
-        {20, false, put_long, 0, frame('\x82', 1, 2, 3, word(5) + word(1))},
-        {25, true, put(b, 11), 10, piece('\x03', text.substr(0, 10))},
-        {25, true, put(b, 10), 10, piece('\x83', text.substr(0, 10))},
-        {24, false, put(b, 1), 1, piece('\x83', "b")},
-        {1024, true, put(b, 1009), 1009, piece('\x83', text.substr(0, 1009))},
-        {1024, true, put_bytes(b, 1010), 1009, piece('\x04', text.substr(0, 1009))},
-        {1024, true, put_bytes("\0\1\2", 3), 3, piece('\x84', std::string("\0\1\2", 3))},
-        {1024, true, put("text", 0), 4, piece('\x83', "text")},
-        {1024, true, put("", 0), 0, piece('\x83', "")},
-        {1024, true, put("text", -1), 0, ""},
-        {1024, true, put_bytes("x", 0), 0, ""},
-    };
-    for (const auto &[room, fits, call, taken, sent] : rows) {
-        CollectionServer server;
-        ASSERT_TRUE(start(server));
-        leave_room(room);
-        EXPECT_EQ(call(), taken);
-        CollectClient_End();
-        const std::string before = text.substr(0, 1024 - room);
-        if (fits)
-            EXPECT_THAT(server.payloads(), ElementsAre(before + sent));
-        else
-            EXPECT_THAT(server.payloads(), ElementsAre(before, sent));
-    }
+    EXPECT_EQ(next.messages()[0].sequence, 4u);
 }
 
 TEST(Connection, TheBufferOutlivesAFailedRun) {
@@ -123,11 +74,11 @@ TEST(Connection, TheBufferOutlivesAFailedRun) {
     CollectClient_SetType(2);
     EXPECT_EQ(flush(), 1);
     first.messages();
-    flush(); // into the closed connection
+    EXPECT_EQ(flush(), 1); // a connection that was closed is an answer
     EXPECT_EQ(printed(flush), "send error.\n");
     CollectClient_AppendInt(3);
     EXPECT_EQ(outstanding(COLLECT_OWNER_ID), 1040u);
-    EXPECT_EQ(connect_to_nobody(), 0);
+    EXPECT_EQ(printed(connect_to_nobody), "connect error.\n");
     EXPECT_EQ(printed(flush), "send error.\n"); // no connection at all
     CollectClient_AppendInt(4);
     ASSERT_TRUE(start(second));
@@ -136,29 +87,24 @@ TEST(Connection, TheBufferOutlivesAFailedRun) {
     EXPECT_EQ(outstanding(COLLECT_OWNER_ID), 0u);
 }
 
-TEST(Connection, AClosedOneCountsAsAnAnswerAndAResetDoesNot) {
-    CollectionServer closing([](int) { return false; }), resetting(reset);
-    ASSERT_TRUE(start(closing));
-    EXPECT_EQ(flush(), 1);
-    ASSERT_TRUE(start(resetting));
-    EXPECT_EQ(printed(flush), "recv error.\n");
-}
-
 struct CommandSocket : testing::Test {
-    // What the device makes of a datagram; nothing is stored for an invalid one.
-    int32_t receive(const std::string &datagram) {
-        network.simulated = true;
-        network.replies = {{"127.0.0.1", 1, datagram}};
+    // What the device makes of what is in the socket; nothing is stored for an invalid datagram.
+    int32_t receive(int32_t socket, const std::string &output) {
         command_ = port_ = 99;
         strcpy(address_, "unset");
-        testing::internal::CaptureStdout();
-        const int32_t sequence = CollectClient_WaitFor(0, 1, 2, &command_, address_, &port_);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(),
-                  "size=" + std::to_string(std::min<size_t>(datagram.size(), 16)) + "\n");
+        internal::CaptureStdout();
+        const int32_t sequence = CollectClient_WaitFor(socket, 1, 2, &command_, address_, &port_);
+        EXPECT_EQ(internal::GetCapturedStdout(), output);
         EXPECT_STREQ(address_, command_ == 99 ? "unset" : "127.0.0.1");
         return sequence;
     }
+    int32_t receive(const std::string &datagram) {
+        network.simulated = true;
+        network.replies = {{"127.0.0.1", 1, datagram}};
+        return receive(0, "size=" + std::to_string(std::min<size_t>(datagram.size(), 16)) + "\n");
+    }
 
+    const std::string valid_ = word(16) + word(2) + word(7) + word(5000);
     uint32_t command_, port_;
     char address_[16];
 };
@@ -170,7 +116,7 @@ TEST_F(CommandSocket, AcceptsWhatHasItsLengthAndAKnownCommand) {
         int32_t sequence;
         uint32_t command, port;
     } rows[] = {
-        {word(16) + word(2) + word(7) + word(5000), 7, 2, 5000},
+        {valid_, 7, 2, 5000},
         {word(16) + word(3) + word(0) + word(1) + "and more", 0, 3, 1},
         {word(16) + word(1) + word(0x80000000) + word(1), INT32_MIN, 1, 1},
         {word(15) + word(1) + word(0x01020304) + "\1\2\3", 0x01020304, 1, 0x030201},
@@ -185,34 +131,53 @@ TEST_F(CommandSocket, AcceptsWhatHasItsLengthAndAKnownCommand) {
         EXPECT_EQ(command_, command);
         EXPECT_EQ(port_, port);
     }
+    EXPECT_EQ(CollectClient_WaitFor(0, 1, 2, nullptr, address_, &port_), -1);
 }
 
 TEST_F(CommandSocket, AcceptsOnlyAllowedSendersOnceOneIsGiven) {
-    const std::string valid = word(16) + word(2) + word(7) + word(5000);
     for (const char *none : {"", "localhost", "127.1", "127.0.0.256", "127.0.0.1 ", "1.2.3.4.5"})
         EXPECT_EQ(CollectClient_Allow(none), 0) << none;
-    EXPECT_EQ(receive(valid), 7); // none given yet
+    EXPECT_EQ(receive(valid_), 7); // none given yet
     for (int i = 1; i <= 15; ++i) {
         EXPECT_EQ(CollectClient_Allow(("10.0.0." + std::to_string(i)).c_str()), 1);
-        EXPECT_EQ(receive(valid), -1);
+        EXPECT_EQ(receive(valid_), -1);
         EXPECT_EQ(command_, 99u);
     }
     EXPECT_EQ(CollectClient_Allow("127.0.0.1"), 1); // the 16th
     EXPECT_EQ(CollectClient_Allow("10.0.0.16"), 0);
     EXPECT_EQ(CollectClient_Allow("10.0.0.3"), 1); // is there already
-    EXPECT_EQ(receive(valid), 7);
+    EXPECT_EQ(receive(valid_), 7);
     EXPECT_EQ(CollectClient_Allow(nullptr), 1);
     EXPECT_EQ(CollectClient_Allow("10.0.0.1"), 1);
-    EXPECT_EQ(receive(valid), -1);
+    EXPECT_EQ(receive(valid_), -1);
 }
 
-TEST_F(CommandSocket, IsRefusedWhileThePortIsTaken) {
-    const int32_t taken = CollectClient_Init();
-    ASSERT_GE(taken, 0) << "UDP port 9099 is taken by another program";
-    const int before = open_descriptors();
-    EXPECT_EQ(CollectClient_Init(), -1);
-    EXPECT_EQ(Collect_Init(0), -1);
-    EXPECT_EQ(open_descriptors(), before);
-    EXPECT_EQ(g_collect_param.logger, nullptr);
-    EXPECT_EQ(CollectClient_WaitFor(taken, 1, 2, nullptr, address_, &port_), -1);
+TEST_F(CommandSocket, DropsWhatHasWaitedTooLongByBothClocksOnRequest) {
+    uint16_t port;
+    const int socket = bind_to_loopback(SOCK_DGRAM, &port), sender = sender_to(port);
+    const auto received = [&](int count, const std::string &output) {
+        for (int i = 0; i < count; ++i) send(sender, valid_.data(), valid_.size(), 0);
+        usleep(50000);
+        int32_t sum = 0;
+        for (int i = 0; i < count; ++i) sum += receive(socket, output);
+        return sum;
+    };
+    CollectClient_SetMaxAge(20);
+    CollectClient_SetTrace(0);
+    for (int i = 0; i < 100 && received(1, "") == 7; ++i) // until the system notes arrivals
+        EXPECT_LT(i, 99);
+    EXPECT_EQ(received(3, ""), -3); // the first that is dropped makes the next no younger
+    CollectClient_SetTrace(1);
+    EXPECT_EQ(received(1, "size=16\n"), -1);
+    fake_clock.microseconds = 1000000; // set back
+    EXPECT_EQ(received(1, "size=16\n"), 7);
+    fake_clock.microseconds = -1;
+    CollectClient_SetMaxAge(0);
+    EXPECT_EQ(received(1, "size=16\n"), 7);
+    CollectClient_SetMaxAge(3600000);
+    network.failing["recvfrom"] = EINTR;
+    EXPECT_EQ(receive(socket, "size=-1\n"), -1); // a wait, before the clock is set by decades
+    network.failing.clear();
+    fake_clock.microseconds = 3000000000000000;
+    EXPECT_EQ(received(1, "size=16\n"), 7);
 }

@@ -5,19 +5,26 @@
 #include "support/store.h"
 
 #include <dt/collect.h>
+#include <dt/foundation.h>
 #include <gmock/gmock.h>
 
+#include <errno.h>
+#include <random>
 #include <setjmp.h>
 #include <sys/socket.h>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
+namespace internal = testing::internal;
 
 namespace {
 
 std::vector<uint32_t> called; // with these arguments
 CollectItem *pump;
+std::minstd_rand random_number(1);
+
+uint32_t upto(uint32_t most) { return static_cast<uint32_t>(random_number() % (most + 1)); }
 
 std::string text_frame(uint32_t index, uint32_t key, const std::string &text, char tag = '\x83') {
     return frame(tag, index, 0, key, counted(text));
@@ -42,15 +49,13 @@ protected:
     static int32_t selftest(uint16_t port) {
         return Collect_SelfTest("127.0.0.1", port, 7, 0x12, 0x34);
     }
-    // What the callback of a lone collector, pump, sends.
-    static std::string sent_by(CollectCallback put) {
+    // What the callback of a lone collector, pump, sends as data.
+    static std::vector<std::string> sent_by(CollectCallback put) {
         pump = Collect_New("pump", put, nullptr);
         CollectionServer server;
         EXPECT_EQ(collect(server.port()), 1);
-        std::string all;
-        for (const Message &message : server.messages())
-            if (message.type == COLLECT_MESSAGE_DATA) all += message.payload;
-        return all;
+        const std::vector<std::string> all = server.payloads();
+        return {all.begin() + 2, all.end()};
     }
 };
 
@@ -67,8 +72,12 @@ TEST_F(Run, SendsDirectoryValuesAndAnEmptyEnd) {
         Collect_EndSection(pump);
         Collect_PutLong(pump, 1, 1);
     };
-    pump = Collect_New("pump", put, nullptr);
-    Collect_New("idle", nullptr, note);
+    const auto test = [](uint32_t argument) {
+        note(argument);
+        Collect_PutString(pump, 1, "ok", 0);
+    };
+    pump = Collect_New("pump", put, test);
+    Collect_New("idle", nullptr, nullptr);
     Collect_New("a disk with a long name", note, nullptr);
     CollectionServer server, next;
     EXPECT_EQ(collect(server.port()), 1);
@@ -79,55 +88,84 @@ TEST_F(Run, SendsDirectoryValuesAndAnEmptyEnd) {
     EXPECT_THAT(server.messages(),
                 ElementsAre(opening, Message{1, 1, directory}, Message{2, 2, values},
                             Message{2, 3, ""}, Message{2, 4, ""}));
-    EXPECT_THAT(called, ElementsAre(2, 2));
+    EXPECT_EQ(selftest(next.port()), 1);
+    const std::string results = text_frame(65535, 0, "pump") + text_frame(0, 1, "ok");
+    EXPECT_THAT(next.messages(), ElementsAre(opening, Message{2, 5, results}, Message{2, 6, ""}));
+    EXPECT_THAT(called, ElementsAre(2, 2, 0));
     EXPECT_THAT(log_texts(),
                 ElementsAre("14/11/16 18:44:43 [pump] begin...\n", "14/11/16 18:44:43 [pump] end\n",
                             "14/11/16 18:44:43 [a disk with a long ] begin...\n",
-                            "14/11/16 18:44:43 [a disk with a long ] end\n"));
+                            "14/11/16 18:44:43 [a disk with a long ] end\n",
+                            "14/11/16 18:44:43 [pump] selftest begin...\n",
+                            "14/11/16 18:44:43 [pump] selftest end\n"));
     EXPECT_THAT(platform.prints, IsEmpty());
     Collect_ShowLog();
-    EXPECT_THAT(platform.prints, SizeIs(12));
-    EXPECT_EQ(collect(next.port()), 1);
-    EXPECT_EQ(next.messages()[1], (Message{1, 5, directory})); // the numbers go on
+    EXPECT_THAT(platform.prints, SizeIs(18));
 }
 
-TEST_F(Run, ASelfTestNamesWhoseResultsFollow) {
-    const auto put = [](uint32_t argument) {
-        note(argument);
-        Collect_PutString(pump, 1, "ok", 0);
-    };
-    pump = Collect_New("pump", note, put);
-    Collect_New("idle", note, nullptr);
-    CollectionServer server;
-    EXPECT_EQ(selftest(server.port()), 1);
-    const std::string results = text_frame(65535, 0, "pump") + text_frame(0, 1, "ok");
-    EXPECT_THAT(server.messages(), ElementsAre(opening, Message{2, 1, results}, Message{2, 2, ""}));
-    EXPECT_THAT(called, ElementsAre(0));
-    EXPECT_THAT(log_texts(), ElementsAre("14/11/16 18:44:43 [pump] selftest begin...\n",
-                                         "14/11/16 18:44:43 [pump] selftest end\n"));
+namespace {
+
+std::vector<std::string> messages = {""}; // as they should be
+
+size_t make_room(size_t least) {
+    if (1024 - messages.back().size() < least) messages.push_back("");
+    return 1024 - messages.back().size();
 }
 
-TEST_F(Run, LongValuesArriveWholeAndNoneThatIsMissing) {
-    static std::string bytes;
-    for (int i = 0; i < 3000; ++i) bytes += static_cast<char>('a' + i % 26);
-    const std::string sent = sent_by([](uint32_t) {
-        Collect_PutString(pump, 1, bytes.c_str(), 0);
-        Collect_PutStruct(pump, 2, bytes.data(), 100);
-        Collect_PutString(pump, 3, nullptr, 0);
-        Collect_PutString(pump, 3, "abc", -1);
-        Collect_PutStruct(pump, 3, "abc", 0);
-        Collect_PutStruct(pump, 3, nullptr, 1);
+void expect_number(size_t size, const std::string &number_frame) {
+    make_room(size);
+    messages.back() += number_frame;
+}
+
+void expect_pieces(char kind, uint32_t key, std::string bytes) {
+    bool last;
+    do {
+        const std::string piece = bytes.substr(0, make_room(25) - 15);
+        last = piece == bytes;
+        bytes.erase(0, piece.size());
+        messages.back() += text_frame(0, key, piece, static_cast<char>(last ? kind | 0x80 : kind));
+    } while (!last);
+}
+
+void put_anything(uint32_t key) {
+    const std::string bytes(upto(19) ? upto(40) : upto(3000), static_cast<char>('a' + key % 26));
+    const int32_t length = static_cast<int32_t>(bytes.size());
+    switch (upto(4)) {
+    case 0:
+        Collect_PutInt(pump, key, ~key);
+        return expect_number(17, frame('\x81', 0, 0, key, word(~key)));
+    case 1:
+        Collect_PutLong(pump, key, uint64_t{~key} << 32 | key);
+        return expect_number(21, frame('\x82', 0, 0, key, word(key) + word(~key)));
+    case 2:
+        Collect_PutString(pump, key, bytes.c_str(), upto(1) ? length : 0);
+        return expect_pieces(3, key, bytes);
+    case 3:
+        Collect_PutStruct(pump, key, bytes.data(), length);
+        return length != 0 ? expect_pieces(4, key, bytes) : void();
+    default: // nothing
+        Collect_PutString(pump, key, nullptr, 0);
+        Collect_PutString(pump, key, "abc", -1);
+        Collect_PutStruct(pump, key, nullptr, 1);
+        Collect_PutStruct(pump, key, "abc", -1);
+    }
+}
+
+} // namespace
+
+TEST_F(Run, PutsEachValueWholeWhereThereIsRoomAndAllocatesNothing) {
+    const std::vector<std::string> sent = sent_by([](uint32_t) {
+        const unsigned before = platform.allocations;
+        for (uint32_t key = 0; key < 10000; ++key) put_anything(key);
+        EXPECT_EQ(platform.allocations, before);
     });
-    EXPECT_EQ(sent, text_frame(0, 1, bytes.substr(0, 1009), '\x03') +
-                        text_frame(0, 1, bytes.substr(1009, 1009), '\x03') +
-                        text_frame(0, 1, bytes.substr(2018)) +
-                        text_frame(0, 2, bytes.substr(0, 12), '\x04') +
-                        text_frame(0, 2, bytes.substr(12, 88), '\x84'));
+    messages.push_back("");
+    EXPECT_TRUE(sent == messages);
 }
 
 TEST_F(Run, LogsArriveAsStampAndText) {
     static DTFault *fault = DTFault_Regist("valve", nullptr);
-    const std::string sent = sent_by([](uint32_t) {
+    const std::vector<std::string> sent = sent_by([](uint32_t) {
         Collect_PutRunLog(pump, 1, fault); // nothing logged yet
         DTFault_SetRunLog(fault, 1, 0, "opened");
         DTFault_SetRunLog(fault, 2, 0, "");
@@ -138,33 +176,63 @@ TEST_F(Run, LogsArriveAsStampAndText) {
         Collect_PutRunLog(nullptr, 4, fault);
     });
     const std::string stamp = "11/16 18:44:43 ";
-    EXPECT_EQ(sent, text_frame(0, 2, stamp) + text_frame(0, 2, "opened") + text_frame(0, 2, stamp) +
-                        text_frame(0, 2, "") + text_frame(0, 3, stamp) + text_frame(0, 3, "made"));
+    EXPECT_EQ(sent[0], text_frame(0, 2, stamp) + text_frame(0, 2, "opened") +
+                           text_frame(0, 2, stamp) + text_frame(0, 2, "") +
+                           text_frame(0, 3, stamp) + text_frame(0, 3, "made"));
 }
 
-TEST_F(Run, StopsAtTheFirstMessageThatFails) {
+namespace {
+
+// Fills a message or two if it counts.
+void put_outside_a_run(DTFault *fault) {
+    internal::CaptureStdout();
+    for (CollectItem *item : {g_collect_param.items[0], static_cast<CollectItem *>(nullptr)})
+        for (int i = 0; i < 20; ++i) {
+            Collect_PutInt(item, 1, 2);
+            Collect_PutLong(item, 1, 2);
+            Collect_PutString(item, 1, "text", 0);
+            Collect_PutStruct(item, 1, "text", 4);
+            Collect_PutRunLog(item, 1, fault);
+        }
+    EXPECT_EQ(internal::GetCapturedStdout(), "");
+}
+
+} // namespace
+
+TEST_F(Run, StopsAtTheFirstMessageThatFailsAndTakesNoValuesAfterwards) {
+    DTFault *fault = DTFault_Regist("valve", nullptr);
+    DTFault_SetRunLog(fault, 1, 0, "opened");
     for (const char *name : {"one", "two", "three"}) Collect_New(name, note, note);
+    put_outside_a_run(fault);
+    const char *shared = DTString_SFormat(" ");
     for (const auto run : {collect, selftest}) {
-        EXPECT_EQ(run(1), 0);
-        EXPECT_EQ(log_texts().back(), "connect to server fail.");
-        EXPECT_THAT(called, IsEmpty());
+        uint32_t number = 0;                             // the last one used
         for (int failing = 1; failing <= 3; ++failing) { // of the messages
             CollectionServer server([left = failing](int fd) mutable {
                 return --left > 0 ? send(fd, "ok", 2, 0) == 2 : reset(fd);
             });
             EXPECT_EQ(run(server.port()), 0);
+            put_outside_a_run(fault);
             const int reached = run == collect ? failing - 2 : failing - 1;
             EXPECT_THAT(called, SizeIs(std::max(reached, run == collect ? 0 : 1)));
             EXPECT_EQ(log_texts().back(), "flush to server fail.");
+            EXPECT_STREQ(shared, "flush to server fail.");
+            number = server.messages().back().sequence;
             called.clear();
         }
+        EXPECT_EQ(run(1), 0);
+        put_outside_a_run(fault);
+        EXPECT_EQ(log_texts().back(), "connect to server fail.");
+        EXPECT_STREQ(shared, "connect to server fail.");
+        EXPECT_THAT(called, IsEmpty());
         CollectionServer server;
         EXPECT_EQ(run(server.port()), 1); // connects anew
-        EXPECT_EQ(server.messages().front(), opening);
+        EXPECT_EQ(server.messages()[0], opening);
+        EXPECT_EQ(server.messages()[1].sequence, number + 1);
         EXPECT_THAT(called, SizeIs(3));
-        EXPECT_EQ(outstanding(COLLECT_OWNER_ID), 3 * (sizeof(CollectItem) + 4));
         called.clear();
     }
+    EXPECT_EQ(outstanding(COLLECT_OWNER_ID), 3 * (sizeof(CollectItem) + 4));
 }
 
 TEST_F(Run, ACollectorMayReleaseItself) {
@@ -187,6 +255,9 @@ TEST(Registry, HoldsNineteenCollectorsThatMoveUpWhenOneIsReleased) {
     const uint32_t each = sizeof(CollectItem) + 4;
     for (CollectItem *gone : {items[3], items[3], items[18]}) Collect_Release(gone); // one twice
     Collect_Release(nullptr);
+    items[17]->index = 17; // out of the registry, by its own account
+    Collect_Release(items[17]);
+    items[17]->index = 16;
     EXPECT_EQ(g_collect_param.count, 17);
     EXPECT_EQ(outstanding(COLLECT_OWNER_ID), 17 * each);
     for (int32_t i = 3; i < 17; ++i) {
@@ -195,36 +266,47 @@ TEST(Registry, HoldsNineteenCollectorsThatMoveUpWhenOneIsReleased) {
     }
 }
 
-TEST(Registry, IgnoresNullAndPutsOutsideARun) {
-    CollectItem *item = Collect_New("x", nullptr, nullptr);
-    for (CollectItem *any : {item, static_cast<CollectItem *>(nullptr)}) {
-        Collect_PutInt(any, 1, 2);
-        Collect_PutLong(any, 1, 2);
-        Collect_PutString(any, 1, "text", 0);
-        Collect_PutStruct(any, 1, "text", 4);
-        Collect_BeginSection(any, 5);
-    }
-    EXPECT_EQ(item->section, 5u);
-    Collect_ShowLog();
-    CollectClient_SetType(1);
-    CollectClient_AppendString("x");
-    EXPECT_EQ(CollectClient_Flush(0), 0);
-    CollectClient_End();
-    EXPECT_THAT(platform.prints, IsEmpty());
-    EXPECT_EQ(platform.allocations, 1u);
-}
-
-// A socket that fails at once every time would otherwise keep the processor busy for good.
-TEST(CommandLoop, RestsAfterEachFailedReceive) {
+// The loop itself, until a third receive has failed: a socket that fails at once every time would
+// otherwise keep the processor busy for good.
+TEST(CommandLoop, ServesCommandsAmongNoiseAndRestsAfterEachFailedReceive) {
     static jmp_buf after_the_loop;
     static std::vector<uint32_t> rests;
-    network.failing["recvfrom"] = ENOTSOCK;
     fake_clock.sleeping = [](uint32_t microseconds) {
         rests.push_back(microseconds);
         if (rests.size() == 3) longjmp(after_the_loop, 1);
     };
-    testing::internal::CaptureStdout();
-    if (setjmp(after_the_loop) == 0) Collect_Init(0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "size=-1\nsize=-1\nsize=-1\n");
+    network.failing["bind"] = EADDRINUSE;
+    const int before = open_descriptors();
+    EXPECT_EQ(Collect_Init(0) + CollectClient_Init(), -2);
+    EXPECT_EQ(errno, EADDRINUSE);
+    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(g_collect_param.logger, nullptr);
+    network = {};
+    const auto put = [](uint32_t argument) { Collect_PutInt(pump, argument, argument); };
+    pump = Collect_New("pump", put, put);
+    static CollectionServer collected, tested;
+    const auto command = [](uint32_t number, uint32_t sequence, uint32_t port) {
+        const std::string bytes = word(16) + word(number) + word(sequence) + word(port);
+        network.replies.push_back({"127.0.0.1", 1, bytes});
+    };
+    network.simulated = true;
+    for (int i = 0; i < 20000; ++i) {
+        std::string noise(upto(40), '\0');
+        for (char &byte : noise) byte = static_cast<char>(upto(255));
+        network.replies.push_back({"127.0.0.1", 1, noise});
+        if (i == 5000) command(2, 7, 0x70000u + collected.port());
+        if (i == 6000) command(2, UINT32_MAX, tested.port()); // a negative number
+        if (i == 7000) command(1, 1, 1);                      // nobody is there
+        if (i == 8000) command(3, 0, tested.port());
+    }
+    internal::CaptureStdout();
+    if (setjmp(after_the_loop) == 0) Collect_Init(0x3412);
+    const std::string output = internal::GetCapturedStdout();
+    EXPECT_TRUE(output.ends_with("\nsize=-1\nsize=-1\nsize=-1\n"));
     EXPECT_THAT(rests, ElementsAre(100000, 100000, 100000));
+    EXPECT_NE(g_collect_param.logger, nullptr);
+    EXPECT_EQ(collected.messages()[0], opening);
+    EXPECT_EQ(collected.messages()[2].payload, frame('\x81', 0, 0, 2, word(2)));
+    ASSERT_EQ(tested.messages().size(), 3u);
+    EXPECT_TRUE(tested.messages()[1].payload.ends_with(frame('\x81', 0, 0, 0, word(0))));
 }

@@ -1,22 +1,48 @@
-// A collection server that misbehaves, and a flood of datagrams at the command port.
+// Collection servers that misbehave, signals without end, calls of the system that fail, and the
+// descriptors that the library holds.
+#include "support/files.h"
+#include "support/network.h"
 #include "support/platform.h"
 #include "support/server.h"
 
-#include <dt/collect.h>
+#include <base/endpoint.h>
+#include <dt/dt.h>
 #include <gmock/gmock.h>
 
-#include <random>
-#include <sys/socket.h>
+#include <chrono>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
+
+using namespace testing;
+using std::chrono::steady_clock;
 
 namespace {
 
 CollectItem *pump;
 const std::string text(1 << 20, 't');
 
-void put_text(uint32_t) { Collect_PutString(pump, 1, text.c_str(), 3000); }
+// As long as it lasts, a signal every few milliseconds interrupts whatever waits.
+struct Signals {
+    Signals() {
+        struct sigaction action = {};
+        action.sa_handler = [](int) { count = count + 1; };
+        sigaction(SIGALRM, &action, nullptr);
+        ualarm(5000, 5000);
+    }
+    ~Signals() { ualarm(0, 0); }
+    static inline volatile sig_atomic_t count;
+};
+
+int32_t start(uint16_t port) { return CollectClient_Start("127.0.0.1", port); }
 
 int32_t run(uint16_t port) { return Collect_Start("127.0.0.1", port, 1, 1, 2, 3); }
+
+void put_text(uint32_t) {
+    Collect_PutString(pump, 1, text.c_str(), 3000);
+    EXPECT_EQ(fcntl(network.connected, F_GETFL) & O_NONBLOCK, 0); // with a limit on connects, too
+}
 
 // Answers that there is room for, without waiting for more.
 bool answer_too_much(int fd) {
@@ -26,51 +52,62 @@ bool answer_too_much(int fd) {
 
 bool answer_byte_by_byte(int fd) {
     for (const char byte : {'o', 'k', '!'}) {
+        usleep(8000);
         send(fd, &byte, 1, MSG_NOSIGNAL);
-        usleep(500);
     }
     return true;
 }
 
-constexpr int32_t plenty = 60000; // milliseconds, for any machine
+constexpr int32_t ample = 100000;
 
-struct Behaviour {
+const struct {
     const char *name;
     CollectionServer::Answer answer;
     int32_t result;
-    int32_t limit = 0; // milliseconds; a device without limits gets on with the others
-};
-
-const Behaviour behaviours[] = {
-    {"silent", [](int) { return true; }, 0, 100},
-    {"closing", [](int) { return false; }, 0},
-    {"resetting", reset, 0},
-    {"slow", answer_byte_by_byte, 1},
-    {"slow, with limits", answer_byte_by_byte, 1, plenty},
-    {"talkative", answer_too_much, 1},
-    {"talkative, with limits", answer_too_much, 1, plenty},
+    const char *output;
+    int32_t connecting, waiting; // limits, milliseconds
+} behaviours[] = {
+    {"silent", [](int) { return true; }, 0, "recv error.\nsend error.\n", ample, 100},
+    {"closing", [](int) { return false; }, 0, "", -1, INT32_MIN},
+    {"resetting", reset, 0, "recv error.\n", 0, 0},
+    {"slow", answer_byte_by_byte, 1, "", 0, 0},
+    {"slow, with one limit", answer_byte_by_byte, 1, "", ample, 0},
+    {"slow, with limits", answer_byte_by_byte, 1, "", INT32_MAX, ample},
+    {"talkative", answer_too_much, 1, "", 0, 0},
+    {"talkative, with limits", answer_too_much, 1, "", ample, INT32_MAX},
 };
 
 } // namespace
 
-// The run ends, gets through where that is possible, and the next one is as good as new.
-TEST(HostileServer, NeitherBlocksNorLeaksNorConfuses) {
+// The run ends when it should, gets through where that is possible, and the next one is as good as
+// new. A silent server delays it once, not with every message.
+TEST(HostileServer, NeitherBlocksNorLeaksNorConfusesWhateverTheSignals) {
     for (const char *name : {"valve", "pump"}) pump = Collect_New(name, put_text, nullptr);
     const uint32_t before = outstanding(COLLECT_OWNER_ID);
     const int descriptors = open_descriptors();
-    for (const auto &[name, answer, result, limit] : behaviours) {
+    const Signals signals;
+    for (const auto &[name, answer, result, output, connecting, waiting] : behaviours) {
         SCOPED_TRACE(name);
-        CollectClient_SetTimeout(limit, limit, limit);
-        {
-            CollectionServer hostile(answer), good;
-            EXPECT_EQ(run(hostile.port()), result);
-            CollectClient_SetTimeout(0, 0, 0);
-            EXPECT_EQ(run(good.port()), 1);
-            EXPECT_EQ(hostile.payloads() == good.payloads(), result == 1);
+        CollectClient_SetTimeout(connecting, waiting, waiting);
+        network.waits.clear();
+        CollectionServer hostile(answer), good;
+        const auto begin = steady_clock::now();
+        internal::CaptureStdout();
+        EXPECT_EQ(run(hostile.port()), result);
+        EXPECT_EQ(internal::GetCapturedStdout().rfind(output, 0), 0u);
+        EXPECT_EQ(network.waits.empty(), connecting <= 0);
+        const auto passed = steady_clock::now() - begin;
+        CollectClient_SetTimeout(0, 0, 0);
+        EXPECT_EQ(run(good.port()), 1);
+        EXPECT_EQ(hostile.payloads() == good.payloads(), result == 1);
+        if (waiting == 100) {
+            EXPECT_GE(passed, std::chrono::milliseconds(100));
+            EXPECT_THAT(hostile.messages(), SizeIs(1));
         }
         EXPECT_EQ(outstanding(COLLECT_OWNER_ID), before);
-        EXPECT_EQ(open_descriptors(), descriptors);
     }
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_GT(signals.count, 0);
 }
 
 // It answers in advance and reads nothing until the device can send no more: every message arrives
@@ -95,11 +132,14 @@ TEST(LazyServer, GetsWholeMessagesOrIsGivenUp) {
         CollectClient_AppendBuffer(text.data(), 1020);
         return CollectClient_Flush(0) == 1;
     };
-    CollectClient_SetTimeout(0, plenty, plenty);
-    ASSERT_EQ(CollectClient_Start("127.0.0.1", server.port()), 1);
-    for (uint32_t i = 0; i < count; ++i) ASSERT_TRUE(sends(i)) << i;
-    CollectClient_SetTimeout(0, 100, plenty);
-    ASSERT_EQ(CollectClient_Start("127.0.0.1", deaf.port()), 1);
+    CollectClient_SetTimeout(0, ample, ample);
+    ASSERT_EQ(start(server.port()), 1);
+    {
+        const Signals signals;
+        for (uint32_t i = 0; i < count; ++i) ASSERT_TRUE(sends(i)) << i;
+    }
+    CollectClient_SetTimeout(0, 100, ample);
+    ASSERT_EQ(start(deaf.port()), 1);
     uint32_t sent = 0;
     while (sent < 10 * count && sends(sent)) ++sent;
     EXPECT_LT(sent, 10 * count);
@@ -110,69 +150,71 @@ TEST(LazyServer, GetsWholeMessagesOrIsGivenUp) {
         ASSERT_TRUE(seen[i] == word(i) + text.substr(0, 1020)) << i;
 }
 
+TEST(Connection, AnyCallThatFailsIsAnErrorAndLosesNoDescriptor) {
+    uint16_t port, full;
+    listen_on_loopback(&port, 9);
+    listen_on_loopback(&full, 0);
+    const sockaddr_in address = dt::endpoint(htonl(INADDR_LOOPBACK), full);
+    for (int i = 0; i < 4; ++i) // whoever connects now is left waiting
+        connect(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0), dt::generic(&address),
+                sizeof address);
+    CollectClient_SetTimeout(80, 0, 0);
+    const int before = open_descriptors();
+    {
+        const auto begin = steady_clock::now();
+        const Signals signals;
+        EXPECT_EQ(start(full), 0);
+        EXPECT_GE(steady_clock::now() - begin, std::chrono::milliseconds(80));
+    }
+    CollectClient_SetTimeout(ample, 0, 0);
+    for (const char *none : {static_cast<const char *>(nullptr), "nowhere"})
+        EXPECT_EQ(CollectClient_Start(none, port), 0);
+    for (const char *call : {"socket", "connect", "poll", "SO_ERROR"}) {
+        network.failing = {{call, ENOMEM}};
+        EXPECT_EQ(start(port), 0);
+        EXPECT_EQ(open_descriptors(), before) << call;
+    }
+    network.failing = {{"connect", EINTR}}; // goes on by itself
+    EXPECT_EQ(start(port), 1);
+    CollectClient_Start(nullptr, 1); // closes it
+    const int other = dup(1);        // takes its number
+    CollectClient_Start(nullptr, 1);
+    EXPECT_EQ(close(other), 0);
+    EXPECT_EQ(open_descriptors(), before);
+}
+
 namespace {
 
-void command(int sender, uint32_t number, uint32_t sequence, uint32_t port) {
-    const std::string datagram = word(16) + word(number) + word(sequence) + word(port);
-    send(sender, datagram.data(), datagram.size(), 0);
-}
-
-// Noise of every size.
-void noise(int sender, uint32_t count) {
-    static std::minstd_rand random(1);
-    const size_t size = count % 10000 == 0 ? 65507 : count % 2 ? 16 : random() % 100;
-    std::string bytes(size, '\0');
-    for (char &byte : bytes) byte = static_cast<char>(random());
-    send(sender, bytes.data(), size, 0);
-}
-
-// The messages that a command makes the device send; it is repeated, in case it is lost.
-std::vector<Message> served(int sender, uint32_t number, uint32_t sequence, uint16_t *port) {
-    CollectionServer server;
-    *port = server.port();
-    for (; !server.has_ended(); usleep(10000))
-        command(sender, number, sequence, 0x70000u + server.port());
-    return server.messages();
-}
+int file, file_flags; // of the fault log file, as long as it was open
 
 } // namespace
 
-// The real loop, on a thread of its own.
-TEST(CommandPort, IsServedBeforeAndAfterAFlood) {
-    pump = Collect_New(
-        "pump", [](uint32_t command) { Collect_PutInt(pump, 1, command); },
-        [](uint32_t) { Collect_PutInt(pump, 3, 4); });
-    const uint32_t before = outstanding(COLLECT_OWNER_ID);
-    CollectClient_SetTimeout(plenty, plenty, plenty);
-    testing::internal::CaptureStdout();             // where the loop reports every datagram
-    const int descriptors = open_descriptors() + 2; // the loop's, and the sender's
-    const int free = CollectClient_Init();
-    ASSERT_GE(free, 0) << "UDP port 9099 is taken by another program";
-    close(free);
-    std::thread([] { Collect_Init(0x3412); }).detach();
-    const int sender = sender_to(COLLECT_COMMAND_PORT);
-    uint16_t gone;
-    const std::vector<Message> collected = served(sender, 2, 7, &gone);
-    const std::vector<Message> tested = served(sender, 3, 0, &gone);
-    command(sender, 1, UINT32_MAX, gone); // a negative number
-    for (uint32_t i = 0; i < 50000; ++i)
-        i % 4 ? noise(sender, i) : command(sender, 1, 1, gone); // what was valid once
-    const std::vector<Message> last = served(sender, 1, 4711, &gone);
-    for (int tries = 0; tries < 6000 && open_descriptors() != descriptors; ++tries) usleep(10000);
-    testing::internal::GetCapturedStdout();
-    EXPECT_EQ(open_descriptors(), descriptors - 1); // nor where it was captured
-    const Message opening = {0, 7, std::string("\x12\x34\0\0", 4)};
-    const auto values = [](uint32_t key, uint32_t value) {
-        return frame('\x81', 0, 0, key, word(value));
-    };
-    ASSERT_EQ(collected.size(), 4u);
-    EXPECT_EQ(collected[0], opening);
-    EXPECT_EQ(collected[2].payload, values(1, 2));
-    ASSERT_EQ(tested.size(), 3u);
-    EXPECT_TRUE(tested[1].payload.ends_with(values(3, 4)));
-    ASSERT_EQ(last.size(), 4u);
-    EXPECT_EQ(last[0].sequence, 4711u);
-    EXPECT_LE(outstanding(COLLECT_OWNER_ID), before + 1040); // of a run that was given up
-    EXPECT_EQ(g_collect_param.count, 1);
-    EXPECT_NE(g_collect_param.logger, nullptr);
+extern "C" int fclose(FILE *closing) {
+    file = fileno(closing);
+    file_flags = fcntl(file, F_GETFD);
+    return reinterpret_cast<decltype(fclose) *>(dlsym(RTLD_NEXT, "fclose"))(closing);
+}
+
+TEST(Descriptors, AreNoStandardStreamsAndNotInherited) {
+    uint16_t port;
+    listen_on_loopback(&port, 2);
+    network.simulated = fault_log.full = true;
+    DTFault_Regist("pump", nullptr);
+    for (const bool closed : {false, true}) {
+        int streams[3];
+        for (int fd : {0, 1, 2}) {
+            streams[fd] = fcntl(fd, F_DUPFD, 10);
+            if (closed) close(fd);
+        }
+        DTFault_Start();
+        start(port);
+        const int held[] = {DTSock_UDP_Create(nullptr, 0), CollectClient_Init(), network.connected};
+        for (int fd : {0, 1, 2}) dup2(streams[fd], fd);
+        EXPECT_GT(file, 2);
+        EXPECT_EQ(file_flags, FD_CLOEXEC);
+        for (const int fd : held) {
+            EXPECT_GT(fd, 2);
+            EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
+        }
+    }
 }
