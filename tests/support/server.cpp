@@ -43,9 +43,9 @@ CollectionServer::CollectionServer(int answers)
           return send(fd, "ok", 2, MSG_NOSIGNAL) == 2 && --answers > 0;
       }) {}
 
-CollectionServer::CollectionServer(Answer answer) {
+CollectionServer::CollectionServer(Answer answer, Answer greeting) {
     listener_ = listen_on_loopback(&port_, 1);
-    thread_ = std::thread(&CollectionServer::serve, this, std::move(answer));
+    thread_ = std::thread(&CollectionServer::serve, this, std::move(answer), std::move(greeting));
 }
 
 CollectionServer::~CollectionServer() {
@@ -68,13 +68,14 @@ std::vector<std::string> CollectionServer::payloads() {
     return all;
 }
 
-void CollectionServer::serve(const Answer &answer) {
+void CollectionServer::serve(const Answer &answer, const Answer &greeting) {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_BLOCK, &all, nullptr);
     const int fd = connection_ = accept(listener_, nullptr, nullptr);
-    while (fd >= 0 && !ending_ && read_message(fd) && answer(fd)) {
-    }
+    if (fd < 0 || !greeting || greeting(fd))
+        while (fd >= 0 && !ending_ && read_message(fd) && answer(fd)) {
+        }
     connection_ = -1;
     close(fd);
     ended_ = true;

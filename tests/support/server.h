@@ -23,12 +23,12 @@ std::ostream &operator<<(std::ostream &out, const Message &message);
 
 class CollectionServer {
 public:
-    // Does with the connection what it likes after a message; false closes it.
+    // Does with the connection what it likes, after each message or at once; false closes it.
     using Answer = std::function<bool(int fd)>;
 
     // Answers that many messages, then closes the connection.
     explicit CollectionServer(int answers = 1000000);
-    explicit CollectionServer(Answer answer);
+    explicit CollectionServer(Answer answer, Answer greeting = {});
     ~CollectionServer();
 
     uint16_t port() const { return port_; }
@@ -39,7 +39,7 @@ public:
     bool has_ended() const { return ended_; }
 
 private:
-    void serve(const Answer &answer);
+    void serve(const Answer &answer, const Answer &greeting);
     bool read_message(int fd);
 
     int listener_;
