@@ -16,6 +16,8 @@
 
 namespace {
 
+constexpr unsigned long warm_up = 8000; // rounds until all logs are full
+
 std::mt19937 generator(20141116);
 CollectItem *item;
 DTFault *faults[3];
@@ -120,11 +122,12 @@ int main(int argc, char **argv) {
     uint32_t warm[2] = {}, late[2] = {}; // most bytes accounted for, and resident
     unsigned long rounds = 0;
     const time_t start = time(nullptr);
-    for (int second = 1; second <= seconds; ++second) {
+    for (int second = 1; second <= seconds || rounds < 2 * warm_up; ++second) {
         for (; time(nullptr) < start + second; ++rounds) work();
         const uint32_t bytes = outstanding(0) + outstanding(COLLECT_OWNER_ID);
         const uint32_t resident = resident_kib();
-        uint32_t(&most)[2] = second <= std::min(60, seconds / 2) ? warm : late;
+        const bool is_warming = second <= std::min(60, seconds / 2) || rounds < warm_up;
+        uint32_t(&most)[2] = is_warming ? warm : late;
         most[0] = std::max(most[0], bytes);
         most[1] = std::max(most[1], resident);
         fprintf(stderr, "%4d s  %8lu rounds  %8u bytes in %u blocks  %7u KiB resident\n", second,
