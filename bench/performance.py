@@ -9,6 +9,7 @@ usage: performance.py          builds and measures all, and renews bench/instruc
 A text keeps figures between a line "<!-- NAME: ... -->" and "<!-- end -->".
 """
 import argparse
+import os
 import pathlib
 import platform
 import re
@@ -73,9 +74,15 @@ PEERS = [
 ]
 
 
+# Where protections of the compiler can show, in instructions.
+PROTECTED = ['logger line', 'store append, 100 bytes', 'pack BIIII', 'int frame', 'table cell, 20 x 5',
+             'console line']
+
+
 def run(*command):
+    environment = {**os.environ, 'CCACHE_DISABLE': '1'} # it would not keep the call graphs
     return subprocess.run([str(part) for part in command], check=True, cwd=ROOT, text=True,
-                          stdout=subprocess.PIPE).stdout
+                          stdout=subprocess.PIPE, env=environment).stdout
 
 
 def duration(nanoseconds):
@@ -92,8 +99,8 @@ def rounded(count):
     return f'{round(count, -1 if count < 1000 else -2):,.0f}' if count >= 100 else f'{count:.0f}'
 
 
-def counts():
-    return {work: float(count) for work, count in COUNT.findall(COUNTS.read_text())}
+def counts(text=None):
+    return {work: float(count) for work, count in COUNT.findall(text or COUNTS.read_text())}
 
 
 def table(columns, rows):
@@ -166,11 +173,37 @@ def measured():
                     f'(spdlog) takes {of("logger line", "spdlog ring")}.'}
 
 
-def count_instructions():
-    lines = run(sys.executable, 'bench/instructions.py', 'build/bench/bench/dt_instructions',
-                'build/bench/instructions')
+def counted(build):
+    return run(sys.executable, 'bench/instructions.py', f'{build}/bench/dt_instructions',
+               f'{build}/instructions')
+
+
+def renew_counts():
     comments = re.findall(r'^#.*\n', COUNTS.read_text(), re.M)
-    COUNTS.write_text(''.join(comments) + lines)
+    COUNTS.write_text(''.join(comments) + counted('build/bench'))
+
+
+def built(preset, harden, *targets):
+    """A build like the preset's, with the compiler's protections or without."""
+    build = f'build/{preset}-{"hardened" if harden else "plain"}'
+    run('cmake', '--preset', preset, '-B', build, '-D', f'DT_HARDEN={"ON" if harden else "OFF"}')
+    run('cmake', '--build', build, *targets)
+    return build
+
+
+def sizes(build):
+    """Bytes by what they are, as size.py tells them."""
+    lines = run(sys.executable, 'bench/size.py', build, '--markdown')
+    return dict(re.findall(r'^\| ([\w ]+?)(?::.*)? \| ([\d,]+) \|', lines, re.M))
+
+
+def protections():
+    plain, protected = sizes(built('size', False)), sizes('build/size')
+    rows = [[f'{what}, 32-bit ARM, bytes', plain[what], protected[what]]
+            for what in ('code and constants', 'largest stack frame', 'deepest chain of calls')]
+    before, after = counts(), counts(counted(built('bench', True, '--target', 'dt_instructions')))
+    rows += [[f'{work}, instructions', f'{before[work]:.0f}', f'{after[work]:.0f}'] for work in PROTECTED]
+    return {'protections': table(['', 'without', 'with'], rows)}
 
 
 def main():
@@ -188,7 +221,8 @@ def main():
     if not arguments.size:
         run('./dt', 'setup', 'bench')
         run('./dt', 'build', 'bench')
-        count_instructions()
+        renew_counts()
+        write(protections())
         write(measured())
     write(same_anywhere())
     return 0
