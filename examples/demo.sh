@@ -33,9 +33,10 @@ fi
 step() { printf '\n%s== %s%s\n' "$bold" "$1" "$plain"; }
 tell() { sed 's/^/   /'; }
 command_line() { printf '\n%s$ %s%s\n' "$dim" "$*" "$plain"; }
+run_dtctl() { "$bin/tools/dtctl" "$@" >"$work/shown" 2>"$work/why" || fail "$(cat "$work/why")"; }
 dtctl() {
     command_line dtctl "$@"
-    "$bin/tools/dtctl" "$@" >"$work/shown"
+    run_dtctl "$@"
     cut -c1-100 "$work/shown"
 }
 
@@ -67,7 +68,7 @@ find_place() {
         ip link set lo up
         ip address add 192.0.2.1/24 dev lo
         ip route add default dev lo src 192.0.2.1
-        if make_root 2>"$work/why"; then
+        if make_root 2>"$work/refused"; then
             device=(chroot "$work/root" "${device[@]}")
             fault_log=$work/root/fcm.log
         fi
@@ -105,6 +106,7 @@ await_device() {
     [ "$after" = 0 ] || fail "the device did not start within 30 seconds"
 }
 
+echo
 tell <<'END_OF_TEXT'
 A pump controller (examples/device.cpp, a program that uses libdt) now starts in the background and
 works for three seconds. dtctl, the program for the other side, plays the servers. All of it stays on
@@ -153,7 +155,7 @@ The server's command carries a number. This device takes 2 for a visit: besides 
 writes its fault log file. So the engineer at the device sees what happens, and what leaks memory.
 END_OF_TEXT
 command_line "dtctl collect --device 127.0.0.1 --command 2 --json | head -n 2"
-"$bin/tools/dtctl" collect --device 127.0.0.1 --command 2 --json >"$work/shown"
+run_dtctl collect --device 127.0.0.1 --command 2 --json
 head -n 2 "$work/shown"
 sleep 0.2 # its report goes on behind the last value
 echo
@@ -173,7 +175,7 @@ else
     page=
     echo
     echo "  (Left out: the device writes /fcm.log, and may not write there on this machine.)"
-    [ ! -s "$work/why" ] || sed 's/^/  /' "$work/why"
+    [ ! -s "$work/refused" ] || sed 's/^/  /' "$work/refused"
 fi
 
 step "Done: nothing is left running"
