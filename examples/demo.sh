@@ -134,9 +134,9 @@ dtctl selftest --device 127.0.0.1
 
 step "3 of 5: the device had asked for its settings"
 tell <<'END_OF_TEXT'
-When it started, the device asked the whole network for three settings. A configuration server
-answered two of them; for the third the device took its own default, a second later. So a hundred
-devices get their limits from one file.
+When it started, the device asked its configuration server for three settings. The server answered
+two of them; for the third the device took its own default, a second later. So a hundred devices get
+their limits from one file.
 END_OF_TEXT
 if [ "$mode" = private ]; then
     command_line dtctl config examples/settings.ini

@@ -5,13 +5,17 @@
 // The timer thread runs DTTimer_Loop, which shares nothing with the rest of the library, and its
 // timers touch no other part of it: measurements go into atomics, events wait in a queue for the
 // command thread.
+//
+// It believes its servers alone: those whose addresses it is given, or else this machine.
 #include <dt/dt.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -79,21 +83,29 @@ struct Event {
     std::string text;
 };
 
+// Until the next run takes them, which nobody may ever ask for: only so many are kept.
 class Events {
 public:
     void add(Event event) {
         const std::lock_guard<std::mutex> lock(mutex_);
-        waiting_.push_back(std::move(event));
+        if (waiting_.size() < most)
+            waiting_.push_back(std::move(event));
+        else
+            ++lost_;
     }
 
-    std::vector<Event> take() {
+    std::vector<Event> take(uint32_t *lost) {
         const std::lock_guard<std::mutex> lock(mutex_);
-        return std::move(waiting_);
+        *lost = std::exchange(lost_, 0);
+        return std::exchange(waiting_, {});
     }
 
 private:
+    static constexpr std::size_t most = 100;
+
     std::mutex mutex_;
     std::vector<Event> waiting_;
+    uint32_t lost_ = 0;
 };
 
 Events events;
@@ -132,10 +144,13 @@ int32_t open_valve_once(DTTimer *) {
 // --------------------------------------------------------------------------
 
 void log_events() {
-    for (const Event &event : events.take()) {
+    uint32_t lost;
+    for (const Event &event : events.take(&lost)) {
         DTFault_SetRunLog(event.fault, event.level, 0, event.text.c_str());
         DTFault_SetCounter(event.fault, key_result, event.level);
     }
+    if (lost == 0) return;
+    DTFault_SetRunLog(pump_fault, 2, 0, DTString_SFormat("%u more events were lost", lost));
 }
 
 void show_table() {
@@ -225,6 +240,16 @@ void measure_for_the_fault_log() {
 // ---- setting up
 // ----------------------------------------------------------------------------------
 
+// Whom to believe and for how long to wait: what a device should not go without on a network that
+// it shares with others.
+bool set_limits(const std::vector<const char *> &servers) {
+    for (const char *server : servers)
+        if (!CollectClient_Allow(server)) return false;
+    CollectClient_SetTimeout(5000, 5000, 10000); // connect, send, acknowledgement
+    CollectClient_SetMaxAge(30000);              // commands that waited behind a long run
+    return DTConfig_SetServer(servers[0], 8999) != 0;
+}
+
 // A null group is never asked for: the defaults hold.
 void fetch_settings(bool offline) {
     const char *device = offline ? nullptr : "device";
@@ -260,9 +285,19 @@ void register_timers() {
 
 } // namespace
 
+// device [--offline] [SERVER...]: the first one has the settings, all may send commands.
 int main(int argc, char **argv) {
     DTInfo_SetTrace(0); // standard output is this device's debug console
-    fetch_settings(argc > 1 && std::strcmp(argv[1], "--offline") == 0);
+    CollectClient_SetTrace(0);
+    std::vector<const char *> servers(argv + 1, argv + argc);
+    const bool offline = !servers.empty() && std::strcmp(servers[0], "--offline") == 0;
+    if (offline) servers.erase(servers.begin());
+    if (servers.empty()) servers.push_back("127.0.0.1");
+    if (!set_limits(servers)) {
+        DTPrint_Puts("an address has four numbers: 192.0.2.1", 0);
+        return 2;
+    }
+    fetch_settings(offline);
     g_fcm_logger = DTLogger_New(255);
     DTLogger_Write(g_fcm_logger, 0, "device starts\n");
     register_faults();
@@ -270,6 +305,6 @@ int main(int argc, char **argv) {
     register_timers();
     std::thread(DTTimer_Loop).detach();
     Collect_Init(0x0107); // the main thread becomes the command thread, for good
-    DTPrint_Puts("the command port is taken", 0);
+    DTPrint_Puts(DTString_SFormat("no command port: %s", std::strerror(errno)), 0);
     return 1;
 }

@@ -50,7 +50,7 @@ def wait_for(what, ready):
 
 def exchange(capture):
     """Lets the device be asked while its network is captured; returns what dtctl printed live."""
-    # Messages of a kilobyte do not fit into one segment here. The device's broadcast needs a way out.
+    # Messages of a kilobyte do not fit into one segment here. The device is watched at another address, too.
     for change in ("link set lo mtu 600 up", "link set lo gso_max_segs 1", "address add 192.0.2.1/24 dev lo",
                    "route add default dev lo src 192.0.2.1"):
         run("ip", *change.split())
@@ -59,7 +59,7 @@ def exchange(capture):
     assert heard, "nothing can be captured here; dumpcap needs the right to"
     start(DTCTL, "config", str(SETTINGS), stdout=subprocess.DEVNULL)
     wait_for("the configuration server", lambda: ":2327 " in Path("/proc/net/udp").read_text())
-    device = start(str(BUILD / "examples/device"), stdout=subprocess.DEVNULL)
+    device = start(str(BUILD / "examples/device"), "127.0.0.1", "192.0.2.1", stdout=subprocess.DEVNULL)
     wait_for("the device", lambda: ":238B " in Path("/proc/net/udp").read_text())
     live = run(DTCTL, "collect", "--device", "127.0.0.1", "--sequence", "70", "--json")
     live += run(DTCTL, "selftest", "--device", "127.0.0.1", "--json")
