@@ -22,7 +22,24 @@ constexpr Lead leads[] = {
     {0xF0, 0xF0, 4, 0x90, 0xBF}, {0xF1, 0xF3, 4, 0x80, 0xBF}, {0xF4, 0xF4, 4, 0x80, 0x8F},
 };
 
+struct Codes {
+    uint32_t first, last;
+};
+
+constexpr Codes controls[] = {
+    {0x0000, 0x001F}, {0x007F, 0x009F}, {0x061C, 0x061C},
+    {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069},
+};
+
 uint8_t at(std::string_view text, size_t i) { return static_cast<uint8_t>(text[i]); }
+
+// Of one well-formed character: what its first byte leaves for it, then six bits a byte.
+uint32_t code_point(std::string_view character) {
+    uint32_t code = at(character, 0);
+    if (character.size() > 1) code &= 0x7FU >> character.size();
+    for (size_t i = 1; i < character.size(); ++i) code = code << 6 | (at(character, i) & 0x3FU);
+    return code;
+}
 
 bool within(uint8_t byte, uint8_t low, uint8_t high) { return byte >= low && byte <= high; }
 
@@ -81,8 +98,10 @@ bool is_utf8(std::string_view bytes) {
 }
 
 bool is_control(std::string_view character) {
-    if (character.size() == 1) return at(character, 0) < 0x20 || at(character, 0) == 0x7F;
-    return character.size() == 2 && at(character, 0) == 0xC2 && at(character, 1) < 0xA0;
+    const uint32_t code = code_point(character);
+    return std::any_of(std::begin(controls), std::end(controls), [&](const Codes &range) {
+        return code >= range.first && code <= range.last;
+    });
 }
 
 bool is_plain_text(std::string_view bytes) {
@@ -90,7 +109,7 @@ bool is_plain_text(std::string_view bytes) {
         const size_t length = character_length(bytes);
         if (length == 0) return false;
         const std::string_view character = bytes.substr(0, length);
-        const bool blank = character == "\t" || character == "\r" || character == "\n";
+        const bool blank = character == "\t" || character == "\n";
         if (is_control(character) && !blank) return false;
         bytes.remove_prefix(length);
     }
@@ -127,15 +146,33 @@ std::string signed_too(uint64_t number, size_t bytes) {
     return fmt::format("{} ({})", number, as_signed);
 }
 
-std::string csv_field(const std::string &text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+std::string escape_json(std::string_view json) {
+    std::string out;
+    out.reserve(json.size());
+    while (!json.empty()) {
+        const size_t length = std::max<size_t>(character_length(json), 1);
+        const std::string_view character = json.substr(0, length);
+        if (is_control(character)) {
+            fmt::format_to(std::back_inserter(out), "\\u{:04x}", code_point(character));
+        } else {
+            out += character;
+        }
+        json.remove_prefix(length);
+    }
+    return out;
+}
+
+std::string csv_field(const std::string &text, Cells cells) {
+    const bool guard = cells == Cells::guarded && text.find_first_of("=+-@'\t") == 0;
+    const std::string cell = guard ? '\'' + text : text;
+    if (cell.find_first_of(",\"\r\n") == std::string::npos) return cell;
     std::string quoted = "\"";
-    for (const char c : text) quoted.append(c == '"' ? 2 : 1, c);
+    for (const char c : cell) quoted.append(c == '"' ? 2 : 1, c);
     return quoted + '"';
 }
 
-std::string csv_text(const std::string &bytes) {
-    return is_plain_text(bytes) ? "text," + csv_field(bytes) : "hex," + hex(bytes);
+std::string csv_text(const std::string &bytes, Cells cells) {
+    return is_plain_text(bytes) ? "text," + csv_field(bytes, cells) : "hex," + hex(bytes);
 }
 
 } // namespace dtctl

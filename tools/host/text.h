@@ -13,10 +13,12 @@ size_t character_length(std::string_view text);
 
 bool is_utf8(std::string_view bytes);
 
-// A control character (C0, DEL or C1) as one well-formed UTF-8 character.
+// Whether one well-formed UTF-8 character is a control character (C0, DEL or C1) or one that
+// changes the order or the lines in which others are shown (U+2028, U+2029, bidirectional
+// controls).
 bool is_control(std::string_view character);
 
-// Whether the bytes are UTF-8 without control characters other than tab and line breaks.
+// Whether the bytes are UTF-8 without control characters other than tab and line feed.
 bool is_plain_text(std::string_view bytes);
 
 // One line that no terminal stumbles over and that can be read back without loss: UTF-8 as it is,
@@ -31,10 +33,21 @@ std::string hex(std::string_view bytes);
 // brackets. What is meant nobody says, but most often it is a negative number.
 std::string signed_too(uint64_t number, size_t bytes);
 
+// JSON as a serialiser writes it, with control characters above U+001F as \uNNNN: they occur
+// nowhere but in its texts.
+std::string escape_json(std::string_view json);
+
+// What becomes of a text in CSV that a spreadsheet would take for a formula: one that begins with
+// "=", "+", "-", "@" or a tab.
+enum class Cells {
+    guarded, // a "'" stands before it, and before a text that begins with one, which so can be told
+    raw,
+};
+
 // A CSV field, quoted where RFC 4180 asks for it.
-std::string csv_field(const std::string &text);
+std::string csv_field(const std::string &text, Cells cells);
 
 // Two CSV fields, encoding and value: plain text as it is, any other bytes as hex.
-std::string csv_text(const std::string &bytes);
+std::string csv_text(const std::string &bytes, Cells cells);
 
 } // namespace dtctl

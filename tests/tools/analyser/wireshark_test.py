@@ -146,6 +146,7 @@ def dissected_values(packets):
 def check_values(capture, live):
     packets = dissect(capture)
     wanted = [json.loads(line) for line in live.splitlines()]
+    expect("the device's address", {value.pop("device") for value in wanted}, {"127.0.0.1"})
     found = dissected_values(packets)[:len(wanted)]
     for i, value in enumerate(wanted):
         expect(f"value {i}", found[i:i + 1], [value])
@@ -265,7 +266,7 @@ def check_replay():
     path = WORK / "made.pcap"
     collection = (message(0, b"\xA1\2\0\0") + message(1, struct.pack("<IH", 0, 4) + b"pump")
                   + message(2, struct.pack("<BIIII", 0x81, 0, 0, 7, 100)) + message(2, b""))
-    first, second = (f"1970-01-01T00:00:0{i}Z,a102,pump,0,0,7,int,decimal,100" for i in (0, 1))
+    first, second = (f"1970-01-01T00:00:0{i}Z,10.0.0.9,a102,pump,0,0,7,int,decimal,100" for i in (0, 1))
     write_capture(path, [(tcp(collection, 1, port), 65535) for port in (42000, 42001)])
     expect("two runs", replayed(path, 0), ([first, second], ""))
     path.write_bytes(path.read_bytes()[:-1])

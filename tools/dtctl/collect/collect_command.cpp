@@ -72,7 +72,7 @@ void run(const Options &options) {
     request.timeout = milliseconds_of("--timeout", options.timeout);
     const auto interval = milliseconds_of("--watch", options.watch);
     const Stream out = open_output(options.output.path);
-    const auto printer = make_printer(options.output.format, out.get(), options.output.times);
+    const auto printer = make_printer(options.output, out.get());
     if (options.watch > 0) watch(request, *printer, interval);
     Progress progress(::isatty(STDERR_FILENO) != 0);
     Session(request, *printer, progress).run();

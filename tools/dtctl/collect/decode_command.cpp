@@ -29,7 +29,7 @@ one breaks its format or lacks a piece (values before that are printed).)";
 
 void run(const Options &options) {
     const Stream out = open_output(options.output.path, options.path);
-    replay(options.path, *make_printer(options.output.format, out.get(), options.output.times));
+    replay(options.path, *make_printer(options.output, out.get()));
 }
 
 } // namespace

@@ -30,13 +30,12 @@ public:
 
     void take(const Collected &collected) {
         ++runs_;
-        printer_.start(collected.begun);
+        printer_.start(dotted(collected.flow.source), collected.begun);
         dt::decode::Decoder decoder(printer_);
         const std::string &bytes = collected.bytes;
         decoder.feed({reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size()});
-        const bool whole = decoder.finish();
+        if (decoder.finish()) return printer_.end();
         printer_.flush();
-        if (whole) return;
         const dt::decode::Break &broken = *decoder.broken();
         complain(fmt::format("run {} in the capture, from {}: message {}, byte {}: {}{}", runs_,
                              dotted(collected.flow.source), broken.message, broken.offset,

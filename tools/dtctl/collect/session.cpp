@@ -44,7 +44,7 @@ void Session::run() {
     // Copies of the command that are still under way must find nobody to talk to.
     listener = Fd();
     command = Fd();
-    printer_.start(std::time(nullptr));
+    printer_.start(address_text(device_), std::time(nullptr));
     receive(connection);
 }
 
@@ -141,7 +141,7 @@ void Session::acknowledge(const Fd &connection) {
 
 // A reset behind a whole run (a device that stops waiting for the last acknowledgement) is no loss.
 void Session::end_of_stream(int error) {
-    if (decoder_.finish()) return;
+    if (decoder_.finish()) return printer_.end();
     report_break(error != 0 ? fmt::format(" ({})", std::strerror(error)) : "");
 }
 

@@ -24,7 +24,7 @@ the byte and the reason are told on standard error).)";
 
 void run(const Options &options) {
     const Stream out = open_output(options.output.path, options.path);
-    const auto printer = make_fault_printer(options.output.format, out.get());
+    const auto printer = make_fault_printer(options.output, out.get());
     show_fault_log(options.path, *printer);
 }
 

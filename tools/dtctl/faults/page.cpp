@@ -11,7 +11,7 @@ namespace {
 // JSON that cannot end the element it stands in, nor open a comment there.
 std::string in_script(const Object &object) {
     std::string text;
-    for (const char c : object.dump()) {
+    for (const char c : text_of(object)) {
         if (c == '<') {
             text += "\\u003c";
         } else {

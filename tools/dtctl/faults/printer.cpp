@@ -59,19 +59,19 @@ class FaultJson : public FaultPrinter {
 public:
     using FaultPrinter::FaultPrinter;
 
-    void on_line(const LogLine &line) override { put(object_of(line).dump() + '\n'); }
-    void on_fault_value(const FaultValue &value) override { put(object_of(value).dump() + '\n'); }
+    void on_line(const LogLine &line) override { put(text_of(object_of(line)) + '\n'); }
+    void on_fault_value(const FaultValue &value) override { put(text_of(object_of(value)) + '\n'); }
 };
 
 class FaultCsv : public FaultPrinter {
 public:
-    explicit FaultCsv(std::FILE *out) : FaultPrinter(out) {
+    FaultCsv(std::FILE *out, Cells cells) : FaultPrinter(out), cells_(cells) {
         put("type,fault,time,id,encoding,value\n");
     }
 
     void on_line(const LogLine &line) override {
         put_record(type_of(line), line.fault, line.time.value_or(""), "",
-                   line.text ? csv_text(*line.text) : ",");
+                   line.text ? csv_text(*line.text, cells_) : ",");
     }
 
     void on_fault_value(const FaultValue &value) override {
@@ -83,8 +83,11 @@ public:
 private:
     void put_record(const char *type, const std::string &fault, const std::string &time,
                     const std::string &id, const std::string &encoded) {
-        put(fmt::format("{},{},{},{},{}\n", type, csv_field(escape(fault)), time, id, encoded));
+        put(fmt::format("{},{},{},{},{}\n", type, csv_field(escape(fault), cells_), time, id,
+                        encoded));
     }
+
+    Cells cells_;
 };
 
 } // namespace
@@ -103,17 +106,18 @@ the device's log no longer holds is shown with what is left of it.
          (64-bit ones as decimal text, so that no reader rounds them) or "hex" for data
   --csv  a heading and one record a line or value, quoted where RFC 4180 asks for it; encoding is
          decimal, text or hex (data, and texts that are not UTF-8 or hold control characters
-         other than tabs and line breaks), empty for a missing text; names escaped as above
+         other than tabs and line feeds), empty for a missing text; names escaped as above. What
+         a spreadsheet would take for a formula gets a ' in front, as for a collection's values
   --html one page with a timeline, the lines, and the values with their courses, to search and
          to filter in any browser; all in one file, nothing is fetched. The fault log file does
          not hold the levels of the lines, so it tells the logs apart, not the levels)";
 
-std::unique_ptr<FaultPrinter> make_fault_printer(Format format, std::FILE *out) {
-    switch (format) {
+std::unique_ptr<FaultPrinter> make_fault_printer(const OutputOptions &options, std::FILE *out) {
+    switch (options.format) {
     case Format::json:
         return std::make_unique<FaultJson>(out);
     case Format::csv:
-        return std::make_unique<FaultCsv>(out);
+        return std::make_unique<FaultCsv>(out, options.cells);
     case Format::html:
         return std::make_unique<FaultPage>(out);
     default:

@@ -21,6 +21,6 @@ public:
     virtual void end(const std::string & /*path*/, const dt::decode::Damage * /*damage*/) {}
 };
 
-std::unique_ptr<FaultPrinter> make_fault_printer(Format format, std::FILE *out);
+std::unique_ptr<FaultPrinter> make_fault_printer(const OutputOptions &options, std::FILE *out);
 
 } // namespace dtctl

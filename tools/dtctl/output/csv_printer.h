@@ -7,12 +7,12 @@ namespace dtctl {
 class CsvPrinter : public Printer {
 public:
     using Printer::Printer;
-    void on_opening(const dt::decode::Opening &opening) override;
-    void on_selftest(const dt::decode::SelfTest &test) override;
-    void on_value(const dt::decode::Value &value) override;
 
 private:
-    std::string begin() const;
+    void put_heading() override;
+    void put_selftest(const dt::decode::SelfTest &test) override;
+    void put_value(const dt::decode::Value &value) override;
+    std::string begin(const std::string &collector) const;
 
     bool headed_ = false;
 };

@@ -33,18 +33,19 @@ void add_value(Object &object, const Value &value) {
 Object JsonPrinter::begin() const {
     Object object;
     if (!time().empty()) object["time"] = time();
+    object["device"] = device();
     object["identity"] = identity();
     return object;
 }
 
-void JsonPrinter::on_selftest(const dt::decode::SelfTest &test) {
+void JsonPrinter::put_selftest(const dt::decode::SelfTest &test) {
     Object object = begin();
     add_collector(object, test.name);
     object["type"] = selftest_type;
-    put(object.dump() + '\n');
+    put(text_of(object) + '\n');
 }
 
-void JsonPrinter::on_value(const Value &value) {
+void JsonPrinter::put_value(const Value &value) {
     Object object = begin();
     add_collector(object, value.collector);
     object["index"] = value.index;
@@ -52,7 +53,7 @@ void JsonPrinter::on_value(const Value &value) {
     object["key"] = value.key;
     object["type"] = type_name(value.kind);
     add_value(object, value);
-    put(object.dump() + '\n');
+    put(text_of(object) + '\n');
 }
 
 } // namespace dtctl

@@ -9,10 +9,10 @@ namespace dtctl {
 class JsonPrinter : public Printer {
 public:
     using Printer::Printer;
-    void on_selftest(const dt::decode::SelfTest &test) override;
-    void on_value(const dt::decode::Value &value) override;
 
 private:
+    void put_selftest(const dt::decode::SelfTest &test) override;
+    void put_value(const dt::decode::Value &value) override;
     nlohmann::ordered_json begin() const;
 };
 

@@ -21,4 +21,6 @@ inline void add_text(Object &object, const char *name, const char *hex_name,
     }
 }
 
+inline std::string text_of(const Object &object) { return escape_json(object.dump()); }
+
 } // namespace dtctl

@@ -9,6 +9,11 @@ CLI::Option *add_output_options(CLI::App &command, OutputOptions &output) {
         "--json", [&output] { output.format = Format::json; }, "JSON lines instead of a table");
     auto *csv = command.add_flag_callback(
         "--csv", [&output] { output.format = Format::csv; }, "CSV instead of a table");
+    command
+        .add_flag_callback(
+            "--csv-raw", [&output] { output.cells = Cells::raw; },
+            "With --csv: leave cells that a spreadsheet would execute as they are")
+        ->needs(csv);
     command.add_option("--output", output.path, "The file to write, instead of standard output")
         ->type_name("FILE");
     return csv->excludes(json);

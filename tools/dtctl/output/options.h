@@ -10,8 +10,8 @@ class Option;
 
 namespace dtctl {
 
-// Adds --json, --csv and --output; without them output stays as it is. Returns --csv, which
-// excludes --json.
+// Adds --json, --csv, --csv-raw and --output; without them output stays as it is. Returns --csv,
+// which excludes --json.
 CLI::Option *add_output_options(CLI::App &command, OutputOptions &output);
 
 // Adds --times for commands that print runs.

@@ -6,11 +6,13 @@
 
 #include <fmt/format.h>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 
 namespace dtctl {
@@ -27,6 +29,37 @@ bool is_same_file(const std::string &path, const std::string &other) {
            std::filesystem::equivalent(path, other, error);
 }
 
+// A file that is about to be written anew.
+struct Target {
+    Fd fd;
+    bool emptied = false;
+
+    // What is no file, like a pipe, cannot be emptied and need not be.
+    bool empty() {
+        emptied = emptied || ::ftruncate(fd.get(), 0) == 0 || errno == EINVAL;
+        return emptied;
+    }
+};
+
+ssize_t write_target(void *cookie, const char *bytes, size_t size) {
+    Target &target = *static_cast<Target *>(cookie);
+    if (!target.empty()) return 0;
+    size_t written = 0;
+    while (written < size) {
+        const ssize_t count = ::write(target.fd.get(), bytes + written, size - written);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) break;
+        written += static_cast<size_t>(count);
+    }
+    return static_cast<ssize_t>(written);
+}
+
+int close_target(void *cookie) {
+    const std::unique_ptr<Target> target(static_cast<Target *>(cookie));
+    if (std::uncaught_exceptions() == 0) target->empty();
+    return 0;
+}
+
 } // namespace
 
 Stream open_output(const std::string &path, const std::string &input) {
@@ -35,8 +68,13 @@ Stream open_output(const std::string &path, const std::string &input) {
         refuse(path, "it is the file to be read");
     if (!input.empty() && input != "-" && ::access(input.c_str(), R_OK) != 0)
         report_unreadable(input);
-    std::FILE *file = std::fopen(path.c_str(), "we");
+    auto target = std::make_unique<Target>();
+    target->fd = Fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666));
+    if (!target->fd) refuse(path, std::strerror(errno));
+    std::FILE *file =
+        ::fopencookie(target.get(), "w", {nullptr, write_target, nullptr, close_target});
     if (!file) refuse(path, std::strerror(errno));
+    target.release();
     return {file, std::fclose};
 }
 

@@ -1,6 +1,8 @@
 // Where a command's results go, and in which form.
 #pragma once
 
+#include "host/text.h"
+
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -14,14 +16,16 @@ enum class Format { table, json, csv, html };
 struct OutputOptions {
     Format format = Format::table;
     bool times = false; // say when each run began
-    std::string path;   // empty: standard output
+    Cells cells = Cells::guarded;
+    std::string path{}; // empty: standard output
 };
 
 using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE *)>;
 
-// Opens, and empties, the file that the results go to. Throws Failure and leaves it as it is when
-// it is the input, the file that the command is about to read ("-": standard input), and when that
-// cannot be read.
+// Opens the file that the results go to. What it held stays until the first of them are written, or
+// until it is closed and there were none; a command that fails before leaves it as it was. Throws
+// Failure when it is the input, the file that the command is about to read ("-": standard input),
+// and when that cannot be read.
 Stream open_output(const std::string &path, const std::string &input = "");
 
 // Whether colours are welcome: on a terminal, unless NO_COLOR is set or it knows none.

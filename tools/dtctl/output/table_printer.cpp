@@ -25,8 +25,7 @@ std::string value_text(const Value &value) {
 
 } // namespace
 
-void TablePrinter::on_opening(const dt::decode::Opening &opening) {
-    Printer::on_opening(opening);
+void TablePrinter::put_heading() {
     if (std::exchange(again_, true)) put("\n");
     put(fmt::format("device identity {}{}{}\n\n", identity(), time().empty() ? "" : ", ", time()));
     put(strong(fmt::format("{:<19} {:>10} {:>10}  {:<8}  {}", "collector", "section", "key", "type",
@@ -34,12 +33,12 @@ void TablePrinter::on_opening(const dt::decode::Opening &opening) {
         '\n');
 }
 
-void TablePrinter::on_selftest(const dt::decode::SelfTest &test) {
+void TablePrinter::put_selftest(const dt::decode::SelfTest &test) {
     put(strong(fmt::format("{:<19} {:>10} {:>10}  {}", escape(test.name), "", "", selftest_type)) +
         '\n');
 }
 
-void TablePrinter::on_value(const Value &value) {
+void TablePrinter::put_value(const Value &value) {
     const std::string collector =
         value.collector ? escape(*value.collector) : fmt::format("#{}", value.index);
     put(fmt::format("{:<19} {:>10} {:>10}  {:<8}  {}\n", collector, value.section, value.key,

@@ -23,9 +23,10 @@ const std::string opening = "\x10\0\0\0\0\0\0\0\x05\x03\x02\x01\xA1\x02\0\0"s;
 const std::string directory = "\x16\0\0\0\x01\0\0\0\x01\0\0\0\0\0\0\0\x04\0pump"s;
 const std::string data = "\x1D\0\0\0\x02\0\0\0\x02\0\0\0\x81\0\0\0\0\0\0\0\0\x07\0\0\0\x64\0\0\0"s;
 const std::string end = "\x0C\0\0\0\x02\0\0\0\x03\0\0\0"s;
-const std::string line = R"({"identity":"a102","collector":"pump","index":0,"section":0,"key":7,)"
-                         R"("type":"int","value":100})"
-                         "\n";
+const std::string line =
+    R"({"device":"127.0.0.1","identity":"a102","collector":"pump","index":0,"section":0,"key":7,)"
+    R"("type":"int","value":100})"
+    "\n";
 
 // Waits for commands; a script sends messages and waits for an answer to each.
 struct Device {
@@ -69,7 +70,8 @@ dtctl::Request request_for(const Device &device) {
 Outcome run(const dtctl::Request &request) {
     return outcome_of([&](std::FILE *out) {
         dtctl::Progress progress(false);
-        dtctl::Session(request, *dtctl::make_printer(dtctl::Format::json, out), progress).run();
+        const auto printer = dtctl::make_printer({.format = dtctl::Format::json}, out);
+        dtctl::Session(request, *printer, progress).run();
     });
 }
 
