@@ -29,6 +29,8 @@ refuses 2 "not a number" collect --device 127.0.0.1 --watch nan
 refuses 2 "excludes" fcm --html --json /dev/null
 refuses 1 "cannot read /nowhere: No such" fcm /nowhere
 refuses 1 "cannot read /: Is a directory" fcm /
+refuses 1 "cannot read /: Is a directory" decode /
+refuses 2 "--timeout: 0 is not within 0.1 to 86400" collect --device 127.0.0.1 --timeout 0
 refuses 1 "cannot read /nowhere" config /nowhere
 refuses 1 "cannot read /dev/zero: File too large" config /dev/zero
 refuses 4 "192.0.2.1" config --bind 192.0.2.1 --port 0 /dev/null
@@ -52,6 +54,9 @@ ln -s "$log" "$work/link"
 refuses 1 "link: it is the file to be read" fcm "$log" --output "$work/link"
 refuses 1 "it is the file to be read" fcm - --output "$log" <"$log"
 refuses 1 "cannot read /nowhere: No such" fcm /nowhere --output "$log"
+printf old >"$work/out"
+refuses 4 "does not answer" collect --device 127.0.0.1 --device-port 1 --output "$work/out"
+[ "$(cat "$work/out")" = old ] || { echo "a device that is not there costs a file" && failed=1; }
 for format in --html --csv; do "$dtctl" fcm "$log" $format --output "$work/out"; done
 "$dtctl" fcm "$log" --csv | cmp - "$work/out" || failed=1
 

@@ -57,6 +57,14 @@ TEST(Decode, PiecesAreJoined) {
                                message(2, bytes(0x84, 0, 1, 2, text.substr(2018)) + an_int) + end;
     EXPECT_EQ(story(stream),
               start_story + "disk 0/1/2 4 " + text + "|disk 0/2/3 1 4294967291|6 2 2654");
+    for (const size_t limit : {2499U, 2500U}) {
+        dt::decode::Sink sink;
+        dt::decode::Decoder decoder(sink, limit);
+        EXPECT_EQ(decoder.feed(
+                      std::span(reinterpret_cast<const uint8_t *>(stream.data()), stream.size())),
+                  limit == 2500);
+        EXPECT_EQ(decoder.position().message, limit == 2500 ? 7u : 5u);
+    }
 }
 
 // What was complete before a break has been delivered, and nothing behind it is.

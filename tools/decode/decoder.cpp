@@ -208,6 +208,9 @@ bool Decoder::accept(Value value, bool complete, size_t at) {
         value = std::move(*open_);
         open_.reset();
     }
+    if (value.bytes.size() > max_value_) {
+        return fail(at, fmt::format("the {} is longer than {} bytes", describe(value), max_value_));
+    }
     if (complete) {
         deliver(std::move(value));
     } else {

@@ -22,17 +22,28 @@ struct Totals {
     uint64_t bytes = 0;    // taken from the stream, those of unfinished messages included
 };
 
+// A message's number, 1 for the first that arrived on the connection, and a byte within it, 0 for
+// the first one of its header.
+struct Position {
+    uint64_t message;
+    size_t offset;
+};
+
+inline constexpr size_t default_max_value = size_t{64} * 1024 * 1024;
+
 // A run is an opening message, at most one directory directly behind it, data messages, and an
 // empty data message as its end. The decoder checks all of that, and every size and tag inside.
 // Values reach the sink as they complete, so what came before a break has been delivered and
 // stays valid.
 //
-// Memory: one message, the directory, and the pieces received of the one value that is open.
+// Memory: one message, the directory, and the pieces received of the one value that is open, which
+// breaks the format when they exceed the largest value.
 // No input makes it throw; running out of memory and the sink's own exceptions pass through.
 class Decoder {
 public:
-    // sink must outlive the decoder.
-    explicit Decoder(Sink &sink) : sink_(sink) {}
+    // sink must outlive the decoder. max_value: bytes in the longest string or buffer.
+    explicit Decoder(Sink &sink, size_t max_value = default_max_value)
+        : sink_(sink), max_value_(max_value) {}
 
     // Takes the next bytes of the stream; how the stream is cut into calls makes no difference.
     // Returns false once the format is broken; bytes behind the break are ignored.
@@ -48,15 +59,13 @@ public:
 
     const Totals &totals() const { return totals_; }
 
+    // Where the next byte of the stream belongs.
+    Position position() const { return here(held_); }
+
     // The opening message, once it has arrived.
     const std::optional<Opening> &opening() const { return opening_; }
 
 private:
-    struct Position {
-        uint64_t message;
-        size_t offset;
-    };
-
     size_t take(std::span<const uint8_t> bytes);
     bool check_header();
     bool check_order(uint32_t type);
@@ -74,6 +83,7 @@ private:
     bool fail(Position where, std::string reason);
 
     Sink &sink_;
+    size_t max_value_;
     Totals totals_;
     std::optional<Break> broken_;
 

@@ -1,6 +1,7 @@
 // The numbers of the collection's wire, each once. All integers are little-endian and unaligned.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -32,5 +33,13 @@ inline constexpr size_t frame_size = 13;
 
 // The string frame that says whose results follow in a self-test run; section and key are 0.
 inline constexpr uint32_t selftest_index = 0xFFFF;
+
+// Four bytes a word.
+template <size_t N> std::array<uint8_t, 4 * N> packed(const uint32_t (&words)[N]) {
+    std::array<uint8_t, 4 * N> bytes{};
+    for (size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<uint8_t>(words[i / 4] >> (8 * (i % 4)));
+    return bytes;
+}
 
 } // namespace dt::decode::wire

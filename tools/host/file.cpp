@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <cerrno>
@@ -17,8 +18,14 @@ namespace {
 constexpr size_t max_whole_file = size_t{16} * 1024 * 1024;
 
 Fd checked(int descriptor, const std::string &path) {
-    if (descriptor < 0) report_unreadable(path);
-    return Fd(descriptor);
+    Fd file(descriptor);
+    struct stat about {};
+    if (!file || ::fstat(descriptor, &about) != 0) report_unreadable(path);
+    if (S_ISDIR(about.st_mode)) {
+        errno = EISDIR;
+        report_unreadable(path);
+    }
+    return file;
 }
 
 Fd open_file(const std::string &path) {

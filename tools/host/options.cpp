@@ -1,14 +1,20 @@
 #include "host/options.h"
 
-#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
-#include <cmath>
+#include <string>
 
 namespace dtctl {
 
-std::chrono::milliseconds milliseconds_of(const std::string &option, double seconds) {
-    if (std::isnan(seconds)) throw CLI::ValidationError(option, "not a number");
-    return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+// CLI::Range lets "nan" pass, and says 0.100000.
+void limit(CLI::Option &option, double low, double high) {
+    const auto check = [low, high](const std::string &text) -> std::string {
+        double number = 0;
+        if (!CLI::detail::lexical_cast(text, number) || number != number) return "not a number";
+        if (number >= low && number <= high) return "";
+        return fmt::format("{} is not within {} to {}", text, low, high);
+    };
+    option.check(CLI::Validator(check, fmt::format("{} to {}", low, high)));
 }
 
 } // namespace dtctl

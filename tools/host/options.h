@@ -1,13 +1,20 @@
-// What options on a command line mean.
+// Options on a command line.
 #pragma once
 
-#include <chrono>
-#include <string>
+#include <CLI/CLI.hpp>
 
 namespace dtctl {
 
-// The value of an option in seconds, rounded up. Throws CLI::ValidationError for what is no number,
-// which a range lets pass.
-std::chrono::milliseconds milliseconds_of(const std::string &option, double seconds);
+// The option takes numbers within the limits, which help and errors show plainly.
+void limit(CLI::Option &option, double low, double high);
+
+// Adds an option whose value is a number.
+template <typename Number> CLI::Option &add_number(CLI::App &command, const char *name,
+                                                   const char *type, Number &number, double low,
+                                                   double high, const char *help) {
+    CLI::Option &option = *command.add_option(name, number, help)->type_name(type);
+    limit(option, low, high);
+    return option;
+}
 
 } // namespace dtctl

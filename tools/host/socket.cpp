@@ -30,21 +30,36 @@ template <typename Call> int with_address(sockaddr_in &address, Call call) {
     return call(reinterpret_cast<sockaddr *>(&address), &length);
 }
 
-} // namespace
+[[noreturn]] void report_unknown(const std::string &host, const char *reason) {
+    throw Failure(Exit::unreachable,
+                  fmt::format("no IPv4 address for '{}': {}", escape(host), reason));
+}
 
-sockaddr_in resolve(const std::string &host, uint16_t port) {
+sockaddr_in look_up(const std::string &name) {
     addrinfo hints{};
     hints.ai_family = AF_INET;
     hints.ai_socktype = SOCK_DGRAM;
     addrinfo *found = nullptr;
-    const int error = ::getaddrinfo(host.c_str(), nullptr, &hints, &found);
-    if (error != 0) {
-        throw Failure(Exit::unreachable, fmt::format("no IPv4 address for '{}': {}", escape(host),
-                                                     ::gai_strerror(error)));
-    }
+    const int error = ::getaddrinfo(name.c_str(), nullptr, &hints, &found);
+    if (error != 0) report_unknown(name, ::gai_strerror(error));
     const std::unique_ptr<addrinfo, void (*)(addrinfo *)> owner(found, ::freeaddrinfo);
     sockaddr_in address{};
     std::memcpy(&address, found->ai_addr, sizeof(address));
+    return address;
+}
+
+} // namespace
+
+sockaddr_in resolve(const std::string &host, uint16_t port) {
+    sockaddr_in address{};
+    in_addr loose{};
+    if (::inet_pton(AF_INET, host.c_str(), &address.sin_addr) == 1) {
+        address.sin_family = AF_INET;
+    } else if (::inet_aton(host.c_str(), &loose) != 0) {
+        report_unknown(host, "an address has four decimal numbers");
+    } else {
+        address = look_up(host);
+    }
     address.sin_port = htons(port);
     return address;
 }

@@ -11,7 +11,8 @@
 
 namespace dtctl {
 
-// The first IPv4 address of a name or of a dotted address.
+// The first IPv4 address of a name or of a dotted address: four decimal numbers, and none of the
+// other ways to write one ("127.1", "0x7f.0.0.1").
 sockaddr_in resolve(const std::string &host, uint16_t port);
 
 std::string address_text(const sockaddr_in &address);

@@ -255,9 +255,9 @@ def check_hostile():
 
 # ---- captures that are not whole
 
-def replayed(path, status):
+def replayed(path, status, *options):
     """What dtctl decode prints of a capture behind the heading, and what it says."""
-    done = subprocess.run([DTCTL, "decode", path, "--csv", "--times"], capture_output=True, text=True)
+    done = subprocess.run([DTCTL, "decode", path, "--csv", "--times", *options], capture_output=True, text=True)
     expect("status", done.returncode, status)
     return done.stdout.splitlines()[1:], done.stderr
 
@@ -278,6 +278,12 @@ def check_replay():
     expect("a run that lacks a piece", replayed(path, 5), ([first], (
         "dtctl: run 1 in the capture, from 10.0.0.9: message 4, byte 0: the stream ends without the empty "
         "data message that ends a run (the capture lacks what follows)\n")))
+    piece = message(2, struct.pack("<BIIIH", 4, 0, 0, 7, 1009) + bytes(1009))
+    pieces = [tcp(piece, 17 + i * len(piece), 42000) for i in range(1040)]  # more than 1 MiB
+    write_capture(path, [(one, 65535) for one in [tcp(message(0, b"\xA1\2\0\0"), 1, 42000)] + pieces])
+    assert "the last piece of the buffer" in replayed(path, 5)[1]
+    assert "message 1041, byte 12: the buffer of index 0, section 0, key 7 is longer than 1048576 bytes" in \
+        replayed(path, 5, "--max-value", "1")[1]
     write_capture(path, [])
     assert "no collection in this capture" in replayed(path, 5)[1]
     path.write_bytes(b"no capture")

@@ -22,6 +22,8 @@ namespace {
 struct Options {
     Request request;
     double timeout = 10;
+    double deadline = 0;
+    size_t max_value = default_mebibytes;
     double watch = 0; // seconds from run to run; 0: one run
     OutputOptions output;
 };
@@ -30,8 +32,11 @@ constexpr const char *behaviour_help =
     R"(The command goes out as one datagram that may get lost, and a device that is busy
 answers late. So it is repeated at even steps of the time-out until the device connects.
 A device that got it twice tries a second run later, finds nobody listening, and notes
-that in its log; --resend 0 sends it once only. A device that connects from another
-address than --device is turned away.)";
+that in its log; --resend 0 sends it once only.
+
+Who connects from another address than --device is turned away. A device that has several
+and answers from another one is taken with --any-address: its first message must carry the
+number of the command, --sequence, for which dtctl then chooses one unless it is given.)";
 
 constexpr const char *watch_help = R"(
 
@@ -69,8 +74,10 @@ void try_run(const Request &request, Printer &printer) {
 
 void run(const Options &options) {
     Request request = options.request;
-    request.timeout = milliseconds_of("--timeout", options.timeout);
-    const auto interval = milliseconds_of("--watch", options.watch);
+    request.timeout = milliseconds_of(options.timeout);
+    request.deadline = milliseconds_of(options.deadline);
+    request.max_value = options.max_value << 20;
+    const auto interval = milliseconds_of(options.watch);
     const Stream out = open_output(options.output.path);
     const auto printer = make_printer(options.output, out.get());
     if (options.watch > 0) watch(request, *printer, interval);
@@ -84,36 +91,28 @@ std::shared_ptr<Options> add_session_options(CLI::App &command) {
     command.add_option("--device", request.device, "The device's IPv4 address or name")
         ->type_name("ADDRESS")
         ->required();
-    command
-        .add_option("--device-port", request.device_port,
-                    "UDP port on which the device takes commands")
-        ->type_name("PORT")
-        ->check(CLI::Range(1, 65535))
-        ->capture_default_str();
-    command
-        .add_option("--listen", request.listen,
-                    "TCP port for the device's connection; 0: any free one")
-        ->type_name("PORT")
-        ->check(CLI::Range(0, 65535))
-        ->capture_default_str();
-    command
-        .add_option("--sequence", request.sequence,
-                    "Number of the run's first message; 0: the device counts")
-        ->type_name("N")
-        ->check(CLI::Range(0, INT_MAX))
-        ->capture_default_str();
-    command
-        .add_option("--timeout", options->timeout,
-                    "Longest silence of the device; a slow collector is silent too")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.1, 86400.0))
-        ->capture_default_str();
-    command
-        .add_option("--resend", request.resend,
-                    "How often the command is repeated while nobody connects")
-        ->type_name("N")
-        ->check(CLI::Range(0, 100))
-        ->capture_default_str();
+    add_number(command, "--device-port", "PORT", request.device_port, 1, 65535,
+               "UDP port on which the device takes commands")
+        .capture_default_str();
+    command.add_flag("--any-address", request.any_address,
+                     "Take the device's connection from any address, by the command's number");
+    add_number(command, "--listen", "PORT", request.listen, 0, 65535,
+               "TCP port for the device's connection; 0: any free one")
+        .capture_default_str();
+    add_number(command, "--sequence", "N", request.sequence, 0, INT_MAX,
+               "Number of the run's first message; 0: the device counts")
+        .capture_default_str();
+    add_number(command, "--timeout", "SECONDS", options->timeout, 0.1, 86400,
+               "Longest wait for each whole message; a slow collector makes it long")
+        .capture_default_str();
+    add_number(command, "--deadline", "SECONDS", options->deadline, 0.1, 604800,
+               "Longest run, from the command to its end; unlimited unless given");
+    add_number(command, "--resend", "N", request.resend, 0, 100,
+               "How often the command is repeated while nobody connects")
+        .capture_default_str();
+    add_number(command, "--max-value", "MIB", options->max_value, 1, max_mebibytes,
+               "Longest string or buffer")
+        .capture_default_str();
     add_output_options(command, options->output);
     add_times_option(command, options->output);
     command.callback([options] { run(*options); });
@@ -130,15 +129,11 @@ std::string footer(const char *examples, const char *more = "") {
 void add_collect(CLI::App &app) {
     CLI::App &command = *app.add_subcommand("collect", "Ask a device for its data and print it");
     const auto options = add_session_options(command);
-    command.add_option("--command", options->request.command, "The number that the collectors get")
-        ->type_name("0|1|2")
-        ->check(CLI::Range(0, 2))
-        ->capture_default_str();
-    command
-        .add_option("--watch", options->watch,
-                    "Repeat, from run to run so many seconds, until interrupted")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.1, 604800.0));
+    add_number(command, "--command", "N", options->request.command, 0, 2,
+               "The number that the collectors get")
+        .capture_default_str();
+    add_number(command, "--watch", "SECONDS", options->watch, 0.1, 604800,
+               "Repeat, from run to run so many seconds, until interrupted");
     command.footer(footer("dtctl collect --device 192.168.1.20\n"
                           "  dtctl collect --device pump7.local --json --output data.jsonl\n"
                           "  dtctl collect --device 192.168.1.20 --watch 60 --times --csv",

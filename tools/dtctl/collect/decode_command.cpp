@@ -2,6 +2,7 @@
 #include "dtctl/collect/commands.h"
 #include "dtctl/collect/replay.h"
 #include "dtctl/output/options.h"
+#include "host/options.h"
 
 #include <CLI/CLI.hpp>
 
@@ -13,6 +14,7 @@ namespace {
 
 struct Options {
     std::string path;
+    size_t max_value = default_mebibytes;
     OutputOptions output;
 };
 
@@ -29,7 +31,7 @@ one breaks its format or lacks a piece (values before that are printed).)";
 
 void run(const Options &options) {
     const Stream out = open_output(options.output.path, options.path);
-    replay(options.path, *make_printer(options.output, out.get()));
+    replay(options.path, options.max_value << 20, *make_printer(options.output, out.get()));
 }
 
 } // namespace
@@ -40,6 +42,9 @@ void add_decode(CLI::App &app) {
     command.add_option("FILE", options->path, "The capture; -: standard input")
         ->type_name("")
         ->required();
+    add_number(command, "--max-value", "MIB", options->max_value, 1, max_mebibytes,
+               "Longest string or buffer")
+        .capture_default_str();
     add_output_options(command, options->output);
     add_times_option(command, options->output);
     command.callback([options] { run(*options); });

@@ -26,12 +26,12 @@ std::string dotted(uint32_t address) {
 
 class Replay {
 public:
-    explicit Replay(Printer &printer) : printer_(printer) {}
+    Replay(size_t max_value, Printer &printer) : max_value_(max_value), printer_(printer) {}
 
     void take(const Collected &collected) {
         ++runs_;
         printer_.start(dotted(collected.flow.source), collected.begun);
-        dt::decode::Decoder decoder(printer_);
+        dt::decode::Decoder decoder(printer_, max_value_);
         const std::string &bytes = collected.bytes;
         decoder.feed({reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size()});
         if (decoder.finish()) return printer_.end();
@@ -54,6 +54,7 @@ public:
     }
 
 private:
+    size_t max_value_;
     Printer &printer_;
     uint64_t runs_ = 0;
     std::optional<std::string> trouble_; // the last
@@ -70,9 +71,9 @@ void take_frame(const Frame &frame, Streams &streams) {
 
 } // namespace
 
-void replay(const std::string &path, Printer &printer) {
-    Replay replay(printer);
-    Streams streams([&](const Collected &collected) { replay.take(collected); });
+void replay(const std::string &path, size_t max_value, Printer &printer) {
+    Replay replay(max_value, printer);
+    Streams streams(max_value, [&](const Collected &collected) { replay.take(collected); });
     try {
         read_capture(path, [&](const Frame &frame) { take_frame(frame, streams); });
     } catch (const Failure &failure) {

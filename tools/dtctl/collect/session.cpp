@@ -12,68 +12,79 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <random>
 #include <utility>
+#include <vector>
 
 namespace dtctl {
 namespace {
 
 namespace wire = dt::decode::wire;
 
-using CommandDatagram = std::array<uint8_t, wire::command_size>;
-
-CommandDatagram command_datagram(const Request &request, uint16_t port) {
-    const uint32_t words[] = {wire::command_size, request.command, request.sequence, port};
-    CommandDatagram datagram{};
-    for (size_t i = 0; i < datagram.size(); ++i) {
-        datagram[i] = static_cast<uint8_t>(words[i / 4] >> (8 * (i % 4)));
-    }
-    return datagram;
+// Not 0, by which the device would count on its own.
+uint32_t any_number() {
+    std::random_device random;
+    return std::uniform_int_distribution<uint32_t>(1, INT32_MAX)(random);
 }
 
 } // namespace
 
 Session::Session(Request request, Printer &printer, Progress &progress)
-    : request_(std::move(request)), printer_(printer), progress_(progress), decoder_(printer) {}
+    : request_(std::move(request)), printer_(printer), progress_(progress),
+      decoder_(printer, request_.max_value) {}
 
 void Session::run() {
+    if (request_.deadline.count() != 0) deadline_ = Clock::now() + request_.deadline;
+    if (request_.any_address && request_.sequence == 0) request_.sequence = any_number();
     device_ = resolve(request_.device, request_.device_port);
-    // The device connects as soon as it has the command: the port is open before it goes out.
-    Fd listener = listen_on(request_.listen);
-    Fd command = connect_udp(device_);
-    const Fd connection = wait_for_device(listener, command);
-    // Copies of the command that are still under way must find nobody to talk to.
-    listener = Fd();
-    command = Fd();
+    Caller device;
+    {
+        // The device connects as soon as it has the command: the port is open before it goes out.
+        // Copies of the command that are still under way must find nobody to talk to.
+        Callers callers(request_.listen, {device_, request_.any_address, request_.sequence},
+                        progress_);
+        device = wait_for_device(callers, connect_udp(device_));
+    }
+    device_ = device.address;
     printer_.start(address_text(device_), std::time(nullptr));
-    receive(connection);
+    receive(device.connection);
 }
 
 // Sends the command, and again at even steps of the time-out, until the device connects.
-Fd Session::wait_for_device(const Fd &listener, const Fd &command) {
-    const uint16_t port = local_port(listener);
+Caller Session::wait_for_device(Callers &callers, const Fd &command) {
     const auto begin = Clock::now();
     const auto step = request_.timeout / (request_.resend + 1);
     for (unsigned sent = 0; sent <= request_.resend; ++sent) {
-        send_command(command, port);
+        send_command(command, callers.port());
         const auto until =
             sent == request_.resend ? begin + request_.timeout : begin + step * (sent + 1);
-        do {
-            pollfd entries[] = {{listener.get(), POLLIN, 0}, {command.get(), POLLIN, 0}};
-            if (::poll(entries, 2, milliseconds_until(until)) < 0) continue;
-            if (Fd connection = take_connection(listener)) return connection;
-            if (entries[1].revents != 0) check_refusal(command);
-        } while (Clock::now() < until);
+        Caller device = wait_for_caller(callers, command, std::min(until, deadline_));
+        if (device.connection) return device;
+        if (Clock::now() >= deadline_) report_late("the run is not over", request_.deadline);
     }
     report_silence();
 }
 
 void Session::send_command(const Fd &command, uint16_t port) {
-    const CommandDatagram datagram = command_datagram(request_, port);
+    const auto datagram =
+        wire::packed<4>({wire::command_size, request_.command, request_.sequence, port});
     if (::send(command.get(), datagram.data(), datagram.size(), 0) >= 0) return;
     if (would_block(errno)) return; // as good as lost on the way
     throw Failure(Exit::unreachable,
                   fmt::format("cannot send to {} port {}: {}", address_text(device_),
                               request_.device_port, std::strerror(errno)));
+}
+
+Caller Session::wait_for_caller(Callers &callers, const Fd &command, Clock::time_point until) {
+    do {
+        std::vector<pollfd> entries = callers.entries();
+        entries.push_back({command.get(), POLLIN, 0});
+        if (::poll(entries.data(), entries.size(), milliseconds_until(until)) < 0) continue;
+        Caller device = callers.choose(std::span(entries).first(entries.size() - 1));
+        if (device.connection) return device;
+        if (entries.back().revents != 0) check_refusal(command);
+    } while (Clock::now() < until);
+    return {};
 }
 
 // The command socket gets readable when the network answers that nobody is there.
@@ -85,20 +96,11 @@ void Session::check_refusal(const Fd &command) {
                               request_.device_port, std::strerror(errno)));
 }
 
-Fd Session::take_connection(const Fd &listener) {
-    sockaddr_in peer{};
-    Fd connection = accept_from(listener, peer);
-    if (!connection) return connection;
-    if (peer.sin_addr.s_addr == device_.sin_addr.s_addr) return connection;
-    progress_.note(
-        fmt::format("a connection from {} was turned away: not the device", address_text(peer)));
-    return Fd();
-}
-
 void Session::receive(const Fd &connection) {
     std::array<uint8_t, 16'384> buffer;
+    due_ = Clock::now() + request_.timeout;
     for (;;) {
-        if (!wait_for(connection, POLLIN, Clock::now() + request_.timeout)) report_silence();
+        wait(connection, POLLIN);
         const ssize_t count = ::recv(connection.get(), buffer.data(), buffer.size(), 0);
         if (count < 0 && (would_block(errno) || errno == EINTR)) continue;
         if (count <= 0) return end_of_stream(count < 0 ? errno : 0);
@@ -106,15 +108,28 @@ void Session::receive(const Fd &connection) {
     }
 }
 
+void Session::wait(const Fd &connection, short events) const {
+    const bool ready = wait_for(connection, events, std::min(due_, deadline_));
+    if (Clock::now() >= deadline_) report_late("the run is not over", request_.deadline);
+    if (!ready) report_silence();
+}
+
 // A message is acknowledged when what it completed has been printed.
 void Session::take(const Fd &connection, std::span<const uint8_t> bytes) {
     const bool opened = decoder_.opening().has_value();
+    const uint64_t messages = decoder_.totals().messages;
     progress_.clear();
     const bool good = decoder_.feed(bytes);
     printer_.flush();
     progress_.update(decoder_.totals());
     if (!good) report_break("");
     if (!opened && decoder_.opening()) check_number(decoder_.opening()->sequence);
+    // Whole messages put off the time-out, single bytes do not.
+    if (decoder_.totals().messages != messages) {
+        due_ = Clock::now() + request_.timeout;
+    } else if (Clock::now() >= due_) {
+        report_silence();
+    }
     acknowledge(connection);
 }
 
@@ -132,7 +147,7 @@ void Session::acknowledge(const Fd &connection) {
     while (acknowledged_ < decoder_.totals().messages) {
         const ssize_t sent = ::send(connection.get(), &acknowledgement, 1, MSG_NOSIGNAL);
         if (sent < 0 && would_block(errno)) {
-            if (!wait_for(connection, POLLOUT, Clock::now() + request_.timeout)) report_silence();
+            wait(connection, POLLOUT);
             continue;
         }
         ++acknowledged_;
@@ -152,10 +167,18 @@ void Session::report_break(const std::string &cause) const {
 }
 
 void Session::report_silence() const {
-    const std::chrono::duration<double> seconds = request_.timeout;
-    throw Failure(Exit::timeout,
-                  fmt::format("nothing from {} for {} s, after {} messages", address_text(device_),
-                              seconds.count(), decoder_.totals().messages));
+    const bool inside = decoder_.position().offset != 0;
+    report_late(inside ? "the message is not whole" : "nothing from " + address_text(device_),
+                request_.timeout);
+}
+
+// Names the place once the device has connected.
+void Session::report_late(const std::string &cause, Clock::duration limit) const {
+    const auto [message, offset] = decoder_.position();
+    const std::string place =
+        due_ == Clock::time_point() ? "" : fmt::format("message {}, byte {}: ", message, offset);
+    throw Failure(Exit::timeout, fmt::format("{}{} after {} s", place, cause,
+                                             std::chrono::duration<double>(limit).count()));
 }
 
 } // namespace dtctl

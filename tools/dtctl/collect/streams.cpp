@@ -43,7 +43,7 @@ void Streams::take(const Segment &segment, std::time_t when) {
         const std::string &bytes = open.collected.bytes;
         if (!may_be_collection(bytes)) {
             open_.erase(found);
-        } else if (open.end && bytes.size() >= *open.end) {
+        } else if (breaks(open) || (open.end && bytes.size() >= *open.end)) {
             finish(segment.flow);
         }
     }
@@ -80,7 +80,7 @@ void Streams::add(Open &open, const Segment &segment) {
     const auto position = static_cast<uint64_t>(at);
     const std::string_view piece = text_of(segment.payload);
     if (segment.ends) open.end = position + piece.size();
-    if (!join(bytes, position, piece) && open.early_size < max_early) {
+    if (!join(bytes, position, piece) && !piece.empty() && open.early_size < max_early) {
         std::string &early = open.early[position];
         if (early.size() < piece.size()) {
             open.early_size += piece.size() - early.size();
@@ -95,13 +95,24 @@ void Streams::add(Open &open, const Segment &segment) {
     }
 }
 
+bool Streams::breaks(Open &open) const {
+    const std::string_view bytes = open.collected.bytes;
+    if (bytes.size() < signature.size()) return false;
+    if (!open.check) open.check = std::make_unique<Check>(max_value_);
+    const std::string_view fresh = bytes.substr(open.check->decoder.totals().bytes);
+    return !open.check->decoder.feed(
+        {reinterpret_cast<const uint8_t *>(fresh.data()), fresh.size()});
+}
+
 void Streams::finish(const Flow &flow) {
     auto node = open_.extract(flow);
     if (node.empty()) return;
     Open &open = node.mapped();
     Collected &collected = open.collected;
     ended_[flow] = open.first;
-    collected.incomplete = !open.early.empty() || (open.end && *open.end > collected.bytes.size());
+    const bool broken = open.check && open.check->decoder.broken();
+    const bool lacking = !open.early.empty() || (open.end && *open.end > collected.bytes.size());
+    collected.incomplete = lacking && !broken;
     if (collected.bytes.size() >= signature.size()) done_(collected);
 }
 

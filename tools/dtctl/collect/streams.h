@@ -2,12 +2,14 @@
 // repeated, overlapping, out of order, or missing.
 #pragma once
 
+#include "decode/decoder.h"
 #include "dtctl/collect/packet.h"
 
 #include <cstdint>
 #include <ctime>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -25,8 +27,9 @@ class Streams {
 public:
     using Done = std::function<void(const Collected &)>;
 
-    // done gets each collection when its connection ends.
-    explicit Streams(Done done) : done_(std::move(done)) {}
+    // done gets each collection when its connection ends. Of one with a longer value than max_value
+    // bytes, or that breaks its format otherwise, nothing behind the break is kept.
+    Streams(size_t max_value, Done done) : max_value_(max_value), done_(std::move(done)) {}
 
     // A connection is a collection when its first bytes are those of an opening message; of any
     // other nothing is kept. One whose beginning was not captured begins at such bytes.
@@ -36,6 +39,13 @@ public:
     void end();
 
 private:
+    // Decodes for nothing but to know where the format breaks.
+    struct Check {
+        explicit Check(size_t max_value) : decoder(sink, max_value) {}
+        dt::decode::Sink sink;
+        dt::decode::Decoder decoder;
+    };
+
     struct Open {
         Collected collected;
         uint32_t first = 0;                    // the sequence number of the first byte
@@ -43,13 +53,16 @@ private:
         size_t early_size = 0;
         std::optional<uint64_t> end; // the position behind the last byte
         uint64_t number = 0;         // in the order of beginning
+        std::unique_ptr<Check> check;
     };
     using Streamed = std::map<Flow, Open>;
 
     void begin(const Segment &segment, std::time_t when);
     void finish(const Flow &flow);
+    bool breaks(Open &open) const;
     static void add(Open &open, const Segment &segment);
 
+    size_t max_value_;
     Done done_;
     Streamed open_;
     std::map<Flow, uint32_t> ended_; // and its first sequence number

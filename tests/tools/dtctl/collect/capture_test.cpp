@@ -1,13 +1,14 @@
 // Captures: frames of every kind, and what networks do to segments.
 #include "dtctl/collect/streams.h"
 
+#include "run.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <random>
 #include <vector>
 
-using namespace std::string_literals;
 using dtctl::Flow;
 using dtctl::Segment;
 
@@ -17,10 +18,7 @@ using Texts = std::vector<std::string>;
 
 constexpr unsigned fin = 0x11, syn = 0x02, rst = 0x04, ack = 0x10;
 
-const std::string opening = "\x10\0\0\0\0\0\0\0\x01\0\0\0\xA1\x02\0\0"s;
-const std::string directory = "\x16\0\0\0\x01\0\0\0\x02\0\0\0\0\0\0\0\x04\0pump"s;
-const std::string data = "\x1D\0\0\0\x02\0\0\0\x03\0\0\0\x81\0\0\0\0\0\0\0\0\x07\0\0\0\x64\0\0\0"s;
-const std::string run = opening + directory + data + "\x0C\0\0\0\x02\0\0\0\x04\0\0\0"s;
+const std::string run = opening + directory + data + end;
 
 std::span<const uint8_t> bytes_of(const std::string &text) {
     return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
@@ -97,7 +95,7 @@ struct Piece {
 // The streams that come of some segments; "..." stands for what is missing.
 Texts streams_of(const std::vector<Piece> &pieces) {
     Texts streams;
-    dtctl::Streams all([&](const dtctl::Collected &collected) {
+    dtctl::Streams all(3, [&](const dtctl::Collected &collected) {
         streams.push_back(collected.bytes + (collected.incomplete ? "..." : ""));
     });
     for (const Piece &piece : pieces) {
@@ -137,6 +135,9 @@ TEST(Streams, WhereTheyBeginAndEnd) {
               (Texts{opening, opening})); // the same ports again
     EXPECT_EQ(streams_of({{4, syn, ""}, {5, ack, "GET / HTTP"}, {15, fin, ""}, {5, ack, "GET"}}),
               Texts{});
+    const std::string longer = "\x21" + data.substr(1, 11) + "\x03pumppumppump\6\0abcdef"s;
+    EXPECT_EQ(streams_of({{5, ack, opening}, {5 + size, ack, longer}, {38 + size, ack, data}}),
+              Texts{opening + longer}); // nothing behind a break
     EXPECT_EQ(streams_of({{4, syn, ""}, {5, fin, opening.substr(0, 7)}}), Texts{});
 }
 
