@@ -66,27 +66,23 @@ find_place() {
     device=("$bin/examples/device")
     if [ "$mode" = private ]; then
         ip link set lo up
-        ip address add 192.0.2.1/24 dev lo
-        ip route add default dev lo src 192.0.2.1
         if make_root 2>"$work/refused"; then
             device=(chroot "$work/root" "${device[@]}")
             fault_log=$work/root/fcm.log
         fi
-    else
-        device+=(--offline)
     fi
     [ -z "$fault_log" ] && [ -w / ] || return 0
     [ ! -e /fcm.log ] || fail "there is a /fcm.log, which the device would overwrite: please move it away"
     fault_log=/fcm.log
 }
 
+has_server() { grep -q listening "$work/config" 2>/dev/null; }
+
 start_servers_and_device() {
-    : >"$work/config"
-    if [ "$mode" = private ]; then
-        "$bin/tools/dtctl" config examples/settings.ini >"$work/config" 2>&1 &
-        pids+=($!)
-        sleep 0.2
-    fi
+    "$bin/tools/dtctl" config --bind 127.0.0.1 examples/settings.ini >"$work/config" 2>&1 &
+    pids+=($!)
+    while kill -0 $! 2>/dev/null && ! has_server; do sleep 0.1; done
+    has_server || device+=(--offline) # another program would get its questions
     "${device[@]}" >"$console" 2>&1 &
     pids+=($!)
 }
@@ -138,14 +134,9 @@ When it started, the device asked its configuration server for three settings. T
 two of them; for the third the device took its own default, a second later. So a hundred devices get
 their limits from one file.
 END_OF_TEXT
-if [ "$mode" = private ]; then
-    command_line dtctl config examples/settings.ini
-    sed 's/^/  server| /' "$work/config"
-else
-    echo
-    echo "  (Left out: this machine allows no network of the demo's own, and the question must not"
-    echo "  leave the machine. The device took its defaults.)"
-fi
+command_line dtctl config --bind 127.0.0.1 examples/settings.ini
+sed 's/^/  server| /' "$work/config"
+has_server || echo "  (Left out: without its server the device took its defaults.)"
 show_console
 
 step "4 of 5: a visit by the service engineer"
