@@ -101,6 +101,13 @@ programs_by_cmake find -DCMAKE_PREFIX_PATH="$prefix"
 ln -s "$prefix" "$work/moved" # the shell splits what pkg-config prints
 programs_by_pkg_config "$work/moved/lib" ""
 
+say "a build without the packages of dtctl and of the tests"
+cmake -S "$root" -B "$work/less" -D CMAKE_DISABLE_FIND_PACKAGE_fmt=ON \
+    -D CMAKE_DISABLE_FIND_PACKAGE_GTest=ON >"$work/log" || fail "it cannot be made ready"
+grep -q "No dtctl: it needs fmt" "$work/log" && grep -q "No tests: they need GoogleTest" "$work/log" ||
+    fail "it does not say what is left out"
+grep -q "^CMAKE_BUILD_TYPE:STRING=Release" "$work/less/CMakeCache.txt" || fail "it is not optimised"
+
 say "a part of another project, by add_subdirectory"
 programs_by_cmake subdirectory -DLIBDT="$root"
 

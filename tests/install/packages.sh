@@ -4,7 +4,6 @@
 . "$(dirname "$0")/programs.sh"
 packages=$(readlink -f "$1")
 native=$(dpkg --print-architecture)
-architectures="$native armel"
 
 field() { dpkg-deb -f "$packages/$1_${version}_$2.deb" "$3"; }
 
@@ -43,7 +42,7 @@ say "lintian"
     fail "CHANGELOG.md is of another version"
 quietly lintian --fail-on error "$packages"/*.deb
 
-for architecture in $architectures; do
+for architecture in "$native" armel; do
     say "$architecture"
     install_into_root "$architecture"
     check_dependencies "$architecture" "$libdir/libdt.so.1"
