@@ -13,7 +13,9 @@
  *
  * A request is one datagram, "=>config GROUP KEY DEFAULT", in which group, key and default have 988
  * characters together at most. A lookup with more, or with a null group or key, gives its default;
- * nothing is sent, and the next lookup finds everything as it was.
+ * nothing is sent, and the next lookup finds everything as it was. The three are sent as they are,
+ * so leave blanks out of group and key: a server takes the first blank for the end of a group, the
+ * second one for that of a key, and would answer with another setting.
  *
  * An answer is one datagram, the value as text. What is beyond its first zero byte or its 999th
  * character does not count.

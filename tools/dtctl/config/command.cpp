@@ -25,25 +25,27 @@ constexpr const char *behaviour_help =
 Keys before the first group belong to the group with the empty name. In TOML a table within a
 table is a group with a dotted name, as in [net.wan]; numbers are sent in decimal, booleans
 as true and false (which a device that asks for a number reads as 0), and arrays, dates and
-times are refused. Groups and keys have no blanks.
+times are refused, as are more than 1 MiB, dotted names of more than 32 parts or 1,000 bytes,
+and inline tables more than 32 deep. Groups and keys have no blanks.
 
-Each request and its answer is logged on standard output with the local time. A setting that
-is not in the file gets no answer, so the device takes its default a second later; with
---echo-default it gets that default as an answer. A device whose first question stays without
-answer never asks again until it restarts. An empty value counts as no answer, too; of a
-value of more than 999 bytes the first 999 are sent. Malformed requests get no answer.
+A setting that is not in the file gets no answer, so the device takes its default a second
+later; with --echo-default it gets that default as an answer. A device whose first question
+stays without answer never asks again until it restarts. An empty value counts as no answer,
+too; of a value of more than 999 bytes the first 999 are sent. Malformed requests get no
+answer.
+
+Each request and its answer is logged on standard output with the local time: at most 100
+lines or 32 KiB a second, and then how many were left out. When the log cannot be written,
+standard error says so once, and the server goes on without.
 
 SIGHUP reads the file again; what was read before stays when that fails. SIGINT and SIGTERM
 end the server.)";
 
 constexpr const char *exit_help =
-    R"(Exit status: 0 ended by a signal; 1 the file cannot be read or the log not be written;
-2 usage; 4 the address or port cannot be listened on; 5 the file breaks its format.)";
+    R"(Exit status: 0 ended by a signal; 1 the file cannot be read; 2 usage; 4 the address or port
+cannot be listened on; 5 the file breaks its format.)";
 
-void run(const ConfigOptions &options) {
-    Output log(stdout);
-    ConfigServer(options, log).run();
-}
+void run(const ConfigOptions &options) { ConfigServer(options, stdout).run(); }
 
 } // namespace
 

@@ -8,6 +8,7 @@ namespace dtctl {
 namespace {
 
 constexpr std::string_view request_word = "=>config ";
+constexpr size_t shown_of_malformed = 100;
 
 struct ConfigRequest {
     std::string group;
@@ -35,7 +36,6 @@ const char *parse(std::string_view bytes, size_t size, ConfigRequest &request) {
     const auto group = take_word(bytes);
     const auto key = take_word(bytes);
     if (!group || !key) return "a blank is missing";
-    if (key->empty()) return "no key";
     request = {*group, *key, std::string(bytes)};
     return nullptr;
 }
@@ -57,7 +57,7 @@ ConfigAnswer answer_config(std::string_view bytes, size_t size, const Settings &
     ConfigRequest request;
     if (const char *reason = parse(bytes, size, request)) {
         return {std::nullopt, fmt::format("malformed, no answer: {}: {} ({} bytes)", reason,
-                                          quoted(bytes), size)};
+                                          quoted(bytes.substr(0, shown_of_malformed)), size)};
     }
     const std::string asked = fmt::format("{} {}, default {}", quoted(request.group),
                                           quoted(request.key), quoted(request.fallback));

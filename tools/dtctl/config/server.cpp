@@ -4,7 +4,6 @@
 #include "host/failure.h"
 #include "host/text.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <poll.h>
@@ -14,9 +13,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstring>
+#include <exception>
 #include <utility>
 
 namespace dtctl {
@@ -33,12 +32,8 @@ Fd take_over_signals() {
     return signals;
 }
 
-std::string time_text() {
-    const auto now = std::chrono::system_clock::now();
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
-    const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(now - seconds);
-    return fmt::format("{:%F %T}.{:03}",
-                       fmt::localtime(std::chrono::system_clock::to_time_t(seconds)), rest.count());
+std::string count_text(const Settings &settings) {
+    return fmt::format("{} setting{}", settings.size(), settings.size() == 1 ? "" : "s");
 }
 
 std::string endpoint_text(const sockaddr_in &address) {
@@ -47,23 +42,25 @@ std::string endpoint_text(const sockaddr_in &address) {
 
 } // namespace
 
-ConfigServer::ConfigServer(ConfigOptions options, Output &log)
+ConfigServer::ConfigServer(ConfigOptions options, std::FILE *log)
     : options_(std::move(options)), log_(log), settings_(load_settings(options_.path)),
       signals_(take_over_signals()), socket_(bind_udp(options_.address, options_.port)) {}
 
 void ConfigServer::run() {
-    note(fmt::format("listening on {} port {}, {} settings", escape(options_.address), port(),
-                     settings_.size()));
+    log_.say(fmt::format("listening on {} port {}, {}", escape(options_.address), port(),
+                         count_text(settings_)));
     while (pass()) {
     }
-    note("stopped");
+    log_.catch_up(Clock::time_point::max());
+    log_.say("stopped");
 }
 
 // Takes one signal and one request at most, so that neither keeps the other waiting; false to end.
 // Signals are looked for in any case: one that was sent before a request counts before it.
 bool ConfigServer::pass() {
     pollfd entries[] = {{signals_.get(), POLLIN, 0}, {socket_.get(), POLLIN, 0}};
-    if (::poll(entries, 2, -1) < 0) return true; // interrupted
+    if (::poll(entries, 2, log_.milliseconds_left()) < 0) return true; // interrupted
+    log_.catch_up(Clock::now());
     if (!take_signal()) return false;
     if (entries[1].revents != 0) take_request();
     return true;
@@ -80,9 +77,9 @@ bool ConfigServer::take_signal() {
 void ConfigServer::reload() {
     try {
         settings_ = load_settings(options_.path);
-        note(fmt::format("read again, {} settings", settings_.size()));
-    } catch (const Failure &failure) {
-        note(fmt::format("the settings stay as they were: {}", failure.what()));
+        log_.say("read again, " + count_text(settings_));
+    } catch (const std::exception &failure) { // no memory is no reason to end either
+        log_.say(fmt::format("the settings stay as they were: {}", failure.what()));
     }
 }
 
@@ -101,7 +98,7 @@ void ConfigServer::take_request() {
     ConfigAnswer answer = answer_config({buffer.data(), std::min(count, buffer.size())}, count,
                                         settings_, options_.echo_default);
     if (answer.datagram) send_answer(*answer.datagram, peer, answer.log);
-    note(fmt::format("{}: {}", endpoint_text(peer), answer.log));
+    log_.add(fmt::format("{}: {}", endpoint_text(peer), answer.log), Clock::now());
 }
 
 void ConfigServer::send_answer(const std::string &datagram, const sockaddr_in &peer,
@@ -109,11 +106,6 @@ void ConfigServer::send_answer(const std::string &datagram, const sockaddr_in &p
     if (::sendto(socket_.get(), datagram.data(), datagram.size(), 0,
                  reinterpret_cast<const sockaddr *>(&peer), sizeof(peer)) < 0)
         log += fmt::format(", but it was not sent: {}", std::strerror(errno));
-}
-
-void ConfigServer::note(const std::string &text) {
-    log_.put(fmt::format("{} {}\n", time_text(), text));
-    log_.flush();
 }
 
 } // namespace dtctl

@@ -1,11 +1,12 @@
 // Answers configuration requests until it is told to stop.
 #pragma once
 
+#include "dtctl/config/log.h"
 #include "dtctl/config/settings.h"
-#include "dtctl/output/output.h"
 #include "host/socket.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace dtctl {
@@ -21,10 +22,10 @@ class ConfigServer {
 public:
     // Reads the settings and opens the port; throws Failure. SIGHUP, SIGINT and SIGTERM are blocked
     // from then on in this thread and those that it starts. log must outlive the server.
-    ConfigServer(ConfigOptions options, Output &log);
+    ConfigServer(ConfigOptions options, std::FILE *log);
 
     // Returns on SIGINT and SIGTERM. SIGHUP reads the settings again; those that were there stay
-    // when that fails. Throws Failure when the log cannot be written.
+    // when that fails. Throws Failure when nothing can be received any more.
     void run();
 
     uint16_t port() const { return local_port(socket_); }
@@ -35,10 +36,9 @@ private:
     void reload();
     void take_request();
     void send_answer(const std::string &datagram, const sockaddr_in &peer, std::string &log);
-    void note(const std::string &text);
 
     ConfigOptions options_;
-    Output &log_;
+    ConfigLog log_;
     Settings settings_;
     Fd signals_;
     Fd socket_;

@@ -3,6 +3,7 @@
 #include "host/failure.h"
 #include "host/file.h"
 #include "host/text.h"
+#include "host/toml_guard.h"
 
 #include <fmt/format.h>
 #include <toml++/toml.h>
@@ -14,10 +15,21 @@
 namespace dtctl {
 namespace {
 
-constexpr std::string_view zero("\0", 1);
+// A request has so many bytes for group, key and default.
+constexpr size_t max_name = 988;
 
-void refuse(std::string_view text, std::string_view unwanted, const char *reason) {
-    if (text.find_first_of(unwanted) != text.npos) throw std::invalid_argument(reason);
+void refuse_zero(std::string_view text) {
+    if (text.find('\0') != text.npos) throw std::invalid_argument("a zero byte");
+}
+
+// A name that no device could ask for; long ones would also be kept once a setting.
+void check_name(std::string_view name, const char *what) {
+    if (name.find(' ') != name.npos)
+        throw std::invalid_argument(
+            fmt::format("a blank in a {}, which no device can ask for", what));
+    if (name.size() > max_name)
+        throw std::invalid_argument(fmt::format("a {} of more than {} bytes", what, max_name));
+    refuse_zero(name);
 }
 
 [[noreturn]] void report(size_t line, const std::string &reason) {
@@ -41,11 +53,13 @@ void add_ini_line(Settings &settings, std::string &group, std::string_view line)
     if (line.front() == '[') {
         if (line.back() != ']') throw std::invalid_argument("a group without ]");
         group = trimmed(line.substr(1, line.size() - 2));
+        check_name(group, "group");
         return;
     }
     const size_t equals = line.find('=');
     if (equals == line.npos) throw std::invalid_argument("neither [group] nor key = value");
     const std::string_view key = trimmed(line.substr(0, equals));
+    if (key.empty()) throw std::invalid_argument("no key");
     settings.add(group, std::string(key), std::string(unquoted(trimmed(line.substr(equals + 1)))));
 }
 
@@ -58,17 +72,25 @@ std::optional<std::string> text_of(const toml::node &node) {
     return std::nullopt;
 }
 
+void add_table(Settings &settings, const std::string &group, const toml::table &table);
+
+void add_node(Settings &settings, const std::string &group, const std::string &name,
+              const toml::node &node) {
+    if (const toml::table *inner = node.as_table()) {
+        const std::string dotted = group.empty() ? name : fmt::format("{}.{}", group, name);
+        check_name(dotted, "group");
+        return add_table(settings, dotted, *inner);
+    }
+    const auto text = text_of(node);
+    if (!text) throw std::invalid_argument("an array, a date or a time: quote it");
+    settings.add(group, name, *text);
+}
+
 void add_table(Settings &settings, const std::string &group, const toml::table &table) {
     for (const auto &[key, node] : table) {
         const std::string name(key.str());
-        if (const toml::table *inner = node.as_table()) {
-            add_table(settings, group.empty() ? name : fmt::format("{}.{}", group, name), *inner);
-            continue;
-        }
         try {
-            const auto text = text_of(node);
-            if (!text) throw std::invalid_argument("an array, a date or a time: quote it");
-            settings.add(group, name, *text);
+            add_node(settings, group, name, node);
         } catch (const std::invalid_argument &error) {
             report(key.source().begin.line, fmt::format("{}: {}", name, error.what()));
         }
@@ -78,16 +100,19 @@ void add_table(Settings &settings, const std::string &group, const toml::table &
 } // namespace
 
 void Settings::add(const std::string &group, const std::string &key, const std::string &value) {
-    if (key.empty()) throw std::invalid_argument("no key");
-    refuse(group + key, " ", "a group or key with a blank, which no device can ask for");
-    refuse(group + key + value, zero, "a zero byte");
-    if (!values_.emplace(std::pair(group, key), value).second)
+    check_name(group, "group");
+    check_name(key, "key");
+    refuse_zero(value);
+    if (!groups_[group].emplace(key, value).second)
         throw std::invalid_argument("set for the second time");
+    ++size_;
 }
 
 const std::string *Settings::find(const std::string &group, const std::string &key) const {
-    const auto value = values_.find({group, key});
-    return value == values_.end() ? nullptr : &value->second;
+    const auto keys = groups_.find(group);
+    if (keys == groups_.end()) return nullptr;
+    const auto value = keys->second.find(key);
+    return value == keys->second.end() ? nullptr : &value->second;
 }
 
 Settings parse_ini(std::string_view text) {
@@ -108,6 +133,7 @@ Settings parse_ini(std::string_view text) {
 }
 
 Settings parse_toml(std::string_view text) {
+    guard_toml(text);
     Settings settings;
     try {
         add_table(settings, "", toml::parse(text));
