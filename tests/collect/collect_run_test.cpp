@@ -106,6 +106,7 @@ TEST_F(Run, SendsDirectoryValuesAndAnEmptyEnd) {
 namespace {
 
 std::vector<std::string> messages = {""}; // as they should be
+DTFault *fault;
 
 size_t make_room(size_t least) {
     if (1024 - messages.back().size() < least) messages.push_back("");
@@ -127,10 +128,18 @@ void expect_pieces(char kind, uint32_t key, std::string bytes) {
     } while (!last);
 }
 
+void log_and_count(const std::string &line) {
+    DTLogger_Write(g_collect_param.logger, 1, "the pump runs");
+    DTFault_SetRunLog(fault, 2, 0, line.substr(0, 40).c_str());
+    DTFault_SetCounter(fault, 1, 2);
+    DTFault_SetValue(fault, 3, "raw", 3);
+    DTInfo_AddInfo(g_DTFault_Info, 1, 2, "one", 3, "two", 3, "three", 5, 4);
+}
+
 void put_anything(uint32_t key) {
     const std::string bytes(upto(19) ? upto(40) : upto(3000), static_cast<char>('a' + key % 26));
     const int32_t length = static_cast<int32_t>(bytes.size());
-    switch (upto(4)) {
+    switch (upto(5)) {
     case 0:
         Collect_PutInt(pump, key, ~key);
         return expect_number(17, frame('\x81', 0, 0, key, word(~key)));
@@ -143,7 +152,15 @@ void put_anything(uint32_t key) {
     case 3:
         Collect_PutStruct(pump, key, bytes.data(), length);
         return length != 0 ? expect_pieces(4, key, bytes) : void();
+    case 4:
+        Collect_PutRunLog(pump, key, fault);
+        for (const auto &[level, line] : records_of(fault->run_logger->info))
+            expect_pieces(3, key, line);
+        return;
     default: // nothing
+        log_and_count(bytes);
+        Collect_PutInitLog(pump, key, fault); // nothing was logged there
+        Collect_PutInitLog(pump, key, nullptr);
         Collect_PutString(pump, key, nullptr, 0);
         Collect_PutString(pump, key, "abc", -1);
         Collect_PutStruct(pump, key, nullptr, 1);
@@ -153,38 +170,26 @@ void put_anything(uint32_t key) {
 
 } // namespace
 
+// Of a log, stamps and texts.
 TEST_F(Run, PutsEachValueWholeWhereThereIsRoomAndAllocatesNothing) {
+    fault = DTFault_Regist("valve", nullptr);
+    for (DTLogger *logger : {g_collect_param.logger, fault->run_logger})
+        DTLogger_SetInfoSize(logger, 1024);
+    g_DTFault_Info = DTInfo_New(1024);
+    for (int i = 0; i < 100; ++i) log_and_count(""); // until the stores are full
     const std::vector<std::string> sent = sent_by([](uint32_t) {
         const unsigned before = platform.allocations;
-        for (uint32_t key = 0; key < 10000; ++key) put_anything(key);
+        for (uint32_t key = 0; key < 5000; ++key) put_anything(key);
         EXPECT_EQ(platform.allocations, before);
     });
     messages.push_back("");
     EXPECT_TRUE(sent == messages);
 }
 
-TEST_F(Run, LogsArriveAsStampAndText) {
-    static DTFault *fault = DTFault_Regist("valve", nullptr);
-    const std::vector<std::string> sent = sent_by([](uint32_t) {
-        Collect_PutRunLog(pump, 1, fault); // nothing logged yet
-        DTFault_SetRunLog(fault, 1, 0, "opened");
-        DTFault_SetRunLog(fault, 2, 0, "");
-        DTFault_SetInitLog(fault, 3, 0, "made");
-        Collect_PutRunLog(pump, 2, fault);
-        Collect_PutInitLog(pump, 3, fault);
-        Collect_PutRunLog(pump, 4, nullptr);
-        Collect_PutRunLog(nullptr, 4, fault);
-    });
-    const std::string stamp = "11/16 18:44:43 ";
-    EXPECT_EQ(sent[0], text_frame(0, 2, stamp) + text_frame(0, 2, "opened") +
-                           text_frame(0, 2, stamp) + text_frame(0, 2, "") +
-                           text_frame(0, 3, stamp) + text_frame(0, 3, "made"));
-}
-
 namespace {
 
 // Fills a message or two if it counts.
-void put_outside_a_run(DTFault *fault) {
+void put_outside_a_run() {
     internal::CaptureStdout();
     for (CollectItem *item : {g_collect_param.items[0], static_cast<CollectItem *>(nullptr)})
         for (int i = 0; i < 20; ++i) {
@@ -200,10 +205,10 @@ void put_outside_a_run(DTFault *fault) {
 } // namespace
 
 TEST_F(Run, StopsAtTheFirstMessageThatFailsAndTakesNoValuesAfterwards) {
-    DTFault *fault = DTFault_Regist("valve", nullptr);
+    fault = DTFault_Regist("valve", nullptr);
     DTFault_SetRunLog(fault, 1, 0, "opened");
     for (const char *name : {"one", "two", "three"}) Collect_New(name, note, note);
-    put_outside_a_run(fault);
+    put_outside_a_run();
     const char *shared = DTString_SFormat(" ");
     for (const auto run : {collect, selftest}) {
         uint32_t number = 0;                             // the last one used
@@ -212,7 +217,7 @@ TEST_F(Run, StopsAtTheFirstMessageThatFailsAndTakesNoValuesAfterwards) {
                 return --left > 0 ? send(fd, "ok", 2, 0) == 2 : reset(fd);
             });
             EXPECT_EQ(run(server.port()), 0);
-            put_outside_a_run(fault);
+            put_outside_a_run();
             const int reached = run == collect ? failing - 2 : failing - 1;
             EXPECT_THAT(called, SizeIs(std::max(reached, run == collect ? 0 : 1)));
             EXPECT_EQ(log_texts().back(), "flush to server fail.");
@@ -221,7 +226,7 @@ TEST_F(Run, StopsAtTheFirstMessageThatFailsAndTakesNoValuesAfterwards) {
             called.clear();
         }
         EXPECT_EQ(run(1), 0);
-        put_outside_a_run(fault);
+        put_outside_a_run();
         EXPECT_EQ(log_texts().back(), "connect to server fail.");
         EXPECT_STREQ(shared, "connect to server fail.");
         EXPECT_THAT(called, IsEmpty());
@@ -235,10 +240,16 @@ TEST_F(Run, StopsAtTheFirstMessageThatFailsAndTakesNoValuesAfterwards) {
     EXPECT_EQ(outstanding(COLLECT_OWNER_ID), 3 * (sizeof(CollectItem) + 4));
 }
 
+// The one behind it moves up, is left out, and sends under its new number.
 TEST_F(Run, ACollectorMayReleaseItself) {
-    sent_by([](uint32_t) { Collect_Release(pump); });
+    const std::vector<std::string> sent = sent_by([](uint32_t) {
+        CollectItem *behind = Collect_New("behind", note, nullptr);
+        Collect_Release(std::exchange(pump, nullptr));
+        Collect_PutInt(behind, 1, 2);
+    });
+    EXPECT_EQ(sent[0], frame('\x81', 0, 0, 1, word(2)));
     EXPECT_EQ(log_texts().back(), "14/11/16 18:44:43 [pump] end\n");
-    EXPECT_EQ(g_collect_param.count, 0);
+    EXPECT_THAT(called, IsEmpty());
 }
 
 TEST(Registry, HoldsNineteenCollectorsThatMoveUpWhenOneIsReleased) {

@@ -78,9 +78,9 @@ TEST(Socket, SendsToOneOrToEverybodyButNothingForBadArguments) {
                                           Datagram{"255.255.255.255", 8999, "", true},
                                           Datagram{"255.255.255.255", 1, "h", false},
                                           Datagram{"255.255.255.255", 1, "no", false}));
-    network.failing["sendto"] = EPERM;
-    EXPECT_EQ(DTSock_UDP_SendMessage(socket, "10.0.0.1", 1, "h", 1), -1);
-    EXPECT_EQ(errno, EPERM);
+    network.simulated = false;
+    EXPECT_EQ(DTSock_UDP_SendMessage(socket, "no address", 1, "h", 1), -1);
+    EXPECT_TRUE(errno == EACCES || errno == ENETUNREACH) << errno; // as the system says
 }
 
 TEST(Request, WaitsAsLongAsItIsToldToForAnAnswerThatIsCutAndTerminated) {
