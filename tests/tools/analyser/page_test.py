@@ -1,22 +1,23 @@
 #!/usr/bin/env python3
-"""The page that dtctl fcm --html makes, in a browser: what it shows, how it filters, and that it takes
-texts of a device for nothing else. page_test.py BUILD
-"""
+"""The page that dtctl fcm --html makes, in a browser: what it shows, how it filters and leads to its lines, that it
+stays small whatever the file holds, and that it takes texts of a device for nothing else. page_test.py BUILD"""
+import json
+import os
 import struct
 import subprocess
 import sys
 import tempfile
-from html.parser import HTMLParser
 from pathlib import Path
 
-DTCTL = f"{sys.argv[1]}/tools/dtctl"
 NAME = "<script>fault<!--.log"
 HOSTILE = '</script><script>document.title="x"</script><img src=x onerror=alert(1)>'
+FLAGS = ("no-sandbox disable-gpu disable-quic no-first-run disable-background-networking disable-component-update "
+         "disable-sync headless remote-debugging-pipe")
 
 
 def line(log, fault, stamp, text):
-    texts = [f"{log} {fault} {part}".encode() for part in (stamp + " ", text)]
-    return b"".join(struct.pack("<H", len(one)) + one for one in texts)
+    entries = f"{log} {fault} {stamp}".encode(), f"{log} {fault} {text}".encode()
+    return b"".join(struct.pack("<H", len(entry)) + entry for entry in entries)
 
 
 def value(kind, fault, layout, *numbers, data=b""):
@@ -24,121 +25,160 @@ def value(kind, fault, layout, *numbers, data=b""):
     return struct.pack("<H", len(entry)) + entry
 
 
-def fault_log():
-    """Three faults, lines on both sides of a year's end, courses of values, a cut last entry."""
-    log = line("log", "pump", "12/31 23:50:00", "two motors found")
-    log += b"".join(line("run", "pump", f"01/01 00:{i:02}:00", f"motor {i % 3} stops") for i in range(9))
-    log += line("run", "<b>valve", "12/31 23:58:00", HOSTILE)
-    log += b"".join(line("run", "many", f"01/02 01:{i // 60:02}:{i % 60:02}", "again") for i in range(600))
-    log += b"\0\0"
-    for i in range(5):
-        log += value(3, "pump", "II", 7, 100 + i) + value(1, "pump", "Iq", 8, -i)
-    log += value(6, "<b>valve", "II", 1, 6, data=b"SN4711") + value(0, "<b>valve", "II", 2, 75)
-    return log + b"\x0E\0\5"
+# Three faults, lines on both sides of a year's end, courses of values, a cut last entry.
+LOG = line("log", "pump", "12/31 23:50:00 ", "two İ motors found") + b"".join(
+    line("run", "pump", f"01/01 00:{i:02}:00 ", f"motor {i % 3} stops") for i in range(9)) + \
+    line("run", "<b>valve", "12/31 23:58:00 ", HOSTILE) + b"".join(
+    line("run", "many", f"01/02 01:{i // 60:02}:{i % 60:02} ", "again") for i in range(1200)) + \
+    line("run", "many", "01/02 03:00:00 ", "a\ttab\n\u202e\\") + b"\0\0" + b"".join(
+    value(3, "pump", "II", 7, 100 + i) + value(1, "pump", "Iq", 8, -i) for i in range(5)) + \
+    value(6, "<b>valve", "II", 1, 6, data=b"SN4711") + value(0, "<b>valve", "II", 2, 75) + b"\x0E\0\5"
+
+# Lines, faults, marks, ids and values of an id by the thousand, over all years that there are.
+MANY = b"".join(line("run", f"fault{i % 300}", f"{1 + i // 10:04}/06/01 12:00:00", "ab" * 9) for i in range(99_990)) + \
+       b"\0\0" + b"".join(value(0, "ids", "II", i, i) + value(0, "x", "II", 1, i) for i in range(100_000))
 
 
-class Page(HTMLParser):
-    """The elements of a page, each with its attributes and the text inside."""
+class Browser:
+    """Chromium, driven by its own protocol over two pipes."""
+    def __init__(self, profile):
+        orders, self.orders = os.pipe()
+        self.events, events = os.pipe()
+        self.process = subprocess.Popen(
+            ["bash", "-c", f'exec chromium "$@" 3<&{orders} 4>&{events}', "-", f"--user-data-dir={profile}",
+             *(f"--{flag}" for flag in FLAGS.split())], pass_fds=(orders, events), stderr=subprocess.DEVNULL)
+        os.close(orders), os.close(events)
+        self.received, self.count, self.session, self.trouble = b"", 0, {}, []
+        target = self.call("Target.createTarget", url="about:blank")
+        self.session = {"sessionId": self.call("Target.attachToTarget", flatten=True, **target)["sessionId"]}
+        for domain in ("Page", "Runtime", "Log"):
+            self.call(f"{domain}.enable")
 
-    def __init__(self, dom):
-        super().__init__()
-        self.elements, self.open = [], []
-        self.feed(dom)
+    def until(self, **wanted):
+        message = {}
+        while not message.items() >= wanted.items():
+            while b"\0" not in self.received:
+                self.received += os.read(self.events, 1 << 16) or sys.exit("the browser has ended")
+            message, self.received = self.received.split(b"\0", 1)
+            message = json.loads(message)
+            self.trouble += [message] * (message.get("method") in ("Runtime.exceptionThrown", "Log.entryAdded"))
+        return message
 
-    def handle_starttag(self, tag, attributes):
-        self.elements.append({"tag": tag, "text": "", "inside": [one.get("id") for one in self.open],
-                              **dict(attributes)})
-        if tag not in ("meta", "input", "img"):
-            self.open.append(self.elements[-1])
+    def call(self, method, **params):
+        self.count += 1
+        order = json.dumps({"id": self.count, "method": method, "params": params, **self.session})
+        os.write(self.orders, order.encode() + b"\0")
+        return self.until(id=self.count)["result"]
 
-    def handle_endtag(self, tag):
-        while self.open and self.open.pop()["tag"] != tag:
-            pass
+    def resize(self, width):
+        self.call("Emulation.setDeviceMetricsOverride", width=width, height=900, deviceScaleFactor=1, mobile=False)
 
-    def handle_data(self, data):
-        for one in self.open:
-            one["text"] += data
+    def do(self, script):
+        """The script's value, once what it caused has been drawn; $ finds all elements of a selector."""
+        return self.call("Runtime.evaluate", awaitPromise=True, returnByValue=True, expression="""(async () => {
+            const $ = (selector) => [...document.querySelectorAll(selector)], done = %s; await new Promise((go) =>
+            requestAnimationFrame(() => setTimeout(go))); return done ?? null; })()""" % script)["result"]["value"]
 
-    def all(self, tag, inside=None, **wanted):
-        return [one for one in self.elements if one["tag"] == tag and (not inside or inside in one["inside"])
-                and all(one.get(name) == what for name, what in wanted.items())]
+    def texts(self, selector):
+        return self.do(f"$({selector!r}).map((one) => one.textContent)")
 
-    def texts(self, *what, **wanted):
-        return [one["text"] for one in self.all(*what, **wanted)]
+    def shows(self, what, lines, values, *marks):
+        expect(what, self.texts("output#counts, mark"), [f"{lines} lines · {values} values", *marks])
 
+    def press(self, *keys):
+        for key in keys:
+            self.call("Input.dispatchKeyEvent", type="keyDown", key=key, text=key if len(key) == 1 else "")
 
-def browse(path, fragment="", width=1280):
-    with tempfile.TemporaryDirectory() as profile:
-        done = subprocess.run(
-            ["chromium", "--headless=new", "--no-sandbox", "--disable-gpu", f"--user-data-dir={profile}",
-             f"--window-size={width},900", "--virtual-time-budget=2000", "--dump-dom",
-             f"file://{path}#{fragment}"], capture_output=True, text=True, timeout=60, check=True)
-    return Page(done.stdout)
+    def point(self, lane, start, end):
+        """Presses the button in a lane at a share of its width, lets it go at another."""
+        box = self.do(f"$('canvas')[{lane}].getBoundingClientRect().toJSON()")
+        for kind, share in (("mousePressed", start), ("mouseMoved", end), ("mouseReleased", end)):
+            self.call("Input.dispatchMouseEvent", type=kind, button="left", clickCount=1,
+                      x=box["left"] + share * box["width"], y=box["top"] + box["height"] / 2)
 
 
 def expect(what, found, wanted):
     assert found == wanted, f"{what}: {found} instead of {wanted}"
 
 
-def check_everything(page):
-    expect("title", page.texts("title")[0], f"Fault log {NAME}")
-    expect("totals", page.texts("dd"), ["3", "611", "12"])
-    expect("counts", page.texts("output"), ["12 of 12", "611 of 611"])
-    expect("rows", len(page.all("li")), 500)
-    expect("more", page.texts("button", "lines"), ["Show all 611 lines"])
-    expect("first rows", page.texts("time", "lines")[:3],
-           ["12/31 23:50:00", "12/31 23:58:00", "01/01 00:00:00"])
-    expect("marks", [len(page.all("line", "timeline", **{"class": log})) for log in ("init", "run")], [1, 610])
-    expect("charts", len(page.all("path", "values", **{"class": "last"})), 2)
-    expect("numbers", page.texts("span", "values", **{"class": "number"}),
-           ["104", "18446744073709551612 (-4)", "75"])
-    assert page.texts("p", id="damage")[0].startswith("The file is damaged: byte "), "no word of damage"
+def check_what_is_shown(browser):
+    expect("title and totals", browser.texts("head title, header dd"), [f"Fault log {NAME}", "3", "1,212", "12"])
+    expect("first rows", browser.texts("#window time")[:3], ["12/31 23:50:00", "12/31 23:58:00", "01/01 00:00:00"])
+    expect("lanes", browser.texts(".lane:not([hidden])"), ["all", "pump", "<b>valve", "many"])
+    blue = "getImageData(0, 28, one.width, 1).data.some((part, at) => at % 4 === 2 && part === 214)"
+    expect("marks", browser.do(f"$('canvas').every((one) => one.getContext('2d').{blue})"), True)
+    expect("charts", len(browser.texts("#values .last")), 2)
+    expect("numbers", browser.texts("#values .number"), ["104", "18446744073709551612 (-4)", "75"])
+    assert browser.texts("#damage")[0].startswith("The file is damaged: byte "), "no word of damage"
+    browser.do("$('#window')[0].scrollTop = 1e9")
+    expect("last row", browser.texts("#window p")[-1], "a\\ttab\\n\\xe2\\x80\\xae\\\\")
+    ends = browser.do("$('#window, #window li:last-child').map((one) => one.getBoundingClientRect().bottom)")
+    expect("its end", round(ends[0]), round(ends[1]))
+    browser.resize(360)
+    expect("too wide", browser.do("$(':root').filter((one) => one.scrollWidth > one.clientWidth).length"), 0)
+    browser.call("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": "dark"}])
+    expect("dark", browser.do("getComputedStyle(document.body).backgroundColor"), "rgb(18, 22, 29)")
 
 
-def check_hostile(page):
-    """A device's texts are there, and are nothing but texts."""
-    assert HOSTILE in page.texts("p", "lines"), "the text is not shown"
-    assert "<b>valve" in page.texts("b", "lines"), "the name is not shown"
-    expect("images", page.all("img"), [])
-    expect("scripts", len(page.all("script")), 2)
+def check_filters(browser):
+    for fragment, *shown in (("q=MOTOR+1", "3 of 1,212", "0 of 12", *["motor 1"] * 3),
+                             ("fault=pump&show=run", "9 of 1,212", "0 of 12"),
+                             ("fault=pump&fault=%3Cb%3Evalve&show=values&q=4711", "0 of 1,212", "1 of 12", "4711"),
+                             ("from=-1e300&to=1e300&show=constructor&fault=nobody", "0 of 1,212", "0 of 12")):
+        browser.do(f"location.hash = '{fragment}'")
+        browser.shows(fragment, *shown)
+    expect("nothing", browser.do("$('#nothing')[0].hidden"), False)
+    browser.do("location.hash = 'fault=%3Cb%3Evalve'")
+    expect("hostile texts", browser.texts("#window b, #window p, img"), ["<b>valve", HOSTILE])
+    browser.press("Escape", "/", "u", "n")
+    browser.shows("no word of the records is searched", "1 of 1,212", "5 of 12", "un")
+    browser.press("Escape")
+    browser.shows("cleared", "1,212 of 1,212", "12 of 12")
 
 
-def check_filters(path):
-    page = browse(path, "q=MOTOR+1")
-    expect("searched", page.texts("output"), ["0 of 12", "3 of 611"])
-    expect("found", page.texts("mark"), ["motor 1"] * 3)
-    page = browse(path, "fault=pump&show=run")
-    expect("a fault's run log", page.texts("output"), ["0 of 12", "9 of 611"])
-    expect("pressed", [one["value"] for one in page.all("button", **{"aria-pressed": "true"})],
-           ["run", "pump"])
-    page = browse(path, "fault=pump&fault=%3Cb%3Evalve&show=values&q=4711")
-    expect("values", page.texts("output"), ["1 of 12", "0 of 611"])
-    page = browse(path, "q=nowhere")
-    assert "hidden" not in page.all("p", id="nothing")[0], "silent about nothing"
+def check_timeline(browser):
+    for what, start, end in ("clicked", 0.05, 0.05), ("dragged", 0, 0.3):
+        browser.point(0, start, end)
+        browser.shows(what, "11 of 1,212", "12 of 12")
+        browser.press("Escape")
+    browser.point(3, 0.9828, 0.9828)
+    expect("a mark's line", browser.texts("[aria-current] time"), ["01/02 03:00:00"])
+    browser.press("ArrowLeft", "+", "+")
+    expect("the line before", browser.texts("[aria-current] time"), ["01/02 01:19:59"])
+    browser.shows("nearer", "1,201 of 1,212", "12 of 12")
+    browser.press("-", "-")
+    expect("and back", browser.do("location.hash"), "")
+    browser.press("Escape")
 
 
-def check_width(path, text):
-    """Nothing sticks out to the right in a narrow window."""
-    measured = path.with_name("measured.html")
-    measured.write_text(text + "<script>document.title = document.documentElement.scrollWidth + ' ' +"
-                        "document.documentElement.clientWidth</script>")
-    inner, outer = browse(measured, width=360).texts("title")[0].split()
-    expect("width", inner, outer)
-    assert int(outer) <= 500, "the window is not narrow"
+def check_size(browser):
+    few = "[$('*').length < 900, document.body.scrollHeight < 5000, $('path')[0].getAttribute('d').length < 5000]"
+    expect("few elements, a short page, a short course", browser.do(few), [True] * 3)
+    assert 3 <= len(browser.texts("#axis time")) <= 8, "ticks"
+    expect("first", browser.texts("#window time")[0], "0001/06/01 12:00:00")
+    browser.do("$('#window')[0].scrollTop = 1e9")
+    expect("last", browser.texts("#window time")[-1], "9999/06/01 12:00:00")
+    browser.press("/", "b")
+    assert 0 < browser.do("$('*').length * Math.sign($('mark').length)") < 900, "many elements with marks, or none"
+    browser.shows("all", "99,990 of 99,990", "0 of 200,000", *browser.texts("mark"))
 
 
-with tempfile.TemporaryDirectory() as folder:
-    path = Path(folder) / "fault.html"
-    path.with_name(NAME).write_bytes(fault_log())
-    made = subprocess.run([DTCTL, "fcm", "--html", path.with_name(NAME), "--output", path],
-                          capture_output=True)
-    expect("status of a cut file", made.returncode, 5)
-    text = path.read_text()
-    assert "default-src 'none'" in text and "http" not in text.replace("http-equiv", "").replace(
-        "http://www.w3.org/2000/svg", ""), "the page may reach out"
-    page = browse(path)
-    check_everything(page)
-    check_hostile(browse(path, "fault=%3Cb%3Evalve"))
-    check_filters(path)
-    check_width(path, text)
-    print("the page shows, filters and escapes what it should")
+with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as folder:
+    browser = Browser(f"{folder}/profile")
+    for name, log, status, *checks in (
+            (NAME, LOG, 5, check_filters, check_timeline, check_what_is_shown),
+            ("large.log", MANY, 0, check_size)):
+        browser.resize(1280)
+        page = Path(folder, "page.html")
+        Path(folder, name).write_bytes(log)
+        command = [f"{sys.argv[1]}/tools/dtctl", "fcm", "--html", f"{folder}/{name}", "--output", page]
+        expect("status", subprocess.run(command, stderr=subprocess.DEVNULL).returncode, status)
+        text = page.read_text().replace("http-equiv", "").replace("http://www.w3.org/2000/svg", "")
+        assert "default-src 'none'" in text and "http" not in text, "the page may reach out"
+        browser.call("Page.navigate", url=f"file://{page}")
+        browser.until(method="Page.loadEventFired")
+        for check in checks:
+            check(browser)
+    expect("trouble", browser.trouble, [])
+    browser.call("Browser.close"), browser.process.wait()
+    print("the page shows, filters, leads and escapes what it should")

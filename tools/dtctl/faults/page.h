@@ -1,10 +1,8 @@
 // A fault log file as one page: its data, and what shows them in a browser. The page is made of the
-// files in page/.
+// files in page/; log.js says how the data stand in it.
 #pragma once
 
 #include "dtctl/faults/printer.h"
-
-#include <nlohmann/json_fwd.hpp>
 
 #include <string>
 
@@ -17,11 +15,6 @@ public:
     void on_line(const dt::decode::LogLine &line) override;
     void on_fault_value(const dt::decode::FaultValue &value) override;
     void end(const std::string &path, const dt::decode::Damage *damage) override;
-
-private:
-    void put_entry(const nlohmann::ordered_json &entry);
-
-    bool first_ = true;
 };
 
 } // namespace dtctl

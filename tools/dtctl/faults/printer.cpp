@@ -44,13 +44,6 @@ private:
         return fmt::format("{:<13}  {:<22}  {:<19}  {}\n", type, escape(fault), third, last);
     }
 
-    static std::string text_of(const FaultValue &value) {
-        const size_t size = number_size(value.kind);
-        if (size != 0) return signed_too(value.number, size);
-        if (value.data.empty() || !is_plain_text(value.data)) return hex(value.data);
-        return fmt::format("{} ({})", hex(value.data), escape(value.data));
-    }
-
     bool lines_ = false;
     bool values_ = false;
 };
@@ -109,8 +102,16 @@ the device's log no longer holds is shown with what is left of it.
          other than tabs and line feeds), empty for a missing text; names escaped as above. What
          a spreadsheet would take for a formula gets a ' in front, as for a collection's values
   --html one page with a timeline, the lines, and the values with their courses, to search and
-         to filter in any browser; all in one file, nothing is fetched. The fault log file does
-         not hold the levels of the lines, so it tells the logs apart, not the levels)";
+         to filter in any browser; texts as in the table; all in one file, nothing is fetched. The
+         fault log file does not hold the levels of the lines, so it tells the logs apart, not the
+         levels)";
+
+std::string text_of(const FaultValue &value) {
+    const size_t size = number_size(value.kind);
+    if (size != 0) return signed_too(value.number, size);
+    if (value.data.empty() || !is_plain_text(value.data)) return hex(value.data);
+    return fmt::format("{} ({})", hex(value.data), escape(value.data));
+}
 
 std::unique_ptr<FaultPrinter> make_fault_printer(const OutputOptions &options, std::FILE *out) {
     switch (options.format) {

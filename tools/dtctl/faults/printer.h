@@ -21,6 +21,10 @@ public:
     virtual void end(const std::string & /*path*/, const dt::decode::Damage * /*damage*/) {}
 };
 
+// A number, with its signed reading in brackets when that is negative; data as hex, in brackets the
+// text that they are.
+std::string text_of(const dt::decode::FaultValue &value);
+
 std::unique_ptr<FaultPrinter> make_fault_printer(const OutputOptions &options, std::FILE *out);
 
 } // namespace dtctl
