@@ -68,9 +68,9 @@ void DTMem_Free(uint32_t id, void *address) {
     if (!address) return;
     char *raw = static_cast<char *>(address) - prefix_size;
     const uint32_t size = dt::load<uint32_t>(raw);
+    VRK_Free(raw);
     DTMem_Size[id & 0xFF] -= size + prefix_size;
     ++DTMem_FreeCnt[id & 0xFF];
-    VRK_Free(raw);
 }
 
 void *DTMem_LocalMalloc(uint32_t size) { return DTMem_Malloc(0, size); }

@@ -22,7 +22,9 @@ extern "C" {
  */
 void *DTMem_Malloc(uint32_t id, uint32_t size);
 
-/* Frees what DTMem_Malloc returned; null is ignored. */
+/* Frees what DTMem_Malloc returned; null is ignored. The block goes back to the platform before the
+ * accounts change.
+ */
 void DTMem_Free(uint32_t id, void *address);
 
 /* DTMem_Malloc and DTMem_Free with owner id 0. */

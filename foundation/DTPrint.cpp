@@ -92,10 +92,12 @@ void DTPrint_Print(DTPrint *print, const char *text, int32_t count) {
     const int32_t length = text_length(text);
     for (; count > 0; --count) {
         if (length >= print->capacity - print->length) empty(print);
-        if (length < print->capacity)
+        if (length < print->capacity) {
             append(print, text, length);
-        else
+        } else {
+            print->buffer[0] = '\0';
             to_console(print, text);
+        }
     }
 }
 

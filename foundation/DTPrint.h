@@ -41,7 +41,8 @@ void DTPrint_Flush(DTPrint *print);
 void DTPrint_PrintCh(DTPrint *print, int character, int32_t count);
 
 /* Appends the whole text count times. A text is never split: when it does not fit behind what is
- * held the buffer is emptied first, and one that can never fit goes to the console directly.
+ * held the buffer is emptied first, and one that can never fit goes to the console directly and
+ * leaves the empty text in the buffer.
  */
 void DTPrint_Print(DTPrint *print, const char *text, int32_t count);
 

@@ -15,7 +15,8 @@ char sg_SHBuffer[10000];
 __attribute__((format(printf, 3, 0))) char *format_into(char *out, size_t size, const char *format,
                                                         va_list args) {
     if (!out || size == 0) return out;
-    if (!format || vsnprintf(out, size < INT_MAX ? size : INT_MAX, format, args) < 0) out[0] = '\0';
+    out[0] = '\0';
+    if (format) vsnprintf(out, size < INT_MAX ? size : INT_MAX, format, args);
     return out;
 }
 

@@ -18,7 +18,8 @@ extern "C" {
 /* Formats as printf does into out and returns out. The plain form trusts that the whole result
  * fits; where the compiler knows the size of out (see the end of this file) it becomes the sized
  * form, which writes at most size bytes, cut at the end and always terminated. A null out and a
- * size of 0 are answered with out, a null format with the empty text; likewise below.
+ * size of 0 are answered with out, a null format with the empty text; likewise below. A conversion
+ * that fails ends the text: what was written before it stays.
  */
 char *DTString_Format(char *out, const char *format, ...) DT_PRINTF_LIKE(2, 3);
 char *DTString_FormatN(char *out, size_t size, const char *format, ...) DT_PRINTF_LIKE(3, 4);

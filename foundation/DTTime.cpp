@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <poll.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -57,7 +58,7 @@ void write(char *to, const char *format, const tm &local) {
     *to = '\0';
 }
 
-// A text is kept for the second in which it was made, so that a changed clock or time zone shows in
+// A text is kept for the second in which it was made, so that a zone file that is replaced shows in
 // the next: logs write many lines within one, and localtime costs more than the lines.
 struct Kept {
     time_t made;
@@ -72,6 +73,23 @@ struct Kept {
 
 Kept sg_kept[2]; // logs use two patterns in turns
 uint8_t sg_oldest;
+
+// TZ as it was when they were made.
+struct {
+    bool is_set;
+    char text[47];
+} sg_zone;
+
+// Drops the kept texts when TZ is no longer what it was. One that is longer never is.
+void follow_zone() {
+    const char *zone = getenv("TZ");
+    const bool same =
+        zone && sg_zone.is_set ? strcmp(zone, sg_zone.text) == 0 : !zone && !sg_zone.is_set;
+    if (same) return;
+    for (Kept &kept : sg_kept) kept = {};
+    sg_zone.is_set = zone != nullptr;
+    dt::copy_text(sg_zone.text, zone);
+}
 
 const char *kept_text(time_t now, time_t time, const char *format) {
     for (const Kept &kept : sg_kept)
@@ -89,6 +107,12 @@ void keep(time_t now, time_t time, const char *format, const char *text) {
     sg_oldest ^= 1;
 }
 
+timeval since_boot() {
+    timespec time = {};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return {time.tv_sec, time.tv_nsec / 1000};
+}
+
 } // namespace
 
 // The sum may leave 32 bits, and then wraps.
@@ -103,6 +127,7 @@ char *DTTime_Format(char *out, const char *format, time_t time) {
     if (!format) format = "";
     const time_t now = DTTime_Now();
     if (time == 0) time = now;
+    follow_zone();
     if (const char *text = kept_text(now, time, format)) return strcpy(out, text);
     const tm *local = localtime(&time);
     write(out, format, local ? *local : tm{});
@@ -110,9 +135,10 @@ char *DTTime_Format(char *out, const char *format, time_t time) {
     return out;
 }
 
+// A system with 32-bit times refuses to tell the time once it no longer fits.
 uint32_t DTTime_GetUTime(void) {
     timeval now = {};
-    gettimeofday(&now, nullptr);
+    if (gettimeofday(&now, nullptr) != 0) now = since_boot();
     return static_cast<uint32_t>(now.tv_sec) * 1000000u + static_cast<uint32_t>(now.tv_usec);
 }
 

@@ -29,7 +29,9 @@ extern "C" {
 /* The current time plus offset seconds; wraps where a time has 32 bits. */
 time_t DTTime_GetTime(int32_t offset);
 
-/* The current time. */
+/* The current time. A 32-bit clock ends in January 2038: glibc then answers -1 every time, which
+ * shows as the second before 1970 (in UTC).
+ */
 time_t DTTime_Now(void);
 
 /* Writes a time as local time into out, by a pattern of tokens, and returns out.
@@ -38,16 +40,20 @@ time_t DTTime_Now(void);
  *         years of other than four digits can occur (the clock has 64 bits).
  * format  YYYY year, YY and yy its last two digits, MM mm month, DD dd day, HH hh hour (0 to 23),
  *         MI mi minute, SS ss second: upper case with leading zeros, lower case without. Everything
- *         else is copied. Null: the empty text.
+ *         else is copied. Null: the empty text. A null out is returned as it is.
  * time    0: now. A time that cannot be broken down shows as 1900/01/00 00:00:00.
  *
- * Uses localtime, whose result is shared; a text is kept for a second, so that a time zone that
- * changes shows in the next.
+ * Uses localtime, whose result is shared. A text is kept and given again within the second in which
+ * it was made, for the same time, format and TZ: a TZ that changes shows at once, and a zone file
+ * that is replaced in the next second. Without TZ the system's zone counts, /etc/localtime, and UTC
+ * where there is none.
  */
 char *DTTime_Format(char *out, const char *format, time_t time);
 
 /* A microsecond counter that wraps every 4,294.967296 seconds: subtract two readings as unsigned
- * 32-bit numbers.
+ * 32-bit numbers. It follows the system's clock, so a clock that is set makes it jump; where the
+ * system cannot tell the time (a 32-bit clock from January 2038 on) it counts from the start of the
+ * system.
  */
 uint32_t DTTime_GetUTime(void);
 

@@ -28,43 +28,32 @@ TEST(DefaultSink, EmptiesAFullBufferBeforeTheNextCharacter) {
     EXPECT_THAT(platform.prints, ElementsAre(full, "\n", full, more));
 }
 
-struct PrintObject : testing::Test {
+TEST(PrintObject, SendsWholeTextsOrCollectsThemInItsBuffer) {
     char buffer[10];
+    EXPECT_EQ(DTPrint_New(buffer, 1), nullptr); // holds no character
+    EXPECT_EQ(DTPrint_New(nullptr, 10), nullptr);
     DTPrint *print = DTPrint_New(buffer, sizeof buffer);
-};
-
-TEST_F(PrintObject, RepeatsACharacterAcrossFullBuffers) {
     DTPrint_PrintCh(print, 0x100 + 'x', 9);
     EXPECT_EQ(platform.console(), "");
     DTPrint_PrintCh(print, 'y', 12);
     DTPrint_PrintCh(print, 'z', -1);
-    DTPrint_Release(print);
-    EXPECT_THAT(platform.prints, ElementsAre("xxxxxxxxx", "yyyyyyyyy", "yyy"));
-    EXPECT_EQ(platform.blocks, 0u);
-}
-
-TEST_F(PrintObject, WithOutputOffAFullBufferStartsAgain) {
-    DTPrint_SetPrint(print, 0);
-    DTPrint_PrintCh(print, 'a', 12);
     DTPrint_Flush(print);
-    EXPECT_EQ(print->length, 3);
-    DTPrint_Print(print, "twelve chars", 1); // never fits, and drops what was held
-    DTPrint_Print(print, "ab", 1);
-    DTPrint_Release(print);
-    EXPECT_EQ(std::string(buffer, 2), "ab");
-    EXPECT_EQ(platform.console(), "");
-}
-
-TEST_F(PrintObject, NeverSplitsAText) {
     DTPrint_Print(print, "ab", 5);
     DTPrint_Print(print, "123456789", 1);  // exactly fills the emptied buffer
     DTPrint_Print(print, "1234567890", 2); // never fits
+    EXPECT_STREQ(buffer, "");
     DTPrint_Print(print, nullptr, 2);
-    EXPECT_THAT(platform.prints,
-                ElementsAre("abababab", "ab", "123456789", "1234567890", "1234567890"));
-}
-
-TEST_F(PrintObject, RefusesWhatCannotHoldACharacter) {
-    EXPECT_EQ(DTPrint_New(buffer, 1), nullptr);
-    EXPECT_EQ(DTPrint_New(nullptr, 10), nullptr);
+    EXPECT_THAT(platform.prints, ElementsAre("xxxxxxxxx", "yyyyyyyyy", "yyy", "abababab", "ab",
+                                             "123456789", "1234567890", "1234567890"));
+    DTPrint_SetPrint(print, 0);
+    DTPrint_PrintCh(print, 'a', 12); // a full buffer starts again
+    DTPrint_Flush(print);
+    EXPECT_EQ(print->length, 3);
+    DTPrint_Print(print, "twelve chars", 1); // drops what was held
+    EXPECT_STREQ(buffer, "");
+    DTPrint_Print(print, "ab", 1);
+    DTPrint_Release(print);
+    EXPECT_EQ(std::string(buffer, 2), "ab");
+    EXPECT_EQ(platform.prints.size(), 8u);
+    EXPECT_EQ(platform.blocks, 0u);
 }

@@ -26,16 +26,15 @@ TEST(Format, KnowsTheSizeOfAnArrayAndTrustsAPointer) {
     EXPECT_STREQ(DTString_Format(small, "%d", 123456), "123");
     EXPECT_EQ(DTString_Format(pointer, "%s", longer.c_str()), longer);
     EXPECT_STREQ(DTString_FormatN(large, 3, "abc"), "ab");
+    const wchar_t no_character[] = {wchar_t{0x7FFFFFFF}, 0}; // ends the text
+    EXPECT_STREQ(DTString_FormatN(large, 100, "kept %ls lost", no_character), "kept ");
 }
 
-TEST(HexDump, BreaksLinesBehindEverySixteenBytes) {
+TEST(HexDump, BreaksLinesAndStopsBeforeTheByteThatDoesNotFit) {
     EXPECT_STREQ(DTString_SHFormat("\x00\xAB\x7F", 3), "00 AB 7F ");
     EXPECT_STREQ(DTString_SHFormat("a", -1), "");
     EXPECT_STREQ(DTString_SHFormat(nullptr, 3), "");
     EXPECT_EQ(hex(33), hex(16) + "\n" + hex(16) + "\nAB ");
-}
-
-TEST(HexDump, StopsBeforeTheByteThatDoesNotFit) {
     EXPECT_EQ(hex(3266).size(), 9999u);
     char text[52];
     EXPECT_STREQ(DTString_HFormatN(text, 6, "\1\2\3", 3), "01 ");
@@ -52,4 +51,5 @@ TEST(Split, CutsAtEachSeparator) {
     EXPECT_EQ(split("", ",", 0), "|");
     EXPECT_EQ(split("a,b", "", 0), "a,b|");
     EXPECT_EQ(split("a,b", nullptr, 0), "");
+    EXPECT_EQ(DTString_Split(std::string("a,b").data(), ",", nullptr, 0), 0);
 }

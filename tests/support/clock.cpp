@@ -25,10 +25,12 @@ time_t time(time_t *result) noexcept {
 
 tm *localtime(const time_t *second) noexcept {
     static tm result;
+    tzset();
     return fake_clock.broken_local ? nullptr : localtime_r(second, &result);
 }
 
 int gettimeofday(timeval *result, void *) noexcept {
+    if (fake_clock.ended) return -1;
     timespec real;
     clock_gettime(CLOCK_REALTIME, &real);
     const int64_t set = fake_clock.microseconds;

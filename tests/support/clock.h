@@ -8,6 +8,7 @@
 struct Clock {
     time_t now = 0;            // 0: the real time
     bool broken_local = false; // localtime fails
+    bool ended = false;        // the fine clock fails, as where its seconds do not fit
     int64_t microseconds = -1; // of the fine clock; below 0: the real time
 
     int sleep_error = 0; // errno of every sleep, which then fails at once

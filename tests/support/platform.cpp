@@ -60,6 +60,7 @@ void *VRK_Malloc(size_t size) {
 }
 
 void VRK_Free(void *address) {
+    platform.freeing();
     --platform.blocks;
     free(static_cast<char *>(address) - lead);
 }

@@ -9,9 +9,11 @@
 struct Platform {
     std::vector<std::string> prints; // one entry a console call
     std::vector<uint32_t> delays;
-    unsigned allocations = 0; // asked for so far
-    unsigned refused = 0;     // of these
-    unsigned blocks = 0;      // not given back yet
+    unsigned allocations = 0;  // asked for so far
+    unsigned refused = 0;      // of these
+    unsigned blocks = 0;       // not given back yet
+    void (*freeing)() = [] {}; // called before a block is taken back
+    std::string format;        // the last that TMB_snprintf was given
 
     std::string console() const; // all prints, joined
     std::string take_console();  // the same, and forgets them
