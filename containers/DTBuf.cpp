@@ -72,7 +72,7 @@ uint32_t DTBuf_Get(const DTBuf *buf, uint32_t index, void **result) {
 }
 
 int DTBuf_Append(DTBuf *buf, const void *from, uint32_t count) {
-    if (!buf || !from || (count == 0 && buf->unit != 1)) return 0;
+    if (!buf || !from) return 0;
     if (count == 0)
         count = static_cast<uint32_t>(strnlen(static_cast<const char *>(from), UINT32_MAX));
     if (!write_at(buf, buf->length, from, count)) return 0;

@@ -42,10 +42,10 @@ void DTBuf_Clear(DTBuf *buf);
  */
 uint32_t DTBuf_Get(const DTBuf *buf, uint32_t index, void **result);
 
-/* Copies count elements behind the last one; a count of 0 takes from as a text, without its
- * terminator (elements of one byte only). from may lie in the buffer itself. Returns 1, or 0 with
- * the buffer unchanged for a null buffer or source, a text for larger elements, or when it cannot
- * grow.
+/* Copies count elements behind the last one. A count of 0 takes from as a text, without its
+ * terminator: the count is then the text's length in bytes, whatever the size of an element, and
+ * from must hold that many elements. from may lie in the buffer itself. Returns 1, or 0 with the
+ * buffer unchanged for a null buffer or source, or when it cannot grow.
  */
 int DTBuf_Append(DTBuf *buf, const void *from, uint32_t count);
 

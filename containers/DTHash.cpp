@@ -62,7 +62,7 @@ int add_entry(const DTHash *table, DTList *bucket, const void *key, const void *
 
 void show_bytes(const void *bytes, uint32_t count) {
     char format[100];
-    TMB_snprintf(format, sizeof format, "*%uS", static_cast<unsigned>(count));
+    TMB_snprintf(format, sizeof format, "*%dS", static_cast<int>(count));
     DTBuffer_UNPack(format, bytes);
 }
 

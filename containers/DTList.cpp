@@ -102,15 +102,20 @@ uintptr_t DTList_Set(DTList *list, int32_t index, uintptr_t value) {
 
 uintptr_t DTList_Find(const DTList *list, DTListCompare compare, uintptr_t key) {
     if (!compare) return 0;
-    for (const uintptr_t value : dt::nodes(list))
+    int32_t left = DTList_Length(list);
+    for (const uintptr_t value : dt::nodes(list)) {
+        if (left-- == 0) break; // what compare appended
         if (compare(value, key) == 0) return value;
+    }
     return 0;
 }
 
 int32_t DTList_FindPos(const DTList *list, DTListCompare compare, uintptr_t key) {
     if (!compare) return -1;
+    const int32_t length = DTList_Length(list);
     int32_t index = 0;
     for (const uintptr_t value : dt::nodes(list)) {
+        if (index == length) break;
         if (compare(value, key) == 0) return index;
         ++index;
     }
@@ -135,9 +140,8 @@ void DTList_RemoveAll(DTList *list) {
     if (!list || !list->free_value) return;
     while (list->head) {
         DTListNode *node = unlink_at(list, &list->head);
-        const uintptr_t value = node->value;
+        if (node->value != 0 && list->free_value) list->free_value(node->value);
         DTMem_LocalFree(node);
-        if (value != 0 && list->free_value) list->free_value(value);
     }
 }
 

@@ -6,8 +6,10 @@
  *
  * Indices count from 0 at the head. Every indexed operation and every append walks from there.
  *
- * A compare callback must not change the list. free_value may read the list and append to it, but
- * not release it; the element that it is called for has left the list before.
+ * A compare callback may append to the list, which the search then does not visit, and must not
+ * change it otherwise. free_value may read the list and append to it, but not release it; the
+ * element that it is called for has left the list, and its count, before; its node is freed after
+ * it.
  */
 #ifndef DT_CONTAINERS_DTLIST_H
 #define DT_CONTAINERS_DTLIST_H

@@ -37,7 +37,12 @@ typedef struct DTFault {
     char name[23];   /* always terminated */
 } DTFault;
 
-extern DTList *g_DTFault_List; /* the faults in order of registration; null before the first */
+/* The faults in order of registration; null before the first. A fault that the application takes
+ * off the list, which a start callback may do too, must live until its callback has returned and
+ * the end of it was reported: free it after the pass. The records of those behind it go to others
+ * then, and a start callback that moves up into a place that was passed waits for the next pass.
+ */
+extern DTList *g_DTFault_List;
 extern DTInfo *g_DTFault_Info; /* the fault store; null while there are no records */
 extern DTLogger *g_fcm_logger; /* the application's; libdt neither sets nor reads it */
 

@@ -77,12 +77,12 @@ template <typename Visit> void each_record(DTInfo *store, Visit visit) {
         visit(Bytes{key, key_len}, Bytes{data, length});
 }
 
-// The first count faults of the registry, in their order.
+// The faults at the first count positions of the registry, in their order. By position: a start
+// callback may change the list.
 template <typename Visit> void each_fault(int32_t count, Visit visit) {
-    for (const uintptr_t value : dt::nodes(g_DTFault_List)) {
-        if (count-- == 0) break;
-        if (value != 0) visit(reinterpret_cast<DTFault *>(value));
-    }
+    for (int32_t i = 0; i < count; ++i)
+        if (const uintptr_t value = DTList_Get(g_DTFault_List, i))
+            visit(reinterpret_cast<DTFault *>(value));
 }
 
 void run_callback(const DTFault *fault) {

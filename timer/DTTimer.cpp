@@ -35,12 +35,11 @@ void run(DTTimer *timer, uint32_t now) {
     timer->times = static_cast<int32_t>(static_cast<uint32_t>(timer->times) + 1); // may wrap
 }
 
-// What a callback registers is left to the next pass.
+// By position: a callback may change the list. What it registers is left to the next pass.
 void pass(uint32_t now) {
-    int32_t left = DTList_Length(g_DTTimer_List);
-    for (const uintptr_t value : dt::nodes(g_DTTimer_List)) {
-        if (left-- == 0) break;
-        DTTimer *timer = timer_of(value);
+    const int32_t count = DTList_Length(g_DTTimer_List);
+    for (int32_t i = 0; i < count; ++i) {
+        DTTimer *timer = timer_of(DTList_Get(g_DTTimer_List, i));
         if (is_due(timer, now)) run(timer, now);
     }
 }

@@ -2,8 +2,11 @@
  * own.
  *
  * Times are in milliseconds of a clock that starts again at 0 after 4,294,967. In the first pass
- * after that, or after the system's clock was set back, every running timer runs, whatever its
- * interval.
+ * after that every running timer runs, whatever its interval.
+ *
+ * The clock follows the system's (DTTime_GetUTime). When that is set, by seconds or by years, a
+ * timer runs once, in the next pass or at the latest one interval after it: nothing is made up for,
+ * and no timer stops. So it is in January 2038 on a device with 32-bit times.
  *
  * Nothing is locked: timers are registered before the loop starts or by a callback.
  */
@@ -35,7 +38,10 @@ struct DTTimer {
 };
 
 /* The timers (DTTimer *) in the order of their registration, null before the first one. They live
- * until the process ends: none may be removed.
+ * until the process ends, unless the application takes one off the list, which a callback may do
+ * too. A pass goes by position, up to the length at its start: a timer that moves up into a place
+ * that was passed waits for the next pass. The timer itself must live until its callback has
+ * returned and the pass has written to it: free it after the pass.
  */
 extern DTList *g_DTTimer_List;
 

@@ -22,17 +22,13 @@ Input counting(size_t length) {
 
 } // namespace
 
-TEST(Mixing, GivesTheKnownWords) {
-    EXPECT_EQ(mixed(counting(40)), (Chain{0xe96f445e, 0xc2d60222, 0x93f99496, 0x58f34744}));
+TEST(Mixing, GivesTheKnownWordsOfTheFirst40Bytes) {
+    EXPECT_EQ(mixed(counting(200)), (Chain{0xe96f445e, 0xc2d60222, 0x93f99496, 0x58f34744}));
     // One mixing goes on from what another left. The last word is filled with zeros.
     EXPECT_EQ(mixed({'a', 'b', 'c', 'd', 'e'}),
               (Chain{0x9375611c, 0xb15bc45c, 0x2cfd0922, 0xccac28dc}));
     EXPECT_EQ(mixed({'a', 'b', 'c', 'd'}, mixed(counting(40))),
               (Chain{0xc629ce1a, 0x40085e67, 0x7e0ba992, 0x954e4de8}));
-}
-
-TEST(Mixing, CountsTheFirst40BytesAlone) {
-    EXPECT_EQ(mixed(counting(200)), mixed(counting(40)));
     EXPECT_NE(mixed(Input(39, 0xFF)), mixed(Input(40, 0xFF)));
     Chain none = {};
     EXPECT_EQ(DTMD5_Encode(none.data(), nullptr, 4), 0);

@@ -1,5 +1,6 @@
 #include "support/platform.h"
 #include "support/store.h"
+#include "support/wire.h"
 
 #include <dt/fault.h>
 
@@ -7,26 +8,23 @@ namespace {
 
 constexpr char stamp[] = "11/16 18:44:43 ";
 
-std::string bytes(std::initializer_list<int> values) { return {values.begin(), values.end()}; }
-
-struct FaultRegistry : RecordsTest {};
+struct FaultRegistry : RecordsTest {
+    DTFault *first = DTFault_Regist("other", nullptr);
+    DTFault *fault = DTFault_Regist("a name of 22 characters and more", nullptr);
+};
 
 } // namespace
 
 TEST_F(FaultRegistry, NumbersFaultsInTheirOrderAsLongAsTheyCanBeToldApart) {
-    DTFault *first = DTFault_Regist("pump", nullptr);
-    DTFault *second = DTFault_Regist("a name of 22 characters and more", nullptr);
-    EXPECT_EQ(first->index + 10 * second->index, 10);
-    EXPECT_STREQ(second->name, "a name of 22 character");
-    EXPECT_EQ(DTList_Get(g_DTFault_List, 1), reinterpret_cast<uintptr_t>(second));
+    EXPECT_EQ(first->index + 10 * fault->index, 10);
+    EXPECT_STREQ(fault->name, "a name of 22 character");
+    EXPECT_EQ(DTList_Get(g_DTFault_List, 1), reinterpret_cast<uintptr_t>(fault));
     for (int i = 2; i < 256; ++i) EXPECT_NE(DTFault_Regist("pump", nullptr), nullptr);
     EXPECT_EQ(DTFault_Regist("pump", nullptr), nullptr);
     EXPECT_EQ(DTList_Length(g_DTFault_List), 256);
 }
 
-TEST_F(FaultRegistry, StoresEachKindUnderItsKey) {
-    DTFault_Regist("other", nullptr);
-    DTFault *fault = DTFault_Regist("pump", nullptr);
+TEST_F(FaultRegistry, StoresEachKindUnderItsKeyAndRefusesDataBeyondARecord) {
     DTFault_SetRegist(fault, 1, 0x01020304);
     DTFault_SetRegist64(fault, 2, 0x0102030405060708);
     DTFault_SetRegistEx(fault, 9, "abc", 3);
@@ -34,32 +32,30 @@ TEST_F(FaultRegistry, StoresEachKindUnderItsKey) {
     DTFault_SetCounter64(fault, 3, 4294967298);
     DTFault_SetCounterEx(fault, 9, nullptr, 0);
     DTFault_SetValue(fault, 1, "xy", 2);
-    EXPECT_EQ(g_DTFault_Info->max_size, 10485760u);
-    EXPECT_EQ(records_of(g_DTFault_Info),
-              (Records{{bytes({0, 1}), bytes({1, 0, 0, 0, 4, 3, 2, 1})},
-                       {bytes({1, 1}), bytes({2, 0, 0, 0, 8, 7, 6, 5, 4, 3, 2, 1})},
-                       {bytes({2, 1}), bytes({9, 0, 0, 0, 3, 0, 0, 0}) + "abc"},
-                       {bytes({3, 1}), bytes({7, 0, 0, 0, 100, 0, 0, 0})},
-                       {bytes({4, 1}), bytes({3, 0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0})},
-                       {bytes({5, 1}), bytes({9, 0, 0, 0, 0, 0, 0, 0})},
-                       {bytes({6, 1}), bytes({1, 0, 0, 0, 2, 0, 0, 0}) + "xy"}}));
-}
-
-TEST_F(FaultRegistry, RefusesDataBeyondARecord) {
-    DTFault *fault = DTFault_Regist("pump", nullptr);
     const std::string data(65536 + 8, 'd');
     for (const uint32_t length : {292u, 293u, 65527u, 65528u, 65536u + 8, UINT32_MAX}) {
         DTFault_SetRegistEx(fault, 1, data.data(), length);
         DTFault_SetCounterEx(fault, 2, data.data(), length);
         if (length > 293) DTFault_SetValue(fault, 3, data.data(), length);
     }
-    std::vector<size_t> sizes;
-    for (const auto &record : records_of(g_DTFault_Info)) sizes.push_back(record.second.size());
-    EXPECT_EQ(sizes, (std::vector<size_t>{300, 300, 65535}));
+    EXPECT_EQ(g_DTFault_Info->max_size, 10485760u);
+    const std::pair<char, std::string> expected[] = {
+        {0, word(1) + word(0x01020304)},
+        {1, word(2) + word(0x05060708) + word(0x01020304)},
+        {2, word(9) + word(3) + "abc"},
+        {3, word(7) + word(100)},
+        {4, word(3) + word(2) + word(1)},
+        {5, word(9) + word(0)},
+        {6, word(1) + word(2) + "xy"},
+        {2, word(1) + word(292) + data.substr(0, 292)},
+        {5, word(2) + word(292) + data.substr(0, 292)},
+        {6, word(3) + word(65527) + data.substr(0, 65527)}};
+    Records records;
+    for (const auto &[kind, value] : expected) records.emplace_back(std::string{kind, 1}, value);
+    EXPECT_EQ(records_of(g_DTFault_Info), records);
 }
 
 TEST_F(FaultRegistry, KeepsTwoLogsApartAndDropsTheLinesOfAnIgnoredFault) {
-    DTFault *fault = DTFault_Regist("pump", nullptr);
     for (const uint32_t ignored : {2u, 0u}) {
         DTFault_Ignore(fault, ignored);
         DTFault_SetInitLog(fault, 2, 0, ignored ? "dropped" : "started");
@@ -78,7 +74,7 @@ TEST_F(FaultRegistry, KeepsTwoLogsApartAndDropsTheLinesOfAnIgnoredFault) {
 }
 
 // Blocks of a registration, in order: fault, init log, run log, registry, node.
-TEST_F(FaultRegistry, RegistersWithoutALogOrNotAtAllWhenMemoryIsShort) {
+TEST(FaultMemory, RegistersWithoutALogOrNotAtAllWhenItIsShort) {
     platform.fail_only(5);
     EXPECT_EQ(DTFault_Regist("pump", nullptr), nullptr);
     EXPECT_EQ(platform.blocks, 0u);

@@ -85,3 +85,33 @@ TEST(Timer, WhatACallbackRegistersRunsInTheNextPass) {
     run_passes(3);
     EXPECT_EQ(calls, (std::vector<int64_t>{200, 300}));
 }
+
+// The first takes itself off the list, and is written to after its call all the same: the third
+// comes to the place of the second, which takes the whole list away.
+TEST(Timer, CallbacksMayChangeTheList) {
+    set_clock(0);
+    static uintptr_t first;
+    DTTimer_Regist([](DTTimer *) { return first = DTList_Popup(g_DTTimer_List), 0; }, 0);
+    for (int i = 0; i < 3; ++i)
+        DTTimer_Regist([](DTTimer *self) { return g_DTTimer_List = nullptr, keep_on(self); }, 0);
+    run_passes(2);
+    EXPECT_EQ(calls, (std::vector<int64_t>{0}));
+    const DTTimer *timer = reinterpret_cast<DTTimer *>(first);
+    EXPECT_EQ(timer->times * 10 + timer->status, 10);
+}
+
+// By years, forwards and backwards, before 1970 and past 2038 and 2106, and to where time ends:
+// each timer goes on, an interval later at the latest.
+TEST(Timer, GoesOnWhenTheClockIsSet) {
+    set_clock(1416163483000);
+    DTTimer_Regist(keep_on, 700);
+    const int64_t seconds[] = {1416163484,  2147483647, 1416163482, 4294967295, 2147483640,
+                               -2147483648, 4102444800, 0,          1262304000, 2524608000};
+    for (const int64_t second : seconds) {
+        set_clock(second * 1000 + 999);
+        const size_t before = calls.size();
+        run_passes(9);
+        EXPECT_GE(calls.size(), before + 1) << second;
+        EXPECT_LE(calls.size(), before + 3) << second; // milliseconds may start again, too
+    }
+}
