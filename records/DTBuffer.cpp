@@ -159,17 +159,18 @@ void show(const Field &field, int number, const uint8_t *at) {
 }
 
 int32_t unpack(const char *format, const void *buffer, uint32_t length, va_list &args) {
-    if (!format || !buffer) return 0;
+    if (!format) return 0;
     const bool shows = *format == '*';
     if (shows) {
         print("format:");
         DTPrint_Puts(format, 0);
     }
-    const uint8_t *at = static_cast<const uint8_t *>(buffer);
+    if (!buffer) length = 0;
+    const uint8_t *at = static_cast<const uint8_t *>(buffer ? buffer : "");
     int32_t number = 0;
     Fields fields(shows ? format + 1 : format);
     for (Field field; fields.next(&field); at += field.width) {
-        if (field.width > length) return -1;
+        if (field.width > length) return buffer ? -1 : number;
         length -= field.width;
         ++number;
         if (shows)

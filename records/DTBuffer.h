@@ -48,7 +48,8 @@ int32_t DTBuffer_PackN(void *buffer, uint32_t size, const char *format, ...);
  *
  * The plain form trusts that buffer holds the whole record; the sized form stops before the first
  * field that does not lie wholly in length bytes and returns -1; the fields before it have been
- * stored or shown. A null format or buffer: 0.
+ * stored or shown. A null format: 0. A null buffer holds fields of no bytes alone: both forms stop
+ * before the first field that has any and return the number of those before it.
  */
 int32_t DTBuffer_UNPack(const char *format, const void *buffer, ...);
 int32_t DTBuffer_UNPackN(const char *format, const void *buffer, uint32_t length, ...);

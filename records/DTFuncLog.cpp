@@ -8,13 +8,15 @@
 
 namespace {
 
-constexpr int32_t largest_key = UINT8_MAX;
 constexpr int32_t not_found = INT32_MAX; // an index that no record has
 
 void print(const char *text) { DTPrint_Show(text, 0); }
 
+// Entries that can be looked at.
+int32_t entries(const DTFuncLog *log) { return log->funcs ? log->func_count : 0; }
+
 int32_t index_of(const DTFuncLog *log, const char *name) {
-    for (int32_t i = 0; i < log->func_count; ++i)
+    for (int32_t i = 0; i < entries(log); ++i)
         if (log->funcs[i].name && strcmp(log->funcs[i].name, name) == 0) return i;
     return not_found;
 }
@@ -37,7 +39,7 @@ static_assert(sizeof(void *) != 4 || sizeof(DTFuncLog) == 16, "four words on the
 DTFuncLog *DTFuncLog_New(const DTFunc *funcs, int32_t func_count, uint32_t max_size) {
     DTFuncLog *log = static_cast<DTFuncLog *>(DTMem_LocalMalloc(sizeof(DTFuncLog)));
     if (!log) return nullptr;
-    *log = {funcs, funcs ? func_count : 0, DTInfo_New(max_size), 0};
+    *log = {funcs, func_count, DTInfo_New(max_size), 0};
     if (log->info) return log;
     DTMem_LocalFree(log);
     return nullptr;
@@ -55,7 +57,7 @@ void DTFuncLog_Ignore(DTFuncLog *log, uint32_t value) {
 
 int DTFuncLog_Get(DTFuncLog *log, int32_t index, uint32_t *pos, uint32_t *id, const uint8_t **value,
                   uint32_t *value_len) {
-    if (!log || index >= log->func_count || index > largest_key) return 0;
+    if (!log || index >= log->func_count) return 0;
     const uint8_t key = static_cast<uint8_t>(index);
     const uint8_t *rec_key;
     uint8_t rec_key_len;
@@ -71,7 +73,7 @@ int DTFuncLog_Get(DTFuncLog *log, int32_t index, uint32_t *pos, uint32_t *id, co
 void DTFuncLog_ShowFunc(const DTFuncLog *log) {
     if (!log) return;
     DTPrint_Puts("", 0);
-    for (int32_t i = 0; i < log->func_count; ++i) {
+    for (int32_t i = 0; i < entries(log); ++i) {
         const DTFunc &func = log->funcs[i];
         print(func.name);
         DTPrint_Puts(func.detail, 0);
@@ -90,7 +92,7 @@ void DTFuncLog_Show(DTFuncLog *log, const char *name, int32_t from, int32_t coun
     uint32_t length;
     for (int32_t n = 0; DTFuncLog_Get(log, index, &pos, &id, &value, &length); ++n) {
         if (n < from) continue;
-        if (int64_t{n} - from >= count || id >= static_cast<uint32_t>(log->func_count)) return;
+        if (int64_t{n} - from >= count || int64_t{id} >= entries(log)) return;
         show_record(n, log->funcs[id], value, length);
     }
 }

@@ -37,8 +37,8 @@ typedef struct DTFuncLog {
 } DTFuncLog;
 
 /* Returns a log over func_count entries at funcs, which must outlive it, with a store of at most
- * max_size bytes (see DTInfo_New), or null without memory. A null table has no entries. Charged to
- * owner id 0.
+ * max_size bytes (see DTInfo_New), or null without memory. func_count is kept as it is given; of a
+ * null table nothing is listed or shown, and its records can be read. Charged to owner id 0.
  */
 DTFuncLog *DTFuncLog_New(const DTFunc *funcs, int32_t func_count, uint32_t max_size);
 
@@ -51,7 +51,7 @@ void DTFuncLog_Ignore(DTFuncLog *log, uint32_t value);
 /* Reads the next record, oldest first, as DTInfo_Get does.
  *
  * index  a function's index; below 0 (DTFUNCLOG_ANY): records of any key. Nothing is found for an
- *        index at or beyond the table's end, nor for one above 255, which no key can hold.
+ *        index at or beyond func_count. Of an index above 255 the low byte counts.
  * pos    in/out; DTINFO_FIRST before the first call, left alone between calls.
  * id, value, value_len
  *        out, each may be null: the first byte of the record's key (DTFUNCLOG_NO_FUNCTION for a key

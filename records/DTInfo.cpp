@@ -50,7 +50,11 @@ bool is_empty(const DTInfo *store) {
 // An empty store counts as wrapped; who walks asks for that first.
 bool is_wrapped(const DTInfo *store) { return store->free_addr <= store->use_addr; }
 
-uint32_t rounded_up(uint32_t size) { return (size + block_unit - 1) / block_unit * block_unit; }
+// What would leave 32 bits is held at the largest.
+uint32_t rounded_up(uint32_t size) {
+    const uint32_t largest = UINT32_MAX / block_unit * block_unit;
+    return size < largest ? (size + block_unit - 1) / block_unit * block_unit : largest;
+}
 
 // The one reader of records. False where no whole record lies: a position that a walk kept while
 // records were erased may point anywhere. Inline: every append to a full store and every step of a
@@ -263,7 +267,7 @@ DTInfo *DTInfo_New(uint32_t max_size) {
 }
 
 int DTInfo_ReSize(DTInfo *store, uint32_t max_size) {
-    if (!store || max_size > UINT32_MAX - (block_unit - 1)) return 0;
+    if (!store) return 0;
     max_size = rounded_up(max_size);
     if (store->memory && max_size == store->max_size) return 1;
     if (store->memory && max_size != 0 && max_size <= block_size(store)) {
@@ -343,13 +347,13 @@ int32_t DTInfo_Append2Message(DTInfo *store, const void *key, uint8_t key_len, c
 int32_t DTInfo_Write(DTInfo *store, const char *key, const char *value) {
     if (!store || !key || !value) return -1;
     if (store->ignore) return 0;
-    return append(store, {key, text_length(key)}, {value, text_length(value)});
+    return append(store, {key, text_length(key)}, {value, static_cast<uint16_t>(strlen(value))});
 }
 
 int32_t DTInfo_PackPre(DTInfo *store, const void *key, uint32_t key_len, uint32_t value_len) {
     if (!store || store->ignore) return 0;
     const Bytes name = {key, key_len == 0 && key ? text_length(key) : key_len};
-    if (!begin_record(store, name, value_len, 0)) return 0;
+    if (!begin_record(store, name, static_cast<uint16_t>(value_len), 0)) return 0;
     advance(store, frame_size + name.length);
     return 1;
 }

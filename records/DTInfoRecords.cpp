@@ -115,13 +115,14 @@ void print(const char *text) { DTPrint_Show(text, 0); }
 void DTInfo_AddInfo(DTInfo *store, uint8_t type, uint32_t id, const void *data1, int32_t len1,
                     const void *data2, int32_t len2, const void *data3, int32_t len3,
                     uint32_t value) {
+    if (!store || store->ignore) return;
     if (!DTInfo_GetFlag(store, id)) len3 = 0;
     if (!is_usable(data1, len1) || !is_usable(data2, len2) || !is_usable(data3, len3)) return;
     char key[100];
     TMB_snprintf(key, sizeof key, key_format, static_cast<int>(len1), static_cast<int>(len2),
                  static_cast<int>(len3));
     const uint32_t size = static_cast<uint32_t>(DTBuffer_GetPackSize(key, nullptr));
-    if (!DTInfo_PackPre(store, key, 0, size)) return;
+    if (size > DTINFO_MAX_VALUE || !DTInfo_PackPre(store, key, 0, size)) return;
     DTBuffer_Pack(DTMem_Get(store->memory, store->free_addr), key,
                   static_cast<uint32_t>(DTTime_Now()), int{type}, static_cast<int>(id & 0xFFFF),
                   value, data1, data2, data3);

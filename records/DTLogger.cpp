@@ -41,10 +41,9 @@ void echo_as_asked(const DTLogger *logger, uint32_t level, const char *text) {
     if (wanted) echo(text, level != 0);
 }
 
+// As DTInfo_Write, for a key whose length is known.
 int32_t store(DTInfo *info, uint32_t level, const char *text) {
-    const size_t length = strnlen(text, DTINFO_MAX_VALUE + 1);
-    if (length > DTINFO_MAX_VALUE) return DTInfo_Write(info, key_of(level), text); // refused
-    return DTInfo_Append(info, key_of(level), 1, text, static_cast<uint16_t>(length));
+    return DTInfo_Append(info, key_of(level), 1, text, static_cast<uint16_t>(strlen(text)));
 }
 
 int32_t store_line(DTLogger *logger, uint32_t level, const char *pattern, const char *text) {

@@ -1,8 +1,9 @@
 /* A log of text lines, kept in a record store, with an echo on the console.
  *
  * Each line becomes two records under the key of its level, "w" for level 2, "e" for level 3, "l"
- * for any other: first the time stamp, then the text. A text that can never be stored leaves its
- * stamp alone. A null logger is answered with -1, or with nothing.
+ * for any other: first the time stamp, then the text, of whose length the low 16 bits count (see
+ * DTInfo_Write). A text that can never be stored leaves its stamp alone. A null logger is answered
+ * with -1, or with nothing.
  */
 #ifndef DT_RECORDS_DTLOGGER_H
 #define DT_RECORDS_DTLOGGER_H

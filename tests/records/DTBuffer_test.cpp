@@ -5,15 +5,6 @@
 #include <dt/records.h>
 #include <gtest/gtest.h>
 
-namespace {
-
-std::string shown(const std::string &format, const void *bytes) {
-    DTBuffer_UNPack(format.c_str(), bytes);
-    return platform.take_console();
-}
-
-} // namespace
-
 TEST(PackFormat, SizesAndCountsFields) {
     int32_t count = 0;
     EXPECT_EQ(DTBuffer_GetPackSize("TBhI3S5S7S", &count), 26);
@@ -25,8 +16,8 @@ TEST(PackFormat, SizesAndCountsFields) {
                                                       {"1B2s", 3},
                                                       {"12\x80s", 0},
                                                       {"*s", 0},
-                                                      {nullptr, 0},
                                                       {"10s0S", 10},
+                                                      {nullptr, 0},
                                                       {"3000000000s", INT32_MAX},
                                                       {"2147483647s2147483647SI", INT32_MAX}};
     for (const auto &[format, size] : sizes)
@@ -61,30 +52,31 @@ TEST(PackFormat, ExtractsWhatWasPackedAndStopsBeforeAnOverrun) {
     EXPECT_EQ(byte, 0xFF);
     EXPECT_EQ(DTBuffer_UNPackN("99999999999s", record, 11, text), -1);
     EXPECT_EQ(DTBuffer_UNPackN("*bI", record, 3), -1);
-    EXPECT_EQ(platform.take_console(), "format:*bI\n0001[B]=>128<\n");
-    EXPECT_EQ(DTBuffer_UNPack(nullptr, record) + DTBuffer_UNPack("B", nullptr, &byte), 0);
+    EXPECT_EQ(DTBuffer_UNPack(nullptr, record), 0);
+    // Without a buffer there are fields of no bytes alone.
+    EXPECT_EQ(DTBuffer_UNPack("0s0SB", nullptr, text, none, &byte), 2);
+    EXPECT_EQ(text + std::string(none), "");
+    EXPECT_EQ(DTBuffer_UNPackN("*0sB", nullptr, 9) + DTBuffer_UNPack("*", nullptr), 1);
+    EXPECT_EQ(platform.console(),
+              "format:*bI\n0001[B]=>128<\nformat:*0sB\n0001[0s]=><\nformat:*\n");
 }
 
-TEST(PackFormat, ShowsEachLetter) {
+TEST(PackFormat, ShowsEachLetterAndLongFieldsWhole) {
     fake_clock.stand_at(a_sunday_evening);
     const uint8_t numbers[] = {0xFF, 0xFF, 0,    0x80, 0,    0x80, 0xEF, 0xBE, 0xAD,
                                0xDE, 0xFF, 0xFF, 0xFF, 0xFF, 0,    0,    0,    0};
-    EXPECT_EQ(shown("*Bb9H hIiT", numbers), "format:*Bb9H hIiT\n"
-                                            "0001[B]=>0xFF<\n0002[B]=>255<\n"
-                                            "0003[H]=>0xFFFF8000<\n0004[h]=>-32768<\n"
-                                            "0005[I]=>0xDEADBEEF<\n0006[i]=>-1<\n"
-                                            "0007[T]=>2014/11/16 18:44:43<\n");
-    EXPECT_EQ(shown("*5s3s0s2S0S", "ab\0cdxyzAB"), "format:*5s3s0s2S0S\n"
-                                                   "0001[5s]=>ab<\n0002[3s]=>xyz<\n0003[0s]=><\n"
-                                                   "0004[2S]=>\n41 42 \n0005[0S]=>\n\n");
-    EXPECT_EQ(DTBuffer_UNPack("*HH", numbers), 2);
-}
-
-TEST(PackFormat, ShowsLongFieldsWhole) {
-    const std::string text(5000, 'x'), blanks(2000, ' ');
+    EXPECT_EQ(DTBuffer_UNPack("*Bb9H hIiT", numbers), 7);
+    DTBuffer_UNPack("*5s3s0s2S0S", "ab\0cdxyzAB");
+    EXPECT_EQ(platform.take_console(),
+              "format:*Bb9H hIiT\n"
+              "0001[B]=>0xFF<\n0002[B]=>255<\n0003[H]=>0xFFFF8000<\n0004[h]=>-32768<\n"
+              "0005[I]=>0xDEADBEEF<\n0006[i]=>-1<\n0007[T]=>2014/11/16 18:44:43<\n"
+              "format:*5s3s0s2S0S\n0001[5s]=>ab<\n0002[3s]=>xyz<\n0003[0s]=><\n"
+              "0004[2S]=>\n41 42 \n0005[0S]=>\n\n");
+    const std::string text(5000, 'x'), format = "*" + std::string(2000, ' ') + "5000s5000S";
     std::string dump;
     for (int i = 1; i <= 5000; ++i) dump += i % 16 == 0 && i != 5000 ? "78 \n" : "78 ";
-    EXPECT_EQ(shown("*" + blanks + "5000s5000S", (text + text).c_str()),
-              "format:*" + blanks + "5000s5000S\n0001[5000s]=>" + text + "<\n0002[5000S]=>\n" +
-                  dump + "\n");
+    DTBuffer_UNPack(format.c_str(), (text + text).c_str());
+    EXPECT_EQ(platform.console(),
+              "format:" + format + "\n0001[5000s]=>" + text + "<\n0002[5000S]=>\n" + dump + "\n");
 }

@@ -32,13 +32,6 @@ struct FuncLog : RecordsTest {
 
 } // namespace
 
-TEST_F(FuncLog, ListsTheTable) {
-    DTFuncLog_ShowFunc(log);
-    EXPECT_EQ(platform.take_console(), "\nopen(device)\nid:0;cnt:3;fmt:B\n"
-                                       "read(blocks)\nid:1;cnt:-1;fmt:H2s\n"
-                                       "\nid:2;cnt:0;fmt:\n");
-}
-
 TEST_F(FuncLog, NumbersTheRecordsThatItSelects) {
     add(0, "\1");
     add(1, "\7acd");
@@ -73,7 +66,15 @@ TEST_F(FuncLog, ShowsTheFirst97CharactersOfAFormat) {
                                   "b12\n0001[T]=>2014/11/16 18:44:43<\n0002[B]=>1<\n");
 }
 
-TEST_F(FuncLog, GetsRecordsAndTheirOwners) {
+// A log without a table is read like any other.
+TEST_F(FuncLog, ListsItsTableAndGetsRecordsAndTheirOwners) {
+    DTFuncLog_ShowFunc(log);
+    EXPECT_EQ(platform.take_console(), "\nopen(device)\nid:0;cnt:3;fmt:B\n"
+                                       "read(blocks)\nid:1;cnt:-1;fmt:H2s\n"
+                                       "\nid:2;cnt:0;fmt:\n");
+    DTFuncLog_Release(log);
+    EXPECT_EQ(platform.blocks, 1u); // the sink
+    log = DTFuncLog_New(nullptr, 457, 1024);
     add(0, "\1");
     add(200, "foreign");
     uint32_t pos = DTINFO_FIRST, id = 7, length = 7;
@@ -86,16 +87,11 @@ TEST_F(FuncLog, GetsRecordsAndTheirOwners) {
     EXPECT_EQ(get(INT32_MIN), 1);
     EXPECT_EQ(id, 200u);
     pos = DTINFO_FIRST;
-    EXPECT_EQ(get(200), 0); // beyond the table
-    log->func_count = 1000;
-    EXPECT_EQ(get(456), 0); // has the low byte 200
-    EXPECT_EQ(get(200), 1);
-}
-
-TEST_F(FuncLog, HoldsRecordsAloneWithoutATable) {
-    DTFuncLog_Release(log);
-    EXPECT_EQ(platform.blocks, 0u);
-    log = DTFuncLog_New(nullptr, 2, 1024);
-    add(0, "\1");
-    EXPECT_EQ(show(nullptr, 0, 1), "");
+    EXPECT_EQ(get(457), 0);
+    EXPECT_EQ(get(456), 1); // has the low byte 200
+    DTFuncLog_ShowFunc(log);
+    EXPECT_EQ(show("open", 0, 9) + show(nullptr, 0, 9), "\n");
+    EXPECT_EQ(log->ignore, 0u);
+    DTFuncLog_Ignore(log, 5);
+    EXPECT_EQ(log->ignore, 5u);
 }

@@ -50,21 +50,30 @@ struct InfoRecords : RecordsTest {
 
 TEST_F(InfoRecords, CarryTheirFormatAsTheirKey) {
     add(0x7F, 300, 0x01020304, "abc", "defgh", "ijklmno");
-    EXPECT_EQ(stored(), "TBhI3S5S0S|\x9B\xF0\x68\x54\x7F\x2C\x01\x04\x03\x02\x01"s
-                        "abcdefgh");
     DTInfo_SetFlag(store, 300, 1);
     add(1, 300, 0, "abc", "defgh", "ijklmno");
-    EXPECT_EQ(stored(), "TBhI3S5S7S|\x9B\xF0\x68\x54\x01\x2C\x01\0\0\0\0abcdefghijklmno"s);
     add(1, 65536 + 301, 0, "", "", "third"); // the whole id has its flag set, 301 has not
-    EXPECT_EQ(stored(), "TBhI0S0S5S|\x9B\xF0\x68\x54\x01\x2D\x01\0\0\0\0third"s);
+    EXPECT_EQ(stored(), "TBhI3S5S0S|\x9B\xF0\x68\x54\x7F\x2C\x01\x04\x03\x02\x01"s
+                        "abcdefgh"
+                        "TBhI3S5S7S|\x9B\xF0\x68\x54\x01\x2C\x01\0\0\0\0abcdefghijklmno"
+                        "TBhI0S0S5S|\x9B\xF0\x68\x54\x01\x2D\x01\0\0\0\0third"s);
+    add(2, 65535, 0xFFFFFFFF, "\x0A\xFF");
+    EXPECT_EQ(show({}), "index=1,format:*TBhI2S0S0S\n0001[T]=>2014/11/16 18:44:43<\n"
+                        "0002[B]=>0x02<\n0003[h]=>-1<\n0004[I]=>0xFFFFFFFF<\n"
+                        "0005[2S]=>\n0A FF \n0006[0S]=>\n\n0007[0S]=>\n\nTotal count 1");
 }
 
 TEST_F(InfoRecords, AreAddedWholeOrNotAtAll) {
     DTInfo_AddInfo(store, 1, 1, nullptr, 1, "", 0, "", 0, 1);
     DTInfo_AddInfo(store, 1, 1, "", 0, "abc", -2, "", 0, 1);
     DTInfo_AddInfo(store, 1, 2000, "", 0, "", 0, nullptr, 1, 1);
-    add(1, 1, 1, std::string(65525, 'x'));
-    EXPECT_EQ(store->free_addr, 0u);
+    for (const size_t size : {65525, 65536 + 65524, 65536 + 65536})
+        add(1, 1, 1, std::string(size, 'x'));
+    DTInfo_Ignore(store, 1);
+    platform.format = "none";
+    add(1, 1, 1);
+    EXPECT_EQ(platform.format + std::to_string(store->free_addr), "none0");
+    DTInfo_Ignore(store, 0);
     // Without its flag the third string is not looked at.
     DTInfo_AddInfo(store, 1, 1, nullptr, 0, nullptr, 0, nullptr, -1, 1);
     EXPECT_EQ(stored(), "TBhI0S0S0S|\x9B\xF0\x68\x54\x01\x01\0\x01\0\0\0"s);
@@ -73,15 +82,12 @@ TEST_F(InfoRecords, AreAddedWholeOrNotAtAll) {
     EXPECT_EQ(store->free_addr + store->free_size, store->memory->size);
 }
 
-TEST_F(InfoRecords, AreShownWithNumbersAndATotal) {
-    add(2, 65535, 0xFFFFFFFF, "\x0A\xFF");
-    EXPECT_EQ(show({}), "index=1,format:*TBhI2S0S0S\n0001[T]=>2014/11/16 18:44:43<\n"
-                        "0002[B]=>0x02<\n0003[h]=>-1<\n0004[I]=>0xFFFFFFFF<\n"
-                        "0005[2S]=>\n0A FF \n0006[0S]=>\n\n0007[0S]=>\n\nTotal count 1");
-}
-
-TEST_F(InfoRecords, AreSelectedByEachFilter) {
+TEST_F(InfoRecords, AreSelectedByEachFilterAmongOthers) {
     add(1, 7, 0, "\x0A\0z"s, "second");
+    for (const std::string key :
+         {"l", "TBhI1S2S", "TBhI0S0S0s", "TBhI0S0S0S.", "TBhIS2S3S", "TBhI99999999999S2S3S",
+          "TBhI0S0S1S", "tBhI0S0S0S", "TBhI 0S0S0S"})
+        DTInfo_Append(store, key.data(), static_cast<uint8_t>(key.size()), "elevenbytes", 11);
     add(2, 65535, 5, "\x0A\x01", "se");
     add(1, 65543, 0xFFFFFFFE, "", "third");
     const std::pair<Filters, const char *> cases[] = {
@@ -104,20 +110,10 @@ TEST_F(InfoRecords, AreSelectedByEachFilter) {
 }
 
 TEST_F(InfoRecords, OfAnyLengthAreComparedAndShown) {
-    const std::string text(5000, '\xAA');
-    std::string hex;
-    for (int i = 0; i < 200; ++i) hex += "AA";
+    const std::string text(5000, '\xAA'), hex(400, 'A');
     add(1, 1, 1, text, text);
     add(1, 1, 1, text.substr(0, 199), text);
     EXPECT_EQ(numbers({.hex1 = (hex + "62").c_str()}), "1, of 1"); // no byte beyond the 200th
     const std::string all = show({.hex2 = hex.c_str(), .to = 1});
     EXPECT_EQ(std::count(all.begin(), all.end(), 'A'), 2 * 10000);
-}
-
-TEST_F(InfoRecords, AmongOthersAreFound) {
-    for (const std::string key :
-         {"TBhI0S0S0S", "l", "TBhI1S2S", "TBhI0S0S0s", "TBhI0S0S0S.", "TBhIS2S3S",
-          "TBhI99999999999S2S3S", "TBhI0S0S1S", "tBhI0S0S0S", "TBhI 0S0S0S", "TBhI0S0S0S"})
-        DTInfo_Append(store, key.data(), static_cast<uint8_t>(key.size()), "elevenbytes", 11);
-    EXPECT_EQ(numbers({}), "1,2, of 2");
 }

@@ -15,30 +15,46 @@ int32_t append(DTInfo *store, const std::string &key, const std::string &value) 
                          static_cast<uint16_t>(value.size()));
 }
 
-// A store of at most 1024 bytes, with records of the given sizes.
-DTInfo *store_of(std::initializer_list<size_t> sizes) {
-    DTInfo *store = DTInfo_New(1024);
-    char key = 'a';
-    for (const size_t size : sizes) append(store, many(1, key++), many(size - 4));
-    return store;
-}
-
 std::string keys_of(DTInfo *store) {
     std::string keys;
     for (const auto &record : records_of(store)) keys += record.first;
     return keys;
 }
 
+// What the four ways to append answer: all of them, or with a failure each.
+std::vector<int32_t> answers(DTInfo *store, const std::string &key, const std::string &value) {
+    const auto size = static_cast<uint16_t>(value.size());
+    const auto key_size = static_cast<uint8_t>(key.size());
+    return {append(store, key, value), DTInfo_Write(store, key.c_str(), value.c_str()),
+            DTInfo_Append2Message(store, key.data(), key_size, value.data(), size, "", 0),
+            DTInfo_PackPre(store, key.c_str(), key_size, size)};
+}
+
+const std::vector<int32_t> refused = {-1, -1, 0, 0};
+
 struct InfoStore : RecordsTest {};
 
 } // namespace
 
-TEST_F(InfoStore, LaysOutARecord) {
+TEST_F(InfoStore, LaysOutARecordWithLengthsOf8And16Bits) {
     DTInfo *store = DTInfo_New(0);
+    const std::string key = many(254, 'k'), text = many(65536);
     EXPECT_EQ(DTInfo_Write(store, "k", "value"), 9);
     EXPECT_EQ(DTInfo_Append2Message(store, "ab", 2, "12", 2, "345", 3), 1);
-    EXPECT_EQ(DTMem_memcmp(store->memory, 0, "\1k\5\0value\2ab\5\00012345\xFF", 20), 0);
+    EXPECT_EQ(DTInfo_Write(store, "w", text.c_str()), 4); // the low 16 bits of a text's length
+    EXPECT_EQ(DTInfo_Write(store, "w", (text + "x").c_str()), 5);
+    EXPECT_EQ(DTMem_memcmp(store->memory, 0, "\1k\5\0value\2ab\5\00012345\1w\0\0\1w\1\0v\xFF", 29),
+              0);
     EXPECT_STREQ(fault_of(store), nullptr);
+    EXPECT_EQ(append(store, key, many(65535)), 65535 + 254 + 3);
+    EXPECT_EQ(answers(store, key + "k", "v"), refused);
+    EXPECT_EQ(DTInfo_Write(store, nullptr, "v") + DTInfo_Write(store, "k", nullptr), -2);
+    EXPECT_EQ(DTInfo_Append(store, nullptr, 1, "v", 1) + DTInfo_Append(store, "k", 1, nullptr, 1),
+              -2);
+    EXPECT_EQ(DTInfo_Append2Message(store, "k", 1, text.data(), 65535, "+", 1), 0);
+    EXPECT_EQ(DTInfo_PackPre(store, text.c_str(), 0, 1), 0);
+    store->free_size = 1024 * 1024;
+    EXPECT_EQ(answers(store, "k", "v"), refused); // positions that cannot be
 }
 
 TEST(InfoStoreTrace, ReportsItsGrowthInOrder) {
@@ -59,56 +75,33 @@ TEST(InfoStoreTrace, ReportsItsGrowthInOrder) {
               "use  addr:   0\nmaxsize: 2048\nfreesize: 1044\nsize 2004size 2004size 2004");
 }
 
-TEST_F(InfoStore, WithoutAMaximumItGrowsBy256KibAtMost) {
-    DTInfo *store = DTInfo_New(0);
-    for (int i = 0; i < 600; ++i) append(store, "k", many(1020));
-    EXPECT_EQ(store->memory->size, 768u * 1024);
-}
-
 TEST_F(InfoStore, AFilterIsAPrefixThatNeverMatchesAcrossTheEnd) {
-    DTInfo *store = store_of({500, 520, 4}); // the last with its empty value at the very end
+    DTInfo *store = DTInfo_New(1024);
+    for (const size_t size : {496, 516, 0}) // the last with its empty value at the very end
+        append(store, many(1, static_cast<char>('a' + size % 10)), many(size));
     for (const char *key : {"log", "l", "e"}) append(store, key, "x");
-    EXPECT_EQ(keys_of(store), "bclogle");
-    EXPECT_EQ(records_of(store, "c"), (Records{{"c", ""}}));
-    EXPECT_EQ(records_of(store, std::string("c\0\0\3", 4)), Records());
+    EXPECT_EQ(keys_of(store), "galogle");
+    EXPECT_EQ(records_of(store, "a"), (Records{{"a", ""}}));
+    EXPECT_EQ(records_of(store, std::string("a\0\0\3", 4)), Records());
     EXPECT_EQ(records_of(store, "l"), (Records{{"log", "x"}, {"l", "x"}}));
     uint32_t pos = DTINFO_FIRST;
     for (const int found : {1, 0}) // a key of no length is a text
         EXPECT_EQ(DTInfo_Get(store, "log", 0, &pos, nullptr, nullptr, nullptr, nullptr), found);
 }
 
-TEST_F(InfoStore, RefusesWhatTheLayoutCannotHold) {
-    DTInfo *store = DTInfo_New(1024 * 1024);
-    const std::string key = many(254, 'k'), text = many(65536);
-    EXPECT_EQ(append(store, key, many(65535)), 65535 + 254 + 3);
-    EXPECT_EQ(append(store, key + "k", "v") + DTInfo_Write(store, (key + "kk").c_str(), "v"), -2);
-    EXPECT_EQ(DTInfo_Write(store, nullptr, "v") + DTInfo_Write(store, "k", nullptr), -2);
-    EXPECT_EQ(DTInfo_Append(store, nullptr, 1, "v", 1) + DTInfo_Append(store, "k", 1, nullptr, 1),
-              -2);
-    EXPECT_EQ(DTInfo_Write(store, "k", text.c_str()), -1);
-    EXPECT_EQ(DTInfo_Append2Message(store, "k", 1, text.data(), 65535, "+", 1), 0);
-    EXPECT_EQ(DTInfo_PackPre(store, "k", 1, 65536) + DTInfo_PackPre(store, text.c_str(), 0, 1), 0);
-    store->free_size = 1024 * 1024;
-    EXPECT_EQ(append(store, "k", "v"), -1); // positions that cannot be
-}
-
-TEST_F(InfoStore, AValueToBeWrittenLaterIsFreeBytesUntilThen) {
-    DTInfo *store = DTInfo_New(1024);
-    append(store, "a", many(1000));
-    ASSERT_EQ(DTInfo_PackPre(store, "b", 1, 500), 1); // in the place of the other
+// Of a value that the caller writes later the bytes are free until then, and its length has 16
+// bits.
+TEST_F(InfoStore, NoRecordBeginsWithAFreeByte) {
+    DTInfo *store = DTInfo_New(128 * 1024);
+    append(store, "a", many(65535));
+    append(store, "a", many(65528));
+    ASSERT_EQ(DTInfo_PackPre(store, "b", 1, 65536 * 3 + 500), 1); // in the place of the first
+    EXPECT_EQ(store->free_addr, 4u);
     const void *value = DTMem_Get(store->memory, store->free_addr);
     EXPECT_EQ(std::string(static_cast<const char *>(value), 500), std::string(500, '\xFF'));
-}
-
-TEST_F(InfoStore, IgnoreDropsAppendsInEachOnesWay) {
-    DTInfo *store = DTInfo_New(1024);
-    DTInfo_Ignore(store, 1);
-    EXPECT_EQ(append(store, "b", "1") + DTInfo_Write(store, "b", "1"), 0);
-    EXPECT_EQ(DTInfo_Append2Message(store, "b", 1, "1", 1, "2", 1), 1);
-    EXPECT_EQ(DTInfo_PackPre(store, "b", 1, 1), 0);
+    DTInfo_Clear(store); // as with a position that a caller set beyond what there is
+    store->use_addr = 1024;
     EXPECT_EQ(keys_of(store), "");
-    DTInfo_ReSize(store, 4096);
-    EXPECT_EQ(store->ignore, 1u);
 }
 
 TEST_F(InfoStore, ResizingKeepsOrEmpties) {
@@ -118,13 +111,21 @@ TEST_F(InfoStore, ResizingKeepsOrEmpties) {
     EXPECT_EQ(keys_of(store), "a");
     EXPECT_EQ(DTInfo_ReSize(store, 0), 1);
     EXPECT_EQ(store->memory->size + store->free_addr, 2048u);
-    EXPECT_EQ(DTInfo_ReSize(store, 2000), 1); // not above the block: a new one
+    for (const uint32_t as_large_as_you_like : {0xFFFFFC01, UINT32_MAX}) {
+        EXPECT_EQ(DTInfo_ReSize(store, as_large_as_you_like), 1);
+        EXPECT_EQ(store->max_size, 0xFFFFFC00);
+    }
+    for (int i = 0; i < 600; ++i) EXPECT_EQ(append(store, "k", many(1020)), 1024);
+    EXPECT_EQ(store->memory->size, 768u * 1024); // by 256 KiB at most
+    EXPECT_EQ(DTInfo_ReSize(store, 2000), 1);    // not above the block: a new one
     EXPECT_EQ(store->memory->size + store->max_size, 1024u + 2048);
-    EXPECT_EQ(DTInfo_ReSize(store, UINT32_MAX), 0); // rounding wraps
     EXPECT_STREQ(fault_of(store), nullptr);
+    DTInfo_Ignore(store, 1);
+    EXPECT_EQ(answers(store, "b", "1"), (std::vector<int32_t>{0, 0, 1, 0}));
     platform.fail_allocations_from(1);
     EXPECT_EQ(DTInfo_ReSize(store, 1024), 0); // a store without a block
-    EXPECT_EQ(append(store, "a", "1"), -1);
+    DTInfo_Ignore(store, 0);
+    EXPECT_EQ(answers(store, "a", "1"), refused);
     EXPECT_EQ(keys_of(store), "");
     platform.allocations_work();
     EXPECT_EQ(DTInfo_ReSize(store, 1024), 1);

@@ -34,20 +34,17 @@ struct Logger : RecordsTest {
 
 } // namespace
 
-TEST_F(Logger, StoresStampAndTextUnderTheLevelsKey) {
+TEST_F(Logger, AcceptsEchoesAndStoresAsItsOptionsSay) {
     EXPECT_THAT(write({{0, "zero,"}, {1, ""}, {2, "two"}, {3, "three"}, {3, ""}, {4, "four"}}),
                 ElementsAre(23 + 9, 23 + 4, 23 + 7, 23 + 9, 23 + 4, 23 + 8));
     EXPECT_EQ(stored(stamp), "l:@;l:zero,;l:@;l:;w:@;w:two;e:@;e:three;e:@;e:;l:@;l:four;");
-    EXPECT_THAT(platform.prints, ElementsAre("zero,three\n", "\n")); // 255 echoes 0 and 3
-}
-
-TEST_F(Logger, AcceptsEchoesAndStoresAsItsOptionsSay) {
     DTLogger_SetFlag(logger, DTLOGGER_ECHO | DTLOGGER_STORE | DTLOGGER_LEVEL0 | DTLOGGER_LEVEL1);
     EXPECT_THAT(write({{1, "one"}, {1, ""}, {2, "two"}, {3, "three"}, {0, "zero,"}, {9, "nine"}}),
                 ElementsAre(30, 27, -1, -1, 32, 31));
     DTLogger_SetFlag(logger, DTLOGGER_LEVEL1 | DTLOGGER_ECHO);
     EXPECT_EQ(DTLogger_Write(logger, 1, "not kept"), -1);
-    EXPECT_THAT(platform.prints, ElementsAre("one\n", "zero,nine\n", "not kept\n"));
+    EXPECT_THAT(platform.prints, ElementsAre("zero,three\n", "\n", // 255 echoes 0 and 3
+                                             "one\n", "zero,nine\n", "not kept\n"));
 }
 
 TEST_F(Logger, AppendAsksNoOptionBits) {
@@ -63,6 +60,7 @@ TEST_F(Logger, AppendAsksNoOptionBits) {
     EXPECT_EQ(stored("11/16 18:44:43 "), "l:@;l:zero;l:@;l:;e:@;e:three;");
 }
 
+// 65,536 is no multiple of 100: the 16-bit count of records starts again and pauses there.
 TEST_F(Logger, ShowsEachRecordOnALineOfItsOwn) {
     write({{1, "one"}, {2, ""}});
     const std::string expected = std::string(stamp) + "\none\n" + stamp + "\n\n";
@@ -73,15 +71,12 @@ TEST_F(Logger, ShowsEachRecordOnALineOfItsOwn) {
     EXPECT_EQ(shown_in_buffer(8), "");
     DTLogger_ClearInfo(logger);
     EXPECT_EQ(shown_in_buffer(), "");
-}
-
-// 65,536 is no multiple of 100: the 16-bit count of records starts again and pauses there.
-TEST_F(Logger, PausesAfterTheFirstOfEachHundredRecords) {
-    DTLogger_SetInfoSize(logger, 0);
+    DTInfo_ReSize(logger->info, 0);
     for (int line = 0; line < 32768; ++line) DTLogger_Append(logger, 1, 0, "");
     DTInfo_Write(logger->info, "l", "one more");
+    platform.delays.clear();
     shown_in_buffer();
-    EXPECT_EQ(platform.delays, std::vector<uint32_t>(657, 1000));
+    EXPECT_EQ(platform.delays, std::vector<uint32_t>(657, 1000)); // each hundredth
 }
 
 TEST_F(Logger, MakesItsStoreWithTheFirstLine) {
@@ -94,8 +89,9 @@ TEST_F(Logger, MakesItsStoreWithTheFirstLine) {
     EXPECT_EQ(DTLogger_Write(logger, 1, "x"), 28);
     DTLogger_SetInfoSize(logger, 1);
     EXPECT_EQ(logger->info->max_size + logger->info_size, 2048u + 2000);
-    // A text that never fits: the stamp is kept and the sum says so.
+    // A text that never fits: the stamp is kept and the sum says so. A length has 16 bits.
     EXPECT_EQ(DTLogger_Write(logger, 1, std::string(3000, 'x').c_str()), 23 - 1);
+    EXPECT_EQ(DTLogger_Write(logger, 1, std::string(65536 + 5, 'x').c_str()), 23 + 9);
 }
 
 TEST_F(Logger, KeepsTextsForItsUserCutAtTheirFields) {
