@@ -29,13 +29,23 @@ template <typename T> T *at(const DTList *list, int32_t position) {
     return position < 0 ? nullptr : reinterpret_cast<T *>(DTList_Get(list, position));
 }
 
+// Drops the elements behind the first count. Once along the list: there may be many of both.
+void cut(DTList *list, int32_t count) {
+    DTListLink *link = &list->head;
+    for (int32_t i = 0; i < count; ++i) link = &(*link)->next;
+    DTList rest = {list->length - count, 0, list->free_value, *link};
+    *link = nullptr;
+    list->length = count;
+    DTList_RemoveAll(&rest);
+}
+
 // Puts an object at an empty position or beyond the end. Without memory for the positions up to
 // there the list stays as it was; false then.
 bool put(DTList *list, int32_t position, void *object) {
     const int32_t before = list->length;
     DTList_Set(list, position, reinterpret_cast<uintptr_t>(object));
     if (position < list->length) return true;
-    while (list->length > before) DTList_Remove(list, before);
+    cut(list, before);
     return false;
 }
 
@@ -100,7 +110,6 @@ void DTTable_SetTitle(DTTable *table, int32_t col, const char *title, int32_t ty
     column->title_len = static_cast<int32_t>(strlen(column->title));
     column->type = type;
     column->align = align;
-    column->sum_text[0] = '\0';
     dt::copy_text(column->format, format);
     column->sum.i64 = 0;
     column->width = 0;

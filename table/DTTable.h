@@ -82,7 +82,8 @@ void DTTable_Release(DTTable *table);
 void DTTable_SetCaption(DTTable *table, const char *caption);
 
 /* Defines the column at position col, or redefines it: its cells stay and are read with the new
- * type from then on (a text that was never made is empty, a value that was never set 0).
+ * type from then on (a text that was never made is empty, a value that was never set 0), and
+ * sum_text stays until the next sum.
  *
  * title   cut after 99 characters; null: empty.
  * type    DTTABLE_DOUBLE to DTTABLE_TEXT.
