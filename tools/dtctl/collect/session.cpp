@@ -125,11 +125,7 @@ void Session::take(const Fd &connection, std::span<const uint8_t> bytes) {
     if (!good) report_break("");
     if (!opened && decoder_.opening()) check_number(decoder_.opening()->sequence);
     // Whole messages put off the time-out, single bytes do not.
-    if (decoder_.totals().messages != messages) {
-        due_ = Clock::now() + request_.timeout;
-    } else if (Clock::now() >= due_) {
-        report_silence();
-    }
+    if (decoder_.totals().messages != messages) due_ = Clock::now() + request_.timeout;
     acknowledge(connection);
 }
 
