@@ -7,9 +7,8 @@ using namespace std::string_literals;
 
 namespace {
 
-using Recorder = CollectionRecorder;
-
-std::string story(const std::string &stream) { return story_of<Recorder>(stream); }
+const auto story = story_of<CollectionRecorder>;
+const auto broken = expect_breaks<CollectionRecorder>;
 
 std::string message(uint32_t type, const std::string &payload) {
     return half(12 + payload.size()) + half(0) + word(type) + word(9) + payload;
@@ -29,21 +28,17 @@ const std::string a_long = "\x82\x05\0\0\0\0\0\0\0\x04\0\0\0\0\0\0\0\x01\0\0\0"s
 
 } // namespace
 
-// With a directory the index of a name frame is just an unknown index.
-TEST(Decode, ACollectionRun) {
-    const std::string frames = a_long + bytes(0x83, 0, 0, 1, "") +
-                               bytes(0x84, 0xFFFF, 0, 0, "b\0c"s) +
-                               bytes(0x83, 0xFFFF, 0, 0, "who") + an_int;
+// With a directory the index of a name frame is just an unknown index. Without one the name frames
+// name, whatever the index of a result; only an exact one does.
+TEST(Decode, ACollectionRunAndASelfTestRun) {
+    std::string frames = a_long + bytes(0x83, 0, 0, 1, "") + bytes(0x84, 0xFFFF, 0, 0, "b\0c"s) +
+                         bytes(0x83, 0xFFFF, 0, 0, "who") + an_int;
     EXPECT_EQ(story(start + message(2, frames) + end),
               start_story + " 5/0/4 2 4294967296|disk 0/0/1 3 |? 65535/0/0 4 b\0c|"s
                             "? 65535/0/0 3 who|disk 0/2/3 1 4294967291|4 5 157");
-}
-
-// Without a directory the name frames name, whatever the index of a result; only an exact one does.
-TEST(Decode, ASelfTestRun) {
-    const std::string frames = an_int + bytes(0x83, 0xFFFF, 0, 0, "disk") + a_long +
-                               bytes(0x83, 0xFFFF, 0, 1, "x") + bytes(0x83, 5, 0, 0, "z") +
-                               bytes(0x84, 0xFFFF, 0, 0, "y") + bytes(0x83, 0xFFFF, 0, 0, "pump");
+    frames = an_int + bytes(0x83, 0xFFFF, 0, 0, "disk") + a_long + bytes(0x83, 0xFFFF, 0, 1, "x") +
+             bytes(0x83, 5, 0, 0, "z") + bytes(0x84, 0xFFFF, 0, 0, "y") +
+             bytes(0x83, 0xFFFF, 0, 0, "pump");
     EXPECT_EQ(story(opening + message(2, frames) + end),
               "opening 7 18 52|? 0/2/3 1 4294967291|test disk|disk 5/0/4 2 4294967296|"
               "disk 65535/0/1 3 x|disk 5/0/0 3 z|disk 65535/0/0 4 y|test pump|3 5 164");
@@ -57,67 +52,53 @@ TEST(Decode, PiecesAreJoined) {
                                message(2, bytes(0x84, 0, 1, 2, text.substr(2018)) + an_int) + end;
     EXPECT_EQ(story(stream),
               start_story + "disk 0/1/2 4 " + text + "|disk 0/2/3 1 4294967291|6 2 2654");
+    dt::decode::Sink sink;
     for (const size_t limit : {2499U, 2500U}) {
-        dt::decode::Sink sink;
         dt::decode::Decoder decoder(sink, limit);
-        EXPECT_EQ(decoder.feed(
-                      std::span(reinterpret_cast<const uint8_t *>(stream.data()), stream.size())),
-                  limit == 2500);
+        for (const char byte : stream) decoder.feed({reinterpret_cast<const uint8_t *>(&byte), 1});
         EXPECT_EQ(decoder.position().message, limit == 2500 ? 7u : 5u);
     }
 }
 
 // What was complete before a break has been delivered, and nothing behind it is.
-TEST(Decode, ABreakKeepsWhatCameBefore) {
-    const std::string frames = an_int + "\x7F"s + an_int;
-    EXPECT_EQ(story(start + message(2, frames) + message(2, a_long)),
-              start_story + "disk 0/2/3 1 4294967291|2 1 91#3:29");
-}
-
 TEST(Decode, BrokenMessages) {
-    const auto expect = expect_breaks<Recorder>;
+    EXPECT_EQ(story(start + message(2, an_int + "\x7F"s + an_int) + message(2, a_long)),
+              start_story + "disk 0/2/3 1 4294967291|2 1 91#3:29");
     const std::string disk = word(0) + counted("disk");
-    expect("#1:0", {word(11) + word(0) + word(0), message(0, "\x12\x34\0"s),
+    broken("#1:0", {word(11) + word(0) + word(0), message(0, "\x12\x34\0"s),
                     message(0, "\x12\x34\0\0\0"s)});
-    expect("#3:0", {start + word(1037) + word(2) + word(0)});
-    expect("#3:12", {start + message(2, std::string(1024, '\x01'))}); // the longest
-    expect("#1:4", {directory});
-    expect("#3:4",
+    broken("#3:0", {start + word(1037) + word(2) + word(0)});
+    broken("#3:12", {start + message(2, std::string(1024, '\x01'))}); // the longest
+    broken("#1:4", {directory});
+    broken("#3:4",
            {start + message(3, ""), start + opening, start + directory, opening + end + directory});
-    expect("#1:14", {message(0, "\x12\x34\0\x01"s)});
-    expect("#2:22",
+    broken("#1:14", {message(0, "\x12\x34\0\x01"s)});
+    broken("#2:22",
            {opening + message(1, disk + "\0\0\0\0\0"s), opening + message(1, disk + disk)});
-    expect("#2:26", {opening + message(1, disk + word(1) + half(1))});
+    broken("#2:26", {opening + message(1, disk + word(1) + half(1))});
 }
 
-TEST(Decode, BrokenFrames) {
+TEST(Decode, BrokenFramesAndPiecesThatDoNotFollow) {
     const auto with = [](const std::string &frame) {
         return start + message(2, an_int + frame) + end;
     };
     const std::string text = bytes(0x83, 0, 0, 0, "abc");
-    expect_breaks<Recorder>("#3:29",
-                            {with("\x80"s + an_int.substr(1)), with("\x85"s + an_int.substr(1)),
-                             with("\x01"s + an_int.substr(1)),
-                             with("\x02"s + a_long.substr(1) + an_int), with(an_int.substr(0, 16)),
-                             with(a_long.substr(0, 20)), with(text.substr(0, 14))});
-    expect_breaks<Recorder>("#3:42",
-                            {with(text.substr(0, 17)), with(text.substr(0, 13) + "\xFF\xFF")});
-}
-
-TEST(Decode, PiecesThatDoNotFollow) {
-    const std::string before = start + message(2, bytes(0x03, 1, 2, 3, "abc"));
+    broken("#3:29",
+           {with("\x80"s + an_int.substr(1)), with("\x85"s + an_int.substr(1)),
+            with("\x01"s + an_int.substr(1)), with("\x02"s + a_long.substr(1) + an_int),
+            with(an_int.substr(0, 16)), with(a_long.substr(0, 20)), with(text.substr(0, 14))});
+    broken("#3:42", {with(text.substr(0, 17)), with(text.substr(0, 13) + "\xFF\xFF")});
     for (const std::string &next : {bytes(0x84, 1, 2, 3, "d"), bytes(0x83, 0, 2, 3, "d"),
                                     bytes(0x83, 1, 0, 3, "d"), bytes(0x83, 1, 2, 0, "d"), an_int})
-        expect_breaks<Recorder>("#4:12", {before + message(2, next) + end});
+        broken("#4:12", {start + message(2, bytes(0x03, 1, 2, 3, "abc")) + message(2, next)});
 }
 
 TEST(Decode, StreamsThatStopShort) {
-    const std::string piece = bytes(0x03, 1, 2, 3, "abc");
-    for (const auto &[place, stream] : {std::pair{"#1:0", ""s},
-                                        {"#1:5", opening.substr(0, 5)},
-                                        {"#3:0", start},
-                                        {"#3:20", start + message(2, an_int).substr(0, 20)},
-                                        {"#4:0", start + message(2, an_int)},
-                                        {"#3:29", start + message(2, an_int + piece) + end}})
-        expect_breaks<Recorder>(place, {stream});
+    const std::string first = start + message(2, an_int), piece = bytes(0x03, 1, 2, 3, "abc");
+    broken("#1:0", {""});
+    broken("#1:5", {opening.substr(0, 5)});
+    broken("#3:0", {start});
+    broken("#3:20", {first.substr(0, start.size() + 20)});
+    broken("#4:0", {first});
+    broken("#3:29", {start + message(2, an_int + piece) + end});
 }

@@ -13,14 +13,17 @@ namespace {
 
 using namespace dt::decode;
 
-// What is missing shows as "-".
+const std::string stamp = "11/16 19:00:10 ", longest(22, 'n');
+
+// What is missing shows as "-", the usual stamp as "@".
 struct Recorder : FaultSink {
     using Source = FaultLogDecoder;
     std::ostringstream out;
 
     void on_line(const LogLine &l) override {
+        const std::string time = l.time.value_or("-");
         out << (l.log == FaultLog::init ? "init [" : "run [") << l.fault << "] ["
-            << l.time.value_or("-") << "] " << l.text.value_or("-") << '|';
+            << (time + ' ' == stamp ? "@" : time) << "] " << l.text.value_or("-") << '|';
     }
     void on_fault_value(const FaultValue &v) override {
         out << static_cast<int>(v.kind) << " [" << v.fault << "] " << v.id << ' ' << v.number << ' '
@@ -31,7 +34,8 @@ struct Recorder : FaultSink {
     }
 };
 
-std::string story(const std::string &file) { return story_of<Recorder>(file); }
+const auto story = story_of<Recorder>;
+const auto damaged = expect_breaks<Recorder>;
 
 // The entries of a log section.
 std::string log(const std::vector<std::string> &contents) {
@@ -40,8 +44,6 @@ std::string log(const std::vector<std::string> &contents) {
     return file + "\0\0"s;
 }
 
-const std::string stamp = "11/16 19:00:10 ";
-const std::string longest(22, 'n');
 const std::string example = "\x18\0run pump 11/16 19:00:10 \x10\0run pump started\0\0"
                             "\x0E\0\x05\x03pump\x07\0\0\0\x64\0\0\0"s;
 
@@ -60,68 +62,54 @@ const std::string values_story = "0 [pump] 1 4294967295 |1 [] 2 4294967298 |2 [p
 } // namespace
 
 TEST(FaultLog, TheLinesAndValuesOfAFile) {
-    EXPECT_EQ(story(example + values),
-              "run [pump] [11/16 19:00:10] started|3 [pump] 7 100 |" + values_story);
+    EXPECT_EQ(story(example + values), "run [pump] [@] started|3 [pump] 7 100 |" + values_story);
     EXPECT_EQ(story("\0\0"s), "");
-}
-
-TEST(FaultLog, NamesWithBlanksAndWithoutBytes) {
+    // Names with blanks, without bytes, and with the most that they have.
+    const std::string line = "run " + longest + " x " + stamp, year = "2026/01/02 03:04:05";
     EXPECT_EQ(story(log({"log " + stamp, "log  " + stamp, "log  up and on", "run pump a " + stamp,
-                         "run pump a b c", "run pump  " + stamp, "run pump  "})),
-              "init [11/16] [-] 19:00:10 |init [] [11/16 19:00:10] up and on|"
-              "run [pump a] [11/16 19:00:10] b c|run [pump ] [11/16 19:00:10] |");
+                         "run pump a b c", "run pump  " + stamp, "run pump  ", line,
+                         "run " + longest + ' ' + year, line})),
+              "init [11/16] [-] 19:00:10 |init [] [@] up and on|run [pump a] [@] b c|"
+              "run [pump ] [@] |run [" +
+                  longest + "] [-] x " + stamp + "|run [" + longest + "] [" + year + "] x " +
+                  stamp + '|');
 }
 
-TEST(FaultLog, NamesHaveAtMost22Bytes) {
-    const std::string line = "run " + longest + " x " + stamp;
-    EXPECT_EQ(story(log({line, "run " + longest + " 2026/01/02 03:04:05", line})),
-              "run [" + longest + "] [-] x " + stamp + "|run [" + longest +
-                  "] [2026/01/02 03:04:05] x " + stamp + "|");
-}
-
-// What looks like a stamp but is another fault's, of the other log, or not quite one.
 TEST(FaultLog, OnlyTheTwoHalvesOfALineArePaired) {
+    // What looks like a stamp but is another fault's, of the other log, or not quite one.
     EXPECT_EQ(story(log({"log a " + stamp, "run a text", "run a " + stamp, "run ab text",
                          "run a 11/16 19-00:10 ", "run a 1:/16 19:00:10 ", "run a x11/16 19:00:10 ",
                          "run b " + stamp, "run b " + stamp, "run b last"})),
-              "init [a] [11/16 19:00:10] -|run [a] [-] text|run [a] [11/16 19:00:10] -|"
-              "run [ab] [-] text|run [a] [-] 11/16 19-00:10 |run [a] [-] 1:/16 19:00:10 |run [a] "
-              "[-] x11/16 19:00:10 |"
-              "run [b] [11/16 19:00:10] -|run [b] [11/16 19:00:10] last|");
-}
-
-// A full log begins with a text whose stamp was dropped.
-TEST(FaultLog, ATextWithoutStampIsNamedByItsNeighbours) {
+              "init [a] [@] -|run [a] [-] text|run [a] [@] -|run [ab] [-] text|"
+              "run [a] [-] 11/16 19-00:10 |run [a] [-] 1:/16 19:00:10 |"
+              "run [a] [-] x11/16 19:00:10 |run [b] [@] -|run [b] [@] last|");
+    // A full log begins with a text whose stamp was dropped: its neighbours tell the name.
     EXPECT_EQ(story(log({"run a b left", "run a b " + stamp, "run a b next", "run a b more",
                          "run a c left", "run a " + stamp, "run a next", "run a b last"})),
-              "run [a b] [-] left|run [a b] [11/16 19:00:10] next|run [a b] [-] more|"
-              "run [a] [-] c left|run [a] [11/16 19:00:10] next|run [a] [-] b last|");
+              "run [a b] [-] left|run [a b] [@] next|run [a b] [-] more|run [a] [-] c left|"
+              "run [a] [@] next|run [a] [-] b last|");
     EXPECT_EQ(story(log({"log a b left", "run a b " + stamp})),
-              "init [a] [-] b left|run [a b] [11/16 19:00:10] -|");
+              "init [a] [-] b left|run [a b] [@] -|");
 }
 
-TEST(FaultLog, DamagedLines) {
-    const auto expect = expect_breaks<Recorder>;
-    expect("", {log({"run  "}), log({"run " + longest + " "})});
-    expect("#0", {counted("run ")});
-    expect("#5", {counted("runs a b")});
-    expect("#6", {counted("run a"), counted("run n" + longest + " "), counted("run a\0b c"s)});
-    expect("#9", {counted("run  ") + counted("sun a b")});
-}
-
-TEST(FaultLog, DamagedValues) {
-    const auto expect = [](const std::string &place, const std::vector<std::string> &contents) {
-        for (const std::string &content : contents)
-            expect_breaks<Recorder>(place, {example + counted(content)});
-    };
+TEST(FaultLog, DamagedLinesAndValues) {
+    damaged("", {log({"run  "}), log({"run " + longest + " "})});
+    damaged("#0", {counted("run ")});
+    damaged("#5", {counted("runs a b")});
+    damaged("#6", {counted("run a"), counted("run n" + longest + " "), counted("run a\0b c"s)});
+    damaged("#9", {counted("run  ") + counted("sun a b")});
+    const auto value = [](const std::string &content) { return example + counted(content); };
     const std::string number = "\1\0\0\0\2\0\0\0"s;
-    expect("", {"\x17\0"s + longest + number});
-    expect("#62", {"\0"s + number});
-    expect("#64", {"\0\0xx"s + number, "\x18\0n"s + longest + number, "\x0A\0"s + number});
-    expect("#65", {"\x01\x07"s + number});
-    expect("#66", {"\x03\0p\0"s + number, "\x01\0x"s + number, "\x01\x01"s + number});
-    expect("#68", {"\x03\x02pp\1\0\0\0\0\0\0"s});
-    expect("#70", {"\x01\x06\1\0\0\0\xFF\xFF\xFF\xFF"s, "\x01\x05\1\0\0\0\1\0\0\0xy"s});
+    damaged("", {value("\x17\0"s + longest + number)});
+    damaged("#62", {value("\0"s + number)});
+    damaged("#64", {value("\0\0xx"s + number), value("\x18\0n"s + longest + number),
+                    value("\x0A\0"s + number)});
+    damaged("#65", {value("\x01\x07"s + number)});
+    damaged("#66", {value("\x03\0p\0"s + number), value("\x01\0x"s + number),
+                    value("\x01\x01"s + number)});
+    damaged("#68", {value("\x03\x02pp\1\0\0\0\0\0\0"s)});
+    damaged("#70",
+            {value("\x01\x06\1\0\0\0\xFF\xFF\xFF\xFF"s), value("\x01\x05\1\0\0\0\1\0\0\0xy"s)});
 }
 
 // Every cut is noticed at its byte, but for those behind the end mark and between values.
@@ -129,7 +117,6 @@ TEST(FaultLog, CutsAnywhere) {
     const std::string file = example + values;
     for (size_t cut = 0; cut < file.size(); ++cut) {
         const bool at_end = std::strchr("\x2E\x3E\x4E\x5E\x6E\x7C\x8D\x9A", static_cast<int>(cut));
-        expect_breaks<Recorder>(at_end && cut != 0 ? "" : "#" + std::to_string(cut),
-                                {file.substr(0, cut)});
+        damaged(at_end && cut != 0 ? "" : "#" + std::to_string(cut), {file.substr(0, cut)});
     }
 }

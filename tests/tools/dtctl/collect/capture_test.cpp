@@ -38,51 +38,36 @@ std::string packet(uint32_t sequence, unsigned flags, const std::string &payload
            static_cast<char>(flags) + "\xFF\xFF\0\0\0\0"s + payload;
 }
 
-const std::string mac(12, '\x02');
-const std::string ethernet = mac + "\x08\0"s;
+const std::string family = "\x02\0\0\0"s, in_order = "\0\0\0\x02"s, type = "\x08\0"s;
+const std::string ethernet = std::string(12, '\x02') + type, cooked = std::string(14, '\0') + type;
+const std::string tagged = std::string(12, '\x02') + "\x88\xA8\0\x01\x81\0\0\x02"s + type;
+const std::string cooked_2 = type + std::string(18, '\0');
 
 TEST(Packet, EveryLinkTypeLeadsToTheSegment) {
-    const std::vector<std::pair<int, std::string>> links = {
-        {0, "\x02\0\0\0"s},
-        {0, "\0\0\0\x02"s},
-        {1, ethernet},
-        {1, mac + "\x88\xA8\0\x01\x81\0\0\x02\x08\0"s},
-        {12, ""},
-        {101, ""},
-        {108, "\0\0\0\x02"s},
-        {113, std::string(14, '\0') + "\x08\0"s},
-        {228, ""},
-        {276, "\x08\0"s + std::string(18, '\0')},
-    };
-    for (const auto &[link, header] : links) {
+    const int links[] = {0, 0, 1, 1, 12, 101, 108, 113, 228, 276};
+    const Texts headers = {family, in_order, ethernet, tagged, "",
+                           "",     in_order, cooked,   "",     cooked_2};
+    for (size_t i = 0; i < headers.size(); ++i) {
+        const int link = links[i];
+        const std::string &header = headers[i];
         const std::string frame = header + packet(0xFEDCBA98, fin, "data") + "padding";
         const auto segment = dtctl::segment_of(link, bytes_of(frame));
         ASSERT_TRUE(segment && dtctl::is_known_link(link)) << link;
         EXPECT_EQ(segment->flow, (Flow{0x0A000009, 0x0A000001, 4000, 5000})) << link;
-        EXPECT_EQ(segment->sequence, 0xFEDCBA98) << link;
-        EXPECT_TRUE(segment->ends && !segment->begins && !segment->breaks) << link;
+        EXPECT_TRUE(segment->sequence == 0xFEDCBA98 && segment->ends) << link;
+        EXPECT_FALSE(segment->begins || segment->breaks) << link;
         EXPECT_EQ(std::string(segment->payload.begin(), segment->payload.end()), "data") << link;
         for (size_t size = 0; size < header.size() + 40; ++size)
             EXPECT_FALSE(dtctl::segment_of(link, bytes_of(frame).first(size))) << link << size;
     }
     EXPECT_FALSE(dtctl::is_known_link(105));
-}
-
-TEST(Packet, WhatIsNoSegmentIsNone) {
-    for (const auto &[at, byte] :
-         std::initializer_list<std::pair<size_t, char>>{
-             {12, '\x86'},  // IPv6
-             {14, '\x65'},  // version
-             {14, '\x44'},  // a header below 20 bytes
-             {20, '\x20'},  // more fragments
-             {21, '\x01'},  // a later fragment
-             {23, '\x11'},  // UDP
-             {17, '\x27'},  // ends inside the TCP header
-             {46, '\x40'}}) // a TCP header below 20 bytes
-    {
+    // Each byte at its place: IPv6, another version, a header below 20 bytes, more fragments, a
+    // later fragment, UDP, an end inside the TCP header, a TCP header below 20 bytes.
+    const std::string changes = "\x0C\x86\x0E\x65\x0E\x44\x14\x20\x15\x01\x17\x11\x11\x27\x2E\x40";
+    for (size_t i = 0; i < changes.size(); i += 2) {
         std::string frame = ethernet + packet(1, ack, "data");
-        frame[at] = byte;
-        EXPECT_FALSE(dtctl::segment_of(1, bytes_of(frame))) << at;
+        frame[static_cast<size_t>(changes[i])] = changes[i + 1];
+        EXPECT_FALSE(dtctl::segment_of(1, bytes_of(frame))) << i;
     }
 }
 
@@ -112,10 +97,9 @@ TEST(Streams, SegmentsRepeatedOverlappingAndOutOfOrder) {
     for (int round = 0; round < 300; ++round) {
         const auto first = static_cast<uint32_t>(0U - below(2 * run.size())); // soon wraps
         std::vector<Piece> pieces;
-        for (size_t at = 0; at < run.size(); at += 1 + below(40)) {
-            // Each piece reaches beyond the beginning of the next.
+        // Each piece reaches beyond the beginning of the next.
+        for (size_t at = 0; at < run.size(); at += 1 + below(40))
             pieces.push_back({first + static_cast<uint32_t>(at), ack, run.substr(at, 40)});
-        }
         pieces.push_back({first + static_cast<uint32_t>(run.size()), fin, ""});
         for (size_t i = 0; i < 5; ++i) pieces.insert(pieces.begin(), pieces[below(pieces.size())]);
         std::shuffle(pieces.begin(), pieces.end(), random);
@@ -125,20 +109,20 @@ TEST(Streams, SegmentsRepeatedOverlappingAndOutOfOrder) {
 }
 
 TEST(Streams, WhereTheyBeginAndEnd) {
-    const auto size = static_cast<uint32_t>(opening.size());
-    EXPECT_EQ(streams_of({{5, ack, opening}, {5 + size, ack, data}}), Texts{opening + data});
-    EXPECT_EQ(streams_of({{5, ack, opening}, {6 + size, ack, data}}), Texts{opening + "..."});
-    EXPECT_EQ(streams_of({{5, ack, opening}, {9 + size, fin, ""}}), Texts{opening + "..."});
-    EXPECT_EQ(streams_of({{5, ack, opening}, {4, ack, "x"}, {9, rst, ""}, {5 + size, ack, data}}),
+    const uint32_t next = 5 + static_cast<uint32_t>(opening.size());
+    const Piece begin = {4, syn, ""}, first = {5, ack, opening};
+    EXPECT_EQ(streams_of({first, {next, ack, data}}), Texts{opening + data});
+    EXPECT_EQ(streams_of({first, {next + 1, ack, data}}), Texts{opening + "..."});
+    EXPECT_EQ(streams_of({first, {next + 4, fin, ""}}), Texts{opening + "..."});
+    EXPECT_EQ(streams_of({first, {4, ack, "x"}, {9, rst, ""}, {next, ack, data}}),
               Texts{opening}); // asked whether it is alive; broken off
-    EXPECT_EQ(streams_of({{4, syn, ""}, {5, ack, opening}, {90, syn, ""}, {91, ack, opening}}),
+    EXPECT_EQ(streams_of({begin, first, {90, syn, ""}, {91, ack, opening}}),
               (Texts{opening, opening})); // the same ports again
-    EXPECT_EQ(streams_of({{4, syn, ""}, {5, ack, "GET / HTTP"}, {15, fin, ""}, {5, ack, "GET"}}),
-              Texts{});
+    EXPECT_EQ(streams_of({begin, {5, ack, "GET / HTTP"}, {15, fin, ""}, {5, ack, "GET"}}), Texts{});
+    EXPECT_EQ(streams_of({begin, {5, fin, opening.substr(0, 7)}}), Texts{});
     const std::string longer = "\x21" + data.substr(1, 11) + "\x03pumppumppump\6\0abcdef"s;
-    EXPECT_EQ(streams_of({{5, ack, opening}, {5 + size, ack, longer}, {38 + size, ack, data}}),
+    EXPECT_EQ(streams_of({first, {next, ack, longer}, {next + 33, ack, data}}),
               Texts{opening + longer}); // nothing behind a break
-    EXPECT_EQ(streams_of({{4, syn, ""}, {5, fin, opening.substr(0, 7)}}), Texts{});
 }
 
 } // namespace
