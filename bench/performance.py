@@ -46,31 +46,31 @@ COSTS = [
     ('a value appended to a list of 100', 'list append, 100 values', '12'),
 ]
 
-# What is measured beside something else, and what that is.
+# What is measured beside something else, the work that stands for it, and whom beside.
 PEERS = [
-    ('logger line', ['spdlog ring', 'spdlog ring, time text']),
-    ('store append, 8 bytes', ['circular_buffer', 'libqb', 'libqb unlocked']),
-    ('store append, 100 bytes', ['circular_buffer', 'libqb', 'libqb unlocked']),
-    ('store append, 1000 bytes', ['circular_buffer', 'libqb', 'libqb unlocked']),
-    ('store append, 100 bytes, traced', ['libqb']),
-    ('store walk', ['GQueue']),
-    ('store walk by key', ['GQueue']),
-    ('pack BIIII', ['msgpack']),
-    ('pack BIIIH100s', ['msgpack']),
-    ('unpack BIIII', ['protobuf-lite']),
-    ('unpack BIIIH100s', ['protobuf-lite']),
-    ('hash get, cheap hash, 16 bytes', ['unordered_map', 'uthash']),
-    ('list append, 100 values', ['GSList']),
-    ('list push, 100 values', ['GSList']),
-    ('tracked allocation', ['malloc', 'talloc']),
-    ('pool piece', ['malloc']),
-    ('table cell, 20 x 5', ['libsmartcols']),
-    ('table cell, 10000 x 10', ['libsmartcols']),
-    ('collection message', ['ZeroMQ']),
-    ('fault log file', ['spdlog']),
-    ('time format', ['strftime']),
-    ('time format, another time', ['strftime']),
-    ('hex dump of 1 KiB', ['snprintf']),
+    ('a line of a log', 'logger line', ['spdlog ring', 'spdlog ring, time text']),
+    ('a record of 8 bytes into a full store', 'store append, 8 bytes', ['circular_buffer', 'libqb', 'libqb unlocked']),
+    ('a record of 100 bytes', 'store append, 100 bytes', ['circular_buffer', 'libqb', 'libqb unlocked']),
+    ('a record of 1000 bytes', 'store append, 1000 bytes', ['circular_buffer', 'libqb', 'libqb unlocked']),
+    ('100 bytes, with traces on', 'store append, 100 bytes, traced', ['libqb']),
+    ('a record read back in a walk', 'store walk', ['GQueue']),
+    ('the same, only those of one key', 'store walk by key', ['GQueue']),
+    ('five numbers packed', 'pack BIIII', ['msgpack']),
+    ('five numbers and 100 bytes packed', 'pack BIIIH100s', ['msgpack']),
+    ('five numbers unpacked', 'unpack BIIII', ['protobuf-lite']),
+    ('five numbers and 100 bytes unpacked', 'unpack BIIIH100s', ['protobuf-lite']),
+    ('a look-up among 1000 keys', 'hash get, cheap hash, 16 bytes', ['unordered_map', 'uthash']),
+    ('a value appended to a list of 100', 'list append, 100 values', ['GSList']),
+    ('a value pushed into a full list of 100', 'list push, 100 values', ['GSList']),
+    ('a block of memory taken and given back', 'tracked allocation', ['malloc', 'talloc']),
+    ('a piece of the static pool', 'pool piece', ['malloc']),
+    ('a cell of a table of 20 x 5', 'table cell, 20 x 5', ['libsmartcols']),
+    ('a cell of a table of 10,000 x 10', 'table cell, 10000 x 10', ['libsmartcols']),
+    ('60 numbers sent and answered', 'collection message', ['ZeroMQ']),
+    ('a fault log file of 100,000 entries', 'fault log file', ['spdlog']),
+    ('the time as text, again in the same second', 'time format', ['strftime']),
+    ('the time as text, in another second', 'time format, another time', ['strftime']),
+    ('a hex dump of 1 KiB', 'hex dump of 1 KiB', ['snprintf']),
 ]
 
 
@@ -167,8 +167,8 @@ def measured():
 
     return {'machine': machine(),
             'costs': costs({what: of(work) for what, work, _ in COSTS}),
-            'peers': table(['work', 'libdt', 'others'],
-                           [[work, of(work), others(work, names)] for work, names in PEERS]),
+            'peers': table(['what you do', 'libdt', 'others'],
+                           [[what, of(work), others(work, names)] for what, work, names in PEERS]),
             'fast': f'- **Fast**: {of("logger line")} for a line of a log, with its time stamp; a usual logger '
                     f'(spdlog) takes {of("logger line", "spdlog ring")}.'}
 
