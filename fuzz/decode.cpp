@@ -1,6 +1,7 @@
-// The collection decoder: any stream, cut in two ways.
-#include "input.h"
+// The collection decoder: any stream, cut in two ways, and printed.
+#include "printed.h"
 
+#include "dtctl/output/printer.h"
 #include "tools/told.h"
 
 namespace {
@@ -27,5 +28,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string stream = input.rest().string();
     stream_size = stream.size();
     assert(told<Recorder>(stream, step) == told<Recorder>(stream, SIZE_MAX));
+    check_all_forms([&](const auto &options, FILE *out) {
+        const auto printer = dtctl::make_printer(options, out);
+        printer->start("10.1.1.1", 0);
+        dt::decode::Decoder(*printer).feed({data + 1, stream_size});
+        printer->end();
+    });
     return 0;
 }

@@ -1,7 +1,9 @@
 // The fault log decoder: any file, cut in two ways. A whole file can be made again from its events.
 #include "decode/fault_log.h"
 
-#include "input.h"
+#include "printed.h"
+
+#include "dtctl/faults/printer.h"
 
 #include "support/wire.h"
 #include "tools/told.h"
@@ -52,5 +54,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const size_t step = 1 + input.number();
     file = input.rest().string();
     assert(told<Writer>(file, step) == told<Writer>(file, SIZE_MAX));
+    check_all_forms([&](const auto &options, FILE *out) {
+        const auto printer = dtctl::make_fault_printer(options, out);
+        FaultLogDecoder decoder(*printer);
+        decoder.feed({data + 1, file.size()});
+        decoder.finish();
+        printer->end("file", decoder.damage() ? &*decoder.damage() : nullptr);
+        printer->flush();
+    });
     return 0;
 }
