@@ -3,7 +3,6 @@
 // asked for again, with the same results to the byte.
 #include "support/clock.h"
 #include "support/files.h"
-#include "support/network.h"
 #include "support/platform.h"
 #include "support/server.h"
 #include "support/store.h"
@@ -48,98 +47,62 @@ DTBuf *new_text() {
     return answered([] { return DTBuf_New(1, 4, 0); });
 }
 
-void memory() {
-    void *bytes = answered([] { return DTMem_Malloc(7, 10); });
+void objects() {
+    char area[20], kept[5] = "";
+    DTPrint *print = answered([&] { return DTPrint_New(area, sizeof area); });
+    DTPrint_Release(print);
     DTMem *block = answered([] { return DTMem_New(4, 0); });
     DTMem_memcpy(block, 0, "abcd", 4);
     if (DTMem *grown = answered([&] { return DTMem_realloc(block, 2000); })) block = grown;
-    DTMem *piece = DTMem_New(4, 1); // from the pool
-    DTMem_memset(piece, 0, '-', 4);
-    DTMem_memcpy(piece, 0, DTMem_Get(block, 0), 4);
-    char kept[5] = "";
-    DTMem_memget(piece, 0, kept, 4);
+    DTMem_memget(block, 0, kept, 4);
     note(kept);
     DTMem_Release(block);
-    DTMem_Free(7, bytes);
-}
-
-void print_object() {
-    char area[20];
-    DTPrint *print = answered([&] { return DTPrint_New(area, sizeof area); });
-    DTPrint_Print(print, "twelve chars", 3);
-    DTPrint_Release(print);
-}
-
-void byte_buffer() {
     DTBuf *buf = new_text();
     for (const char *word : {"one ", "more ", "time"})
         answered([&] { return DTBuf_Append(buf, word, 0); });
     answered([&] { return DTBuf_Set(buf, 50, "x", 1); });
     note(buf);
     DTBuf_Release(buf);
-}
-
-void list() {
-    DTList *list = answered([] {
-        return DTList_New(2, [](uintptr_t v) { DTMem_Free(7, reinterpret_cast<void *>(v)); });
-    });
-    for (const char letter : {'a', 'b', 'c'}) {
-        char *value = static_cast<char *>(answered([] { return DTMem_Malloc(7, 1); }));
-        if (value) *value = letter;
-        if (!answered([&] { return DTList_Push(list, reinterpret_cast<uintptr_t>(value)); }))
-            DTMem_Free(7, value);
-    }
-    served([&] { DTList_Set(list, 5, 0); });
-    note(std::to_string(DTList_Length(list)));
-    for (int32_t i = 0; const uintptr_t value = DTList_Get(list, i); ++i)
-        note(std::string(reinterpret_cast<char *>(value), 1));
-    DTList_Release(list);
-}
-
-void hash() {
-    DTHash *table = answered([] { return DTHash_New(4, 8, 3, nullptr); });
-    for (uint32_t key = 0; key < 5; ++key) {
-        const uint64_t value = key + 100;
-        answered([&] { return DTHash_Set(table, &key, &value); });
-    }
-    DTHash_Show(table); // through the pack language
-    DTHash_Release(table);
-}
-
-void set() {
     DTSet *set = answered([] { return DTSet_New(100); });
     DTSet_Set(set, 42, 1);
     note(std::to_string(DTSet_Get(set, 42)));
     DTSet_Release(set);
 }
 
-void fill(DTInfo *store, int count) {
-    for (int i = 0; i < count; ++i) {
-        const std::string value(90, static_cast<char>('a' + i % 26));
-        answered([&] { return DTInfo_Write(store, i % 2 ? "odd" : "even", value.c_str()); }, -1);
+void lists() {
+    DTHash *hash = answered([] { return DTHash_New(4, 8, 3, nullptr); });
+    const uint64_t value = 100;
+    for (uint32_t key = 0; key < 5; ++key) answered([&] { return DTHash_Set(hash, &key, &value); });
+    DTHash_Show(hash); // through the pack language
+    DTHash_Release(hash);
+    DTList *list = answered([] { return DTList_New(2, [](uintptr_t) {}); });
+    for (uintptr_t number : {1, 2, 3}) answered([&] { return DTList_Push(list, number); });
+    served([&] { DTList_Set(list, 5, 4); });
+    for (int32_t i = 0; i < DTList_Length(list); ++i) note(std::to_string(DTList_Get(list, i)));
+    DTList_Release(list);
+    DTTable *table = answered([] { return DTTable_New(); });
+    served([&] { DTTable_SetTitle(table, 0, "text", DTTABLE_TEXT, "%s", 'L'); });
+    served([&] { DTTable_Set(table, 2, 0, "a dozen"); });
+    served([&] { DTTable_Show(table); });
+    DTTable_Release(table);
+    fake_clock.microseconds = 0;
+    answered([] { return DTTimer_Regist([](DTTimer *) { return 1; }, 50); });
+    DTTimer_Show();
+    DTList_Release(std::exchange(g_DTTimer_List, nullptr));
+}
+
+void records() {
+    DTInfo *store = answered([] { return DTInfo_New(4096); });
+    for (const uint32_t limit : {2048, 0}) {
+        answered([&] { return DTInfo_ReSize(store, limit); });
+        for (uint32_t id = 0; id < 60; ++id)
+            served([&] { DTInfo_AddInfo(store, 1, id, "abc", 3, "data", 4, nullptr, 0, id % 3); });
     }
-    for (const auto &[key, value] : records_of(store, "e")) note(key + value);
-}
-
-void record_store() {
-    DTInfo *store = answered([] { return DTInfo_New(4096); });
-    fill(store, 60);
-    answered([&] { return DTInfo_ReSize(store, 2048); });
-    fill(store, 30);
-    answered([&] { return DTInfo_ReSize(store, 0); }); // no limit
-    fill(store, 50);
-    DTInfo_Release(store);
-}
-
-void info_records() {
-    DTInfo *store = answered([] { return DTInfo_New(4096); });
-    for (uint32_t id = 0; id < 30; ++id)
-        served([&] { DTInfo_AddInfo(store, 1, id, "abc", 3, "data", 4, nullptr, 0, id % 3); });
     DTInfo_ShowInfo(store, -1, "6162", "", 2, 1, 0, 0);
     DTInfo_Release(store);
 }
 
-void logger() {
+void logs() {
     DTLogger *logger = answered([] { return DTLogger_New(255); });
     answered([&] { return DTLogger_Write(logger, 1, "first"); }, -2);
     served([&] {
@@ -155,9 +118,6 @@ void logger() {
     note(shown);
     DTBuf_Release(shown);
     DTLogger_Release(logger);
-}
-
-void function_log() {
     static const DTFunc open = {"open", "H", 1, " opens"};
     DTFuncLog *log = answered([] { return DTFuncLog_New(&open, 1, 2048); });
     for (uint8_t i = 0; i < 200; ++i) {
@@ -172,10 +132,10 @@ DTFault *fault;
 
 // The registry lives on with a fault that has no logs; here it begins anew.
 void forget_faults() {
-    if (fault) DTLogger_Release(fault->init_logger);
-    if (fault) DTLogger_Release(fault->run_logger);
-    DTList_Release(g_DTFault_List);
-    g_DTFault_List = nullptr;
+    for (DTLogger *log :
+         {fault ? fault->init_logger : nullptr, fault ? fault->run_logger : nullptr})
+        DTLogger_Release(log);
+    DTList_Release(std::exchange(g_DTFault_List, nullptr));
     fault = nullptr;
 }
 
@@ -194,48 +154,6 @@ void faults() {
     DTFault_Start();
     note(fault_log.content());
     forget_faults();
-}
-
-void table() {
-    DTTable *table = answered([] { return DTTable_New(); });
-    const int32_t number = 12;
-    answered([&] {
-        DTTable_SetTitle(table, 1, "number", DTTABLE_INT32, "%d", 'R');
-        return DTTable_GetColNum(table);
-    });
-    served([&] { DTTable_SetTitle(table, 0, "text", DTTABLE_TEXT, "%s", 'L'); });
-    answered([&] {
-        DTTable_Set(table, 2, 1, &number);
-        return DTTable_GetRowNum(table);
-    });
-    served([&] { DTTable_Set(table, 2, 0, "a dozen"); });
-    std::string area(200, '.');
-    answered([&] { return DTTable_ShowToBuffer(table, area.data(), 200); });
-    note(area);
-    DTBuf *shown = new_text();
-    served([&] { DTTable_ShowToBuf(table, shown); });
-    note(shown);
-    served([&] { DTTable_Show(table); });
-    DTBuf_Release(shown);
-    DTTable_Release(table);
-}
-
-void timer() {
-    fake_clock.microseconds = 0;
-    answered([] { return DTTimer_Regist([](DTTimer *) { return 1; }, 50); });
-    DTTimer_Show();
-    DTList_Release(g_DTTimer_List);
-    g_DTTimer_List = nullptr;
-}
-
-void configuration() {
-    network.simulated = true;
-    network.sent.clear();
-    network.replies = {{"10.1.1.1", 5000, "9000"}};
-    DTConfig_SetServer(nullptr, 0);
-    note(std::to_string(DTConfig_GetInt("net", "mtu", 1500)));
-    note(testing::PrintToString(network.sent));
-    network.simulated = false;
 }
 
 CollectItem *item;
@@ -265,21 +183,17 @@ void collection() {
         Collect_ShowLog();
     }
     Collect_Release(item);
-    DTLogger_Release(g_collect_param.logger);
-    g_collect_param.logger = nullptr;
+    DTLogger_Release(std::exchange(g_collect_param.logger, nullptr));
 }
 
 std::string scenario() {
     platform.take_console();
-    for (const auto step :
-         {memory, print_object, byte_buffer, list, hash, set, record_store, info_records, logger,
-          function_log, faults, table, timer, configuration, collection})
-        step();
+    for (const auto step : {objects, lists, records, logs, faults, collection}) step();
     return platform.take_console();
 }
 
 std::vector<uint32_t> kept() {
-    return {platform.blocks, outstanding(0), outstanding(7), outstanding(COLLECT_OWNER_ID)};
+    return {platform.blocks, outstanding(0), outstanding(COLLECT_OWNER_ID)};
 }
 
 } // namespace
@@ -294,7 +208,7 @@ TEST(ExhaustedMemory, IsAnsweredAndLeavesNoTrace) {
     const unsigned asked = platform.allocations;
     const std::string expected = scenario();
     const unsigned needed = platform.allocations - asked;
-    EXPECT_GT(needed, 150u);
+    EXPECT_GT(needed, 100u);
     for (unsigned nth = 1; nth <= needed && !HasFailure(); ++nth) {
         SCOPED_TRACE(nth);
         memory_returns = true;

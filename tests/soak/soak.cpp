@@ -51,56 +51,41 @@ void collect() {
     CollectClient_End(); // of a run that the server broke off
 }
 
-void churn_hash() {
-    DTHash *table = DTHash_New(4, 8, 1 + upto(60), nullptr);
-    for (int i = 0; i < 200; ++i) {
-        const uint32_t key = upto(100);
-        if (upto(2) != 0)
-            DTHash_Set(table, &key, area);
-        else
-            DTHash_Delete(table, &key);
-    }
-    DTHash_Release(table);
-}
-
-void churn_table() {
+// Objects that come and go.
+void churn() {
+    DTHash *hash = DTHash_New(4, 8, 1 + upto(60), nullptr);
     DTTable *table = DTTable_New();
+    DTBuf *buf = DTBuf_New(1, 100, 0);
+    DTInfo *store = DTInfo_New(1024 * (1 + upto(20)));
     DTTable_SetTitle(table, 0, text(120).c_str(), DTTABLE_INT32, "%d", 'R');
     DTTable_SetTitle(table, 1, "text", DTTABLE_TEXT, "%s", 'C');
-    for (int i = 0; i < 20; ++i) {
-        const int32_t row = static_cast<int32_t>(upto(30));
-        DTTable_Set(table, row, 0, &row);
-        DTTable_Set(table, row, 1, text(150).c_str());
-    }
-    DTBuf *buf = DTBuf_New(1, 100, 0);
-    DTTable_ShowToBuf(table, buf);
-    DTTable_Show(table);
-    DTBuf_Release(buf);
-    DTTable_Release(table);
-}
-
-void churn_store() {
-    DTInfo *store = DTInfo_New(1024 * (1 + upto(20)));
     DTInfo_SetFlag(store, 7, 1);
-    for (int i = 0; i < 50; ++i)
+    for (int i = 0; i < 50; ++i) {
+        const uint32_t key = upto(30);
+        DTHash_Set(hash, &key, area);
+        if (upto(2) == 0) DTHash_Delete(hash, &key);
+        DTTable_Set(table, static_cast<int32_t>(key), 0, &key);
+        DTTable_Set(table, static_cast<int32_t>(key), 1, text(150).c_str());
         DTInfo_AddInfo(store, 1, upto(9), "abc", 3, text(100).data(), 0, "xyz", 3, upto(5));
+    }
+    DTTable_ShowToBuf(table, buf);
     DTInfo_ShowInfo(store, -1, "6162", "", 0, 0, 0, 3);
     DTInfo_ReSize(store, 1024 * upto(20));
+    DTHash_Release(hash);
+    DTTable_Release(table);
+    DTBuf_Release(buf);
     DTInfo_Release(store);
 }
 
 void work() {
     log_and_count();
     collect();
-    churn_hash();
-    churn_table();
-    churn_store();
+    churn();
     DTFault_Start();
     // What the fakes have recorded is no growth of the library's.
     platform.prints.clear();
     platform.delays.clear();
-    network.bound.clear();
-    network.waits.clear();
+    network = {};
 }
 
 uint32_t resident_kib() {

@@ -78,7 +78,6 @@ void CollectionServer::serve(const Answer &answer, const Answer &greeting) {
         }
     connection_ = -1;
     close(fd);
-    ended_ = true;
 }
 
 bool CollectionServer::read_message(int fd) {

@@ -36,7 +36,6 @@ public:
     // Wait for the end of the connection; what arrived, message by message.
     const std::vector<Message> &messages();
     std::vector<std::string> payloads();
-    bool has_ended() const { return ended_; }
 
 private:
     void serve(const Answer &answer, const Answer &greeting);
@@ -44,7 +43,7 @@ private:
 
     int listener_;
     std::atomic<int> connection_ = -1;
-    std::atomic<bool> ending_ = false, ended_ = false;
+    std::atomic<bool> ending_ = false;
     uint16_t port_;
     std::vector<Message> messages_;
     std::thread thread_;
