@@ -44,8 +44,8 @@ With --watch the runs follow each other in one output. A run that fails is told 
 error and the next one begins at its time. SIGINT or SIGTERM ends it, with the status 0.)";
 
 constexpr const char *exit_help =
-    R"(Exit status: 0 a whole run arrived; 1 the output cannot be written; 2 usage; 3 time-out;
-4 the device cannot be reached or refuses, or the port to listen on is taken; 5 what
+    R"(Exit status: 0 a whole run arrived; 1 the output cannot be written; 2 usage; 3 time-out or
+deadline; 4 the device cannot be reached or refuses, or the port to listen on is taken; 5 what
 arrived breaks the format or stops short (values before that are printed).)";
 
 // A run that fails for the device's sake is told and left behind; the next may do better.

@@ -22,7 +22,8 @@ constexpr const char *behaviour_help =
     R"(The capture is a pcap file (as tcpdump -w and Wireshark write it) of Ethernet, Linux cooked,
 raw IP or loopback frames. Every TCP connection over IPv4 that begins with an opening
 message is a collection; ports do not matter. Several follow each other in the order in
-which they ended. Segments may be out of order or repeated.)";
+which they ended: until then its bytes stay in memory. Segments may be out of order or
+repeated.)";
 
 constexpr const char *exit_help =
     R"(Exit status: 0 all collections were whole; 1 the file cannot be read, the output not be
