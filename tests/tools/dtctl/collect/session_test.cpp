@@ -106,10 +106,8 @@ TEST(Session, ABreakIsReportedBehindTheValues) {
     Device device;
     device.request.max_value = 5;
     Sizes answers;
-    const std::string buffer =
-        "\x21" + data.substr(1, 11) + '\x84' + data.substr(13, 12) + "\6\0abcdef"s;
     std::thread thread([&] {
-        answers = exchange(device.connect(device.command()), {opening, directory, data, buffer});
+        answers = exchange(device.connect(device.command()), {opening, directory, data, longer});
         exchange(device.connect(device.command()), {opening, directory, data}); // and breaks off
     });
     for (const char *error :

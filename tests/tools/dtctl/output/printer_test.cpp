@@ -88,6 +88,7 @@ TEST(Text, OnlyWellFormedUtf8Passes) {
     for (const char *text : {"\x80", "\xC1\xBF", "\xE0\x9F\x80", "\xED\xA0\x80", "\xF0\x8F\x80\x80",
                              "\xF4\x90\x80\x80", "\xE1\x80\xC0"})
         EXPECT_EQ(dtctl::character_length(text), 0u) << dtctl::hex(text);
+    EXPECT_TRUE(dtctl::is_plain_text("\t\n") && !dtctl::is_plain_text("\r"));
     const std::string shown = "~\u00A0\u061B\u061D\u200D\u2010\u2027\u202F\u2065\u206A";
     EXPECT_EQ(dtctl::escape("\\\t\x7F\u009F\0"s + shown), "\\\\\\t\\x7f\\xc2\\x9f\\x00" + shown);
     EXPECT_EQ(dtctl::escape_json(shown + "\u061C\u200E\u200F\u2028\u202E\u2066\u2069"),
