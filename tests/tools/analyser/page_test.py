@@ -35,8 +35,9 @@ LOG = line("log", "pump", "12/31 23:50:00 ", "two İ motors found") + b"".join(
     value(6, "<b>valve", "II", 1, 6, data=b"SN4711") + value(0, "<b>valve", "II", 2, 75) + b"\x0E\0\5"
 
 # Lines, faults, marks, ids and values of an id by the thousand, over all years that there are.
-MANY = b"".join(line("run", f"fault{i % 300}", f"{1 + i // 10:04}/06/01 12:00:00", "ab" * 9) for i in range(99_990)) + \
-       b"\0\0" + b"".join(value(0, "ids", "II", i, i) + value(0, "x", "II", 1, i) for i in range(100_000))
+MANY = b"".join(line("run", f"fault{i % 300}", f"{1 + i // 10:04}/06/01 12:00:00", "ab" * (999 if i < 30 else 9))
+                for i in range(99_990)) + b"\0\0" + b"".join(
+    value(0, "ids", "II", i, i) + value(0, "x", "II", 1, i) for i in range(100_000))
 
 
 class Browser:
@@ -107,24 +108,24 @@ def check_what_is_shown(browser):
     expect("lanes", browser.texts(".lane:not([hidden])"), ["all", "pump", "<b>valve", "many"])
     blue = "getImageData(0, 28, one.width, 1).data.some((part, at) => at % 4 === 2 && part === 214)"
     expect("marks", browser.do(f"$('canvas').every((one) => one.getContext('2d').{blue})"), True)
-    expect("charts", len(browser.texts("#values .last")), 2)
-    expect("numbers", browser.texts("#values .number"), ["104", "18446744073709551612 (-4)", "75"])
+    expect("values", browser.texts(".value .number, .number + small, .last"),
+           ["104", "100 to 104", "", "18446744073709551612 (-4)", "-4 to 0", "", "75"])
     assert browser.texts("#damage")[0].startswith("The file is damaged: byte "), "no word of damage"
+    browser.resize(360)
+    browser.call("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": "dark"}])
+    expect("dark", browser.do("getComputedStyle(document.body).backgroundColor"), "rgb(18, 22, 29)")
     browser.do("$('#window')[0].scrollTop = 1e9")
     expect("last row", browser.texts("#window p")[-1], "a\\ttab\\n\\xe2\\x80\\xae\\\\")
     ends = browser.do("$('#window, #window li:last-child').map((one) => one.getBoundingClientRect().bottom)")
     expect("its end", round(ends[0]), round(ends[1]))
-    browser.resize(360)
     expect("too wide", browser.do("$(':root').filter((one) => one.scrollWidth > one.clientWidth).length"), 0)
-    browser.call("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": "dark"}])
-    expect("dark", browser.do("getComputedStyle(document.body).backgroundColor"), "rgb(18, 22, 29)")
 
 
 def check_filters(browser):
-    for fragment, *shown in (("q=MOTOR+1", "3 of 1,212", "0 of 12", *["motor 1"] * 3),
+    for fragment, *shown in (("q=MOTOR+1&from=-1e300&to=1e300", "3 of 1,212", "0 of 12", *["motor 1"] * 3),
                              ("fault=pump&show=run", "9 of 1,212", "0 of 12"),
                              ("fault=pump&fault=%3Cb%3Evalve&show=values&q=4711", "0 of 1,212", "1 of 12", "4711"),
-                             ("from=-1e300&to=1e300&show=constructor&fault=nobody", "0 of 1,212", "0 of 12")):
+                             ("show=constructor&fault=nobody&q=%0A", "0 of 1,212", "0 of 12")):
         browser.do(f"location.hash = '{fragment}'")
         browser.shows(fragment, *shown)
     expect("nothing", browser.do("$('#nothing')[0].hidden"), False)
@@ -137,9 +138,9 @@ def check_filters(browser):
 
 
 def check_timeline(browser):
-    for what, start, end in ("clicked", 0.05, 0.05), ("dragged", 0, 0.3):
+    for what, start, end, lines in ("clicked", 0.05, 0.05, "11"), ("dragged", 0, 0.97, "1,211"):
         browser.point(0, start, end)
-        browser.shows(what, "11 of 1,212", "12 of 12")
+        browser.shows(what, f"{lines} of 1,212", "12 of 12")
         browser.press("Escape")
     browser.point(3, 0.9828, 0.9828)
     expect("a mark's line", browser.texts("[aria-current] time"), ["01/02 03:00:00"])
@@ -159,7 +160,7 @@ def check_size(browser):
     browser.do("$('#window')[0].scrollTop = 1e9")
     expect("last", browser.texts("#window time")[-1], "9999/06/01 12:00:00")
     browser.press("/", "b")
-    assert 0 < browser.do("$('*').length * Math.sign($('mark').length)") < 900, "many elements with marks, or none"
+    assert 0 < browser.do("$('*').length * Math.sign($('mark').length)") < 4000, "many elements with marks, or none"
     browser.shows("all", "99,990 of 99,990", "0 of 200,000", *browser.texts("mark"))
 
 
@@ -169,8 +170,7 @@ with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as folder:
             (NAME, LOG, 5, check_filters, check_timeline, check_what_is_shown),
             ("large.log", MANY, 0, check_size)):
         browser.resize(1280)
-        page = Path(folder, "page.html")
-        Path(folder, name).write_bytes(log)
+        page, _ = Path(folder, "page.html"), Path(folder, name).write_bytes(log)
         command = [f"{sys.argv[1]}/tools/dtctl", "fcm", "--html", f"{folder}/{name}", "--output", page]
         expect("status", subprocess.run(command, stderr=subprocess.DEVNULL).returncode, status)
         text = page.read_text().replace("http-equiv", "").replace("http://www.w3.org/2000/svg", "")

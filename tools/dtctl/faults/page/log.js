@@ -28,14 +28,17 @@ function numberOf(name) {
 // ---- the lines' columns
 
 const isLineAt = (place) => records.startsWith('run\t', place) || records.startsWith('init\t', place);
-const room = (() => {
-  let count = 0;
-  for (let place = 0; isLineAt(place); place = records.indexOf('\n', place) + 1) ++count;
-  return count;
-})();
 
-const starts = new Uint32Array(room); // of a line's time
-const ends = new Uint32Array(room); // its line break
+function countRecords(isCounted) {
+  let count = 0;
+  for (let place = 0, end; isCounted(place) && (end = records.indexOf('\n', place)) >= 0; place = end + 1) ++count;
+  return count;
+}
+
+const recordCount = countRecords(() => true);
+const room = countRecords(isLineAt);
+const starts = new Uint32Array(recordCount); // of what is searched of a record: a line's time, a value's kind
+const ends = new Uint32Array(recordCount); // its line break
 const nameAts = new Uint32Array(room);
 const textAts = new Uint32Array(room); // behind the line break when the text is missing
 const faultOf = new Uint32Array(room);
@@ -124,21 +127,28 @@ function orderLines() {
 
 // ---- the values: a series is all that was recorded of a fault, id and kind
 
-const series = new Map();
+const series = [];
+const seriesOf = new Uint32Array(recordCount); // its number
 let valueCount = 0;
 const about = { file: '', damage: null };
+const valueText = (record) => records.slice(records.lastIndexOf('\t', ends[record]) + 1, ends[record]);
 
 function readOthers(place) {
-  for (let end; (end = records.indexOf('\n', place)) >= 0; place = end + 1) {
-    const [kind, id, fault, value] = records.slice(place, end).split('\t');
+  const known = new Map();
+  for (let record = room; record < recordCount; ++record) {
+    starts[record] = place;
+    ends[record] = records.indexOf('\n', place);
+    const [kind, id, fault] = records.slice(place, ends[record]).split('\t', 3);
+    place = ends[record] + 1;
     if (kind in about) {
       about[kind] = id;
-    } else {
-      const key = `${kind}\t${id}\t${fault}`;
-      if (!series.has(key)) series.set(key, { kind, id, fault: numberOf(fault), values: [] });
-      series.get(key).values.push(value);
-      ++valueCount;
+      continue;
     }
+    const key = `${kind}\t${id}\t${fault}`;
+    if (!known.has(key)) known.set(key, series.push({ kind, id, fault: numberOf(fault), values: [] }) - 1);
+    seriesOf[record] = known.get(key);
+    series[known.get(key)].values.push(record);
+    ++valueCount;
   }
 }
 
@@ -148,18 +158,18 @@ orderLines();
 
 // ---- what filters leave of it
 
-// For each line whether it holds the text.
-function linesWith(text) {
-  const found = new Uint8Array(room);
+// For each record whether it holds the text.
+function recordsWith(text) {
+  if (!text) return new Uint8Array(recordCount).fill(1);
+  const holding = new Uint8Array(recordCount);
   const sought = fold(text);
-  const behind = room && ends[room - 1];
-  for (let line = 0, place = folded.indexOf(sought); place >= 0 && place < behind;) {
-    while (ends[line] <= place) ++line;
-    const inside = place >= starts[line];
-    if (inside) found[line] = 1;
-    place = folded.indexOf(sought, inside ? ends[line] : starts[line]);
+  for (let record = 0, place = folded.indexOf(sought); place >= 0;) {
+    while (ends[record] <= place) ++record;
+    const inside = place >= starts[record];
+    if (inside) holding[record] = 1;
+    place = folded.indexOf(sought, inside ? ends[record] : starts[record]);
   }
-  return found;
+  return holding;
 }
 
 const hasFault = (faults) => {
@@ -168,15 +178,14 @@ const hasFault = (faults) => {
 };
 
 // The ranks of the lines that pass, of whatever time.
-function matchingLines({ q, show, faults }) {
+function matchingLines({ show, faults }, holding) {
   const chosen = new Uint32Array(room);
-  const found = q ? linesWith(q) : new Uint8Array(room).fill(1);
   const wanted = hasFault(faults);
   const logs = [show === 'all' || show === 'init', show === 'all' || show === 'run'];
   let count = 0;
   for (let rank = 0; rank < room; ++rank) {
     const line = order[rank];
-    if (found[line] && wanted[faultOf[line]] && logs[isRun[line]]) chosen[count++] = rank;
+    if (holding[line] && wanted[faultOf[line]] && logs[isRun[line]]) chosen[count++] = rank;
   }
   return chosen.subarray(0, count);
 }
@@ -197,13 +206,11 @@ function within(ranks, { from, to }) {
     firstWhere(ranks.length, (i) => ranked[ranks[i]] > to));
 }
 
-function matchingSeries({ q, show, faults }) {
+function matchingSeries({ show, faults }, holding) {
   if (show !== 'all' && show !== 'values') return [];
   const wanted = hasFault(faults);
-  const sought = fold(q);
-  const holds = (one) => {
-    one.folded ??= fold([names[one.fault], one.id, one.kind, ...new Set(one.values)].join('\n'));
-    return one.folded.includes(sought);
-  };
-  return [...series.values()].filter((one) => wanted[one.fault] && (!q || holds(one)));
+  const holds = new Uint8Array(series.length);
+  for (let record = room; record < room + valueCount; ++record)
+    if (holding[record]) holds[seriesOf[record]] = 1;
+  return series.filter((one, number) => wanted[one.fault] && holds[number]);
 }

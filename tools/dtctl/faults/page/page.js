@@ -7,8 +7,8 @@ function filters() {
   const hash = new URLSearchParams(location.hash.slice(1));
   const from = Math.max(Number(hash.get('from') ?? NaN), whole.from);
   const to = Math.min(Number(hash.get('to') ?? NaN), whole.to);
-  return { q: hash.get('q') ?? '', show: hash.get('show') ?? 'all', faults: hash.getAll('fault'),
-           span: from <= to ? { from, to } : null };
+  return { q: (hash.get('q') ?? '').replaceAll('\n', ' '), show: hash.get('show') ?? 'all',
+           faults: hash.getAll('fault'), span: from <= to ? { from, to } : null };
 }
 
 function setFilters({ q = '', show = 'all', faults = [], span = null }) {
@@ -33,9 +33,10 @@ function drawFilters({ q, show, faults, span }) {
 
 function draw() {
   const chosen = filters();
-  const ranks = matchingLines(chosen);
+  const holding = recordsWith(chosen.q);
+  const ranks = matchingLines(chosen, holding);
   const shown = chosen.span ? within(ranks, chosen.span) : ranks;
-  const someSeries = matchingSeries(chosen);
+  const someSeries = matchingSeries(chosen, holding);
   const values = someSeries.reduce((sum, one) => sum + one.values.length, 0);
   drawFilters(chosen);
   drawTimeline(ranks, chosen.span);
@@ -70,7 +71,7 @@ function drawHeader() {
 function addFilters() {
   const button = (value, ...label) => element('button', { type: 'button', value }, ...label);
   const sizes = lineCounts.slice();
-  for (const one of series.values()) sizes[one.fault] += one.values.length;
+  for (const one of series) sizes[one.fault] += one.values.length;
   at('#show').append(button('all', 'All'), button('init', 'Init'), button('run', 'Run'), button('values', 'Values'));
   at('#faults').append(...names.slice(0, mostFaults).map((name, fault) =>
     button(name, nameOf(fault), element('small', {}, grouped(sizes[fault])))));

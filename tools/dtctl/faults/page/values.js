@@ -10,7 +10,7 @@ const isNumber = (one) => !/data|value/.test(one.kind);
 
 function courseOf(one) {
   if (one.course) return one.course;
-  const exact = one.values.map(numberIn);
+  const exact = one.values.map((record) => numberIn(valueText(record)));
   const [low, high] = [exact.reduce((a, b) => (a < b ? a : b)), exact.reduce((a, b) => (a > b ? a : b))];
   return one.course = { low, high, points: Float64Array.from(exact, Number) };
 }
@@ -54,7 +54,7 @@ function drawData(value, q) {
 }
 
 function drawSeries(one, q) {
-  const [count, last] = [one.values.length, one.values.at(-1)];
+  const [count, last] = [one.values.length, valueText(one.values.at(-1))];
   const label = element('small', {},
     `id ${one.id} · ${one.kind}` + (count > 1 ? ` · ${grouped(count)} times` : ''));
   if (!isNumber(one)) return element('div', { class: 'value wide' }, element('div', {}, label, ...drawData(last, q)));
