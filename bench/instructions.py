@@ -29,7 +29,7 @@ def run(program, folder):
         old.unlink()
     subprocess.run(['valgrind', '--tool=callgrind', '--instr-atstart=no', '--collect-atstart=no',
                     f'--callgrind-out-file={folder}/dump', f'--log-file={folder}/log', program],
-                   check=True, env={**os.environ, 'GLIBC_TUNABLES': PLAIN})
+                   check=True, env={'PATH': os.environ['PATH'], 'GLIBC_TUNABLES': PLAIN})
     return counts(folder)
 
 

@@ -4,7 +4,6 @@
 
 #include <errno.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -15,20 +14,20 @@ struct Token {
     char text[5];
     uint8_t length;
     uint8_t digits;
-    int tm::*value;
-    int offset;
     bool two_digits; // of the value only the last two
+    int16_t offset;
+    int tm::*value;
 };
 
 // In order of precedence.
 constexpr Token tokens[] = {
-    {"YYYY", 4, 4, &tm::tm_year, 1900, false}, {"YY", 2, 2, &tm::tm_year, 0, true},
-    {"yy", 2, 1, &tm::tm_year, 0, true},       {"MM", 2, 2, &tm::tm_mon, 1, false},
-    {"mm", 2, 1, &tm::tm_mon, 1, false},       {"DD", 2, 2, &tm::tm_mday, 0, false},
-    {"dd", 2, 1, &tm::tm_mday, 0, false},      {"HH", 2, 2, &tm::tm_hour, 0, false},
-    {"hh", 2, 1, &tm::tm_hour, 0, false},      {"MI", 2, 2, &tm::tm_min, 0, false},
-    {"mi", 2, 1, &tm::tm_min, 0, false},       {"SS", 2, 2, &tm::tm_sec, 0, false},
-    {"ss", 2, 1, &tm::tm_sec, 0, false},
+    {"YYYY", 4, 4, false, 1900, &tm::tm_year}, {"YY", 2, 2, true, 0, &tm::tm_year},
+    {"yy", 2, 1, true, 0, &tm::tm_year},       {"MM", 2, 2, false, 1, &tm::tm_mon},
+    {"mm", 2, 1, false, 1, &tm::tm_mon},       {"DD", 2, 2, false, 0, &tm::tm_mday},
+    {"dd", 2, 1, false, 0, &tm::tm_mday},      {"HH", 2, 2, false, 0, &tm::tm_hour},
+    {"hh", 2, 1, false, 0, &tm::tm_hour},      {"MI", 2, 2, false, 0, &tm::tm_min},
+    {"mi", 2, 1, false, 0, &tm::tm_min},       {"SS", 2, 2, false, 0, &tm::tm_sec},
+    {"ss", 2, 1, false, 0, &tm::tm_sec},
 };
 
 const Token *token_at(const char *format) {
@@ -80,9 +79,16 @@ struct {
     char text[47];
 } sg_zone;
 
+// As getenv, which takes several times as long.
+const char *zone_text() {
+    for (char **entry = environ; entry && *entry; ++entry)
+        if (**entry == 'T' && (*entry)[1] == 'Z' && (*entry)[2] == '=') return *entry + 3;
+    return nullptr;
+}
+
 // Drops the kept texts when TZ is no longer what it was. One that is longer never is.
 void follow_zone() {
-    const char *zone = getenv("TZ");
+    const char *zone = zone_text();
     const bool same =
         zone && sg_zone.is_set ? strcmp(zone, sg_zone.text) == 0 : !zone && !sg_zone.is_set;
     if (same) return;
@@ -107,10 +113,8 @@ void keep(time_t now, time_t time, const char *format, const char *text) {
     sg_oldest ^= 1;
 }
 
-timeval since_boot() {
-    timespec time = {};
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return {time.tv_sec, time.tv_nsec / 1000};
+uint32_t microseconds(time_t seconds, long rest) {
+    return static_cast<uint32_t>(seconds) * 1000000u + static_cast<uint32_t>(rest);
 }
 
 } // namespace
@@ -130,16 +134,19 @@ char *DTTime_Format(char *out, const char *format, time_t time) {
     follow_zone();
     if (const char *text = kept_text(now, time, format)) return strcpy(out, text);
     const tm *local = localtime(&time);
-    write(out, format, local ? *local : tm{});
+    const tm none = {};
+    write(out, format, local ? *local : none);
     if (local) keep(now, time, format, out);
     return out;
 }
 
 // A system with 32-bit times refuses to tell the time once it no longer fits.
 uint32_t DTTime_GetUTime(void) {
-    timeval now = {};
-    if (gettimeofday(&now, nullptr) != 0) now = since_boot();
-    return static_cast<uint32_t>(now.tv_sec) * 1000000u + static_cast<uint32_t>(now.tv_usec);
+    timeval now;
+    if (gettimeofday(&now, nullptr) == 0) return microseconds(now.tv_sec, now.tv_usec);
+    timespec since_boot = {};
+    clock_gettime(CLOCK_MONOTONIC, &since_boot);
+    return microseconds(since_boot.tv_sec, since_boot.tv_nsec / 1000);
 }
 
 int DTTime_Sleep(uint32_t milliseconds) {
