@@ -39,19 +39,17 @@ TEST_F(FaultRegistry, StoresEachKindUnderItsKeyAndRefusesDataBeyondARecord) {
         if (length > 293) DTFault_SetValue(fault, 3, data.data(), length);
     }
     EXPECT_EQ(g_DTFault_Info->max_size, 10485760u);
-    const std::pair<char, std::string> expected[] = {
-        {0, word(1) + word(0x01020304)},
-        {1, word(2) + word(0x05060708) + word(0x01020304)},
-        {2, word(9) + word(3) + "abc"},
-        {3, word(7) + word(100)},
-        {4, word(3) + word(2) + word(1)},
-        {5, word(9) + word(0)},
-        {6, word(1) + word(2) + "xy"},
-        {2, word(1) + word(292) + data.substr(0, 292)},
-        {5, word(2) + word(292) + data.substr(0, 292)},
-        {6, word(3) + word(65527) + data.substr(0, 65527)}};
+    const std::string short_ones[] = {
+        word(1) + word(0x01020304),  word(2) + word(0x05060708) + word(0x01020304),
+        word(9) + word(3) + "abc",   word(7) + word(100),
+        word(3) + word(2) + word(1), word(9) + word(0),
+        word(1) + word(2) + "xy"};
     Records records;
-    for (const auto &[kind, value] : expected) records.emplace_back(std::string{kind, 1}, value);
+    for (const std::string &value : short_ones)
+        records.emplace_back(std::string{static_cast<char>(records.size()), 1}, value);
+    records.emplace_back("\2\1", word(1) + word(292) + data.substr(0, 292));
+    records.emplace_back("\5\1", word(2) + word(292) + data.substr(0, 292));
+    records.emplace_back("\6\1", word(3) + word(65527) + data.substr(0, 65527));
     EXPECT_EQ(records_of(g_DTFault_Info), records);
 }
 
@@ -71,19 +69,4 @@ TEST_F(FaultRegistry, KeepsTwoLogsApartAndDropsTheLinesOfAnIgnoredFault) {
     DTFault_ShowRunLogToBuf(fault, buf);
     DTFault_ShowInitLogToBuf(fault, buf);
     EXPECT_STREQ(reinterpret_cast<char *>(buf->data), both);
-}
-
-// Blocks of a registration, in order: fault, init log, run log, registry, node.
-TEST(FaultMemory, RegistersWithoutALogOrNotAtAllWhenItIsShort) {
-    platform.fail_only(5);
-    EXPECT_EQ(DTFault_Regist("pump", nullptr), nullptr);
-    EXPECT_EQ(platform.blocks, 0u);
-    platform.fail_only(2);
-    DTFault *fault = DTFault_Regist("pump", nullptr);
-    DTFault_SetInitLog(fault, 1, 0, "nowhere");
-    DTFault_SetRunLog(fault, 1, 0, "kept");
-    DTFault_ShowInitLog(fault);
-    EXPECT_EQ(platform.console(), "");
-    EXPECT_EQ(records_of(fault->run_logger->info).size(), 2u);
-    DTFault_Start(); // passes over the missing log
 }

@@ -52,15 +52,10 @@ TEST(TimeText, AgreesWithTheSystemsAtAnyTime) {
 TEST(TimeText, AZoneThatChangesShowsAtOnce) {
     fake_clock.stand_at(a_sunday_evening);
     const std::string longer(60, 'X');
-    const std::pair<std::string, const char *> zones[] = {{"XST0XDT,J1,J365", "19:44:43"},
-                                                          {"XST0XDT,J1,J2", "18:44:43"},
-                                                          {"EST5", "13:44:43"},
-                                                          {"", "18:44:43"},
-                                                          {"EST5", "13:44:43"},
-                                                          {longer + "-1", "19:44:43"},
-                                                          {longer + "-2", "20:44:43"}};
-    for (const auto &[zone, shown] : zones)
-        EXPECT_EQ(in_zone(zone.c_str()), "2014/11/16 " + std::string(shown)) << zone;
+    for (const std::string &zone : // behind its hour
+         {std::string("19XST0XDT,J1,J365"), std::string("18XST0XDT,J1,J2"), std::string("13EST5"),
+          std::string("18"), std::string("13EST5"), "19" + longer + "-1", "20" + longer + "-2"})
+        EXPECT_EQ(in_zone(&zone[2]), "2014/11/16 " + zone.substr(0, 2) + ":44:43") << zone;
     const std::string odd = in_zone("XXX-3:21");
     EXPECT_NE(in_zone(nullptr), odd);
 }

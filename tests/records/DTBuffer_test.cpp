@@ -10,18 +10,11 @@ TEST(PackFormat, SizesAndCountsFields) {
     EXPECT_EQ(DTBuffer_GetPackSize("TBhI3S5S7S", &count), 26);
     EXPECT_EQ(count, 7);
     // A count is of the next letter, and only of s and S; any other character drops it.
-    const std::pair<const char *, int32_t> sizes[] = {{"12s", 12},
-                                                      {"2B4I", 5},
-                                                      {"1x2s", 2},
-                                                      {"1B2s", 3},
-                                                      {"12\x80s", 0},
-                                                      {"*s", 0},
-                                                      {"10s0S", 10},
-                                                      {nullptr, 0},
-                                                      {"3000000000s", INT32_MAX},
-                                                      {"2147483647s2147483647SI", INT32_MAX}};
-    for (const auto &[format, size] : sizes)
-        EXPECT_EQ(DTBuffer_GetPackSize(format, nullptr), size) << format;
+    const char *formats[] = {"12s", "2B4I",  "1x2s",  "1B2s",        "12\x80s",
+                             "*s",  "10s0S", nullptr, "3000000000s", "2147483647s2147483647SI"};
+    const int32_t sizes[] = {12, 5, 2, 3, 0, 0, 10, 0, INT32_MAX, INT32_MAX};
+    for (size_t i = 0; i < 10; ++i)
+        EXPECT_EQ(DTBuffer_GetPackSize(formats[i], nullptr), sizes[i]) << formats[i];
 }
 
 TEST(PackFormat, PacksEachLetter) {
