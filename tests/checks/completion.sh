@@ -21,13 +21,29 @@ expect() {
     failed=1
 }
 
-expect "collect selftest decode fcm config --help --version" ""
+expect "collect selftest decode fcm config help --help --version" ""
 expect "collect config" co
+expect "collect config" help co
+expect "" help collect ""
 expect "--device --device-port" collect --dev
 expect "--help --html" fcm --h
 expect "--watch" collect --device pump --w
-expect "visit.pcap" decode vi
-expect "visit.pcap" decode --json vi
-expect "visit.pcap" collect --output vi
-expect "" collect --timeout vi
+
+# Files where a file fits, and nowhere else.
+for line in "decode vi" "decode --json vi" "fcm --output x vi" "fcm --output=x vi" "collect --output vi" \
+    "collect --output = vi" "config --port 0 vi"; do
+    # shellcheck disable=SC2086
+    expect "visit.pcap" ${line/=x/ = x}
+done
+for line in "collect vi" "collect --timeout vi" "decode x vi" "config --port vi" "config --port = vi" "vi"; do
+    # shellcheck disable=SC2086
+    expect "" $line
+done
+
+# Every option of every command.
+for command in collect selftest decode fcm config; do
+    listed=$("$dtctl" $command --help |
+        sed -nE '/^Options:/,/^$/s/^  (-h,)?(--[a-z-]+).*/\2/p')
+    expect "$(xargs <<<"$listed")" $command -
+done
 exit $failed

@@ -22,11 +22,35 @@ for command in "" collect selftest decode fcm config; do
 done
 [ "$("$dtctl" --version)" = "dtctl $2" ] || { echo "no version $2" && failed=1; }
 
-refuses 2 "subcommand"
-refuses 2 "'colect'" colect --device 127.0.0.1
-refuses 2 "--device" collect
-refuses 2 "not a number" collect --device 127.0.0.1 --watch nan
-refuses 2 "excludes" fcm --html --json /dev/null
+# A wrong command line is told with the option or command that was perhaps meant, and where to read on.
+misled() { refuses 2 "$1" "${@:2}"; }
+misled "a command is missing (see dtctl --help)"
+misled "there is no command 'colect'; did you mean collect? (see dtctl --help)" colect --device 127.0.0.1
+misled "there is no command 'SELF'; did you mean selftest? (see dtctl --help)" help SELF
+misled "there is no command '' (see dtctl --help)" "" --help
+misled "there is no option --jsno in front of the command (see dtctl fcm --help)" --jsno fcm x
+misled "there is no option --hlep; did you mean --help? (see dtctl --help)" --hlep
+misled "there is no option --tmeout; did you mean --timeout? (see dtctl collect --help)" collect --tmeout=3
+misled "there is no option --ouptut; did you mean --output? (see dtctl fcm --help)" fcm a --ouptut x --jsn
+misled "there is no option --port; did you mean --device-port? (see dtctl selftest --help)" selftest --port 3
+misled "there is no option -p; did you mean --port? (see dtctl config --help)" config -p 3 x
+misled "there is no option --verbatim (see dtctl decode --help)" decode --verbatim x
+misled "too many arguments: 'c' 'b' '--json' (see dtctl fcm --help)" fcm a c b -- --json
+misled "FILE is required (see dtctl decode --help)" decode
+misled "--device is required (see dtctl collect --help)" collect pump
+misled "--bind needs a value (see dtctl config --help)" config --bind
+misled "--bind is given more than once" config --bind a --bind b x
+misled "--json cannot be perhaps" fcm --json=perhaps x
+misled "--output: '' names no file" fcm x --output ""
+misled "--watch: 'nan' is not a number" collect --device 127.0.0.1 --watch nan
+misled "--port: 65536 is not within 0 to 65535" config --port 65536 x
+misled "--html" fcm --html --json /dev/null
+[ "$("$dtctl" help fcm)" = "$("$dtctl" fcm --help)" ] && [ "$("$dtctl" help)" = "$("$dtctl" --help)" ] ||
+    { echo "dtctl help fails" && failed=1; }
+"$dtctl" help >/dev/full 2>/dev/null && echo "help that is lost" && failed=1
+
+refuses 1 "cannot read ''" decode ""
+refuses 5 "$0 does not look like a fault log: byte " fcm "$0"
 refuses 1 "cannot read /nowhere: No such" fcm /nowhere
 refuses 1 "cannot read /: Is a directory" fcm /
 refuses 1 "cannot read /: Is a directory" decode /
@@ -59,6 +83,19 @@ refuses 4 "does not answer" collect --device 127.0.0.1 --device-port 1 --output 
 [ "$(cat "$work/out")" = old ] || { echo "a device that is not there costs a file" && failed=1; }
 for format in --html --csv; do "$dtctl" fcm "$log" $format --output "$work/out"; done
 "$dtctl" fcm "$log" --csv | cmp - "$work/out" || failed=1
+
+# Whether a file that breaks off was a fault log at all.
+looks() {
+    printf '%b' "$2" >"$work/looks"
+    refuses 5 "$1: byte " fcm "$work/looks"
+}
+looks "/looks" '\x18\0run pump'
+looks "/looks" '\x18\0log'
+looks "/looks" '\0\0\x17\0\x17\x06pump'
+for bytes in '\x18\0ran pump' '\x18\0run\tpump' '\0\x01\x17\0\x17\x06' '\0\0\x17\0\x18\x06' '\0\0\x17\0\0\x06' \
+    '\0\0\0\x18ftypmp42' '\0\0\x17\0\x17\x07pump'; do
+    looks "/looks does not look like a fault log" "$bytes"
+done
 
 # What is left of a cut file is shown before the failure.
 head -c 31 "$log" >"$work/cut"

@@ -73,6 +73,15 @@ size_t number_size(FaultKind kind) {
     }
 }
 
+bool may_be_fault_log(std::string_view head) {
+    if (head.size() < fault_log_head) return true;
+    if (log_of(head.substr(length_size, word_size))) return head[name_offset - 1] == ' ';
+    const auto size = static_cast<uint8_t>(head[2 * length_size]);
+    const auto kind = static_cast<uint8_t>(head[2 * length_size + 1]);
+    return head[0] == 0 && head[1] == 0 && size >= 1 && size <= 1 + max_fault_name &&
+           kind <= static_cast<uint8_t>(FaultKind::value);
+}
+
 bool FaultLogDecoder::feed(std::span<const uint8_t> bytes) {
     while (!bytes.empty() && !damage_) bytes = bytes.subspan(take(bytes));
     return !damage_;

@@ -72,6 +72,11 @@ struct FaultValue {
     std::string data;    // any bytes
 };
 
+// Whether a file that begins like this, with so many bytes or with all that it has, may be a fault
+// log. Most other files do not begin with a log's word, or with an end mark and a kind.
+inline constexpr size_t fault_log_head = 6;
+bool may_be_fault_log(std::string_view head);
+
 // Where the bytes stopped making sense, and why.
 struct Damage {
     uint64_t offset;    // the byte within the file

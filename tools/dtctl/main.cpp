@@ -4,6 +4,7 @@
 #include "dtctl/output/output.h"
 #include "host/failure.h"
 #include "host/text.h"
+#include "host/usage.h"
 
 #include <CLI/CLI.hpp>
 
@@ -13,7 +14,9 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <iostream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -26,7 +29,7 @@ constexpr const char *footer = R"(Examples:
   dtctl fcm --html fcm.log > faults.html
   dtctl config devices.ini
 
-dtctl COMMAND --help tells more.
+dtctl help COMMAND tells more.
 
 Exit status: 0 done; 1 a file cannot be read or the output not be written; 2 usage; 3 the
 device was silent for too long; 4 an address or port cannot be reached or is taken; 5 what
@@ -38,19 +41,6 @@ On a terminal headings are bold, unless NO_COLOR is set in the environment.)";
 void complain(const std::string &text) {
     const std::string name = dtctl::shows_colours(stderr) ? dtctl::bold("dtctl:") : "dtctl:";
     (void)std::fprintf(stderr, "%s %s\n", name.c_str(), text.c_str());
-}
-
-// One line, and how to learn more; help itself is no error.
-Exit report(const CLI::App &app, const CLI::ParseError &error) {
-    if (error.get_exit_code() == 0) {
-        app.exit(error);
-        return Exit::success;
-    }
-    const auto unknown = app.remaining();
-    const bool no_command = app.get_subcommands().empty() && !unknown.empty();
-    complain(dtctl::escape(no_command ? "there is no command '" + unknown[0] + "'" : error.what()) +
-             " (see dtctl --help)");
-    return Exit::usage;
 }
 
 Exit run(int argc, char **argv) {
@@ -65,10 +55,15 @@ Exit run(int argc, char **argv) {
     dtctl::add_decode(app);
     dtctl::add_fcm(app);
     dtctl::add_config(app);
+    const std::vector<std::string> words = dtctl::words_of(argc, argv);
     try {
-        app.parse(argc, argv);
+        dtctl::parse_words(app, words);
+    } catch (const CLI::Success &help) {
+        app.exit(help);
+        if (!std::cout.flush()) throw dtctl::Failure(Exit::failed, "cannot write the output");
     } catch (const CLI::ParseError &error) {
-        return report(app, error);
+        complain(dtctl::escape(dtctl::usage_error(app, words, error)));
+        return Exit::usage;
     }
     return Exit::success;
 }

@@ -48,7 +48,8 @@ ssize_t read_some(const Fd &file, std::span<uint8_t> buffer) {
 
 void report_unreadable(const std::string &path) {
     throw Failure(Exit::failed,
-                  fmt::format("cannot read {}: {}", escape(path), std::strerror(errno)));
+                  fmt::format("cannot read {}: {}", path.empty() ? "''" : escape(path),
+                              std::strerror(errno)));
 }
 
 std::string read_whole_file(const std::string &path) {

@@ -10,7 +10,8 @@ namespace dtctl {
 void limit(CLI::Option &option, double low, double high) {
     const auto check = [low, high](const std::string &text) -> std::string {
         double number = 0;
-        if (!CLI::detail::lexical_cast(text, number) || number != number) return "not a number";
+        if (!CLI::detail::lexical_cast(text, number) || number != number)
+            return fmt::format("'{}' is not a number", text);
         if (number >= low && number <= high) return "";
         return fmt::format("{} is not within {} to {}", text, low, high);
     };

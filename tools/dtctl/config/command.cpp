@@ -3,7 +3,7 @@
 
 #include "dtctl/config/exchange.h"
 #include "dtctl/config/server.h"
-#include "dtctl/output/options.h"
+#include "host/options.h"
 
 #include <CLI/CLI.hpp>
 
@@ -54,10 +54,9 @@ void add_config(CLI::App &app) {
     auto options = std::make_shared<ConfigOptions>();
     options->port = config_port;
     command.add_option("FILE", options->path, "The settings")->type_name("")->required();
-    command.add_option("--port", options->port, "UDP port for the requests; 0: any free one")
-        ->type_name("PORT")
-        ->check(CLI::Range(0, 65535))
-        ->capture_default_str();
+    add_number(command, "--port", "PORT", options->port, 0, 65535,
+               "UDP port for the requests; 0: any free one")
+        .capture_default_str();
     command
         .add_option("--bind", options->address,
                     "Local address for the requests; only 0.0.0.0 hears broadcasts")

@@ -15,7 +15,8 @@ CLI::Option *add_output_options(CLI::App &command, OutputOptions &output) {
             "With --csv: leave cells that a spreadsheet would execute as they are")
         ->needs(csv);
     command.add_option("--output", output.path, "The file to write, instead of standard output")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check([](const std::string &path) { return path.empty() ? "'' names no file" : ""; });
     return csv->excludes(json);
 }
 
