@@ -108,6 +108,10 @@ TEST(Configuration, AFixedServerIsAskedEveryTimeAndNobodyElseIsHeard) {
     network.replies.clear();
     reply("7", "10.1.1.9");
     EXPECT_EQ(lookup(), 7); // found by broadcast
+    network.failing["recvfrom"] = EIO;
+    EXPECT_EQ(number_for("9"), 77); // and not lost again
+    network.failing.clear();
+    network.replies.clear();
     EXPECT_EQ(number_for("8"), 8);
     EXPECT_EQ(network.sent.back().address, "10.1.1.9");
 }
