@@ -34,6 +34,7 @@ misled "there is no option --tmeout; did you mean --timeout? (see dtctl collect 
 misled "there is no option --ouptut; did you mean --output? (see dtctl fcm --help)" fcm a --ouptut x --jsn
 misled "there is no option --port; did you mean --device-port? (see dtctl selftest --help)" selftest --port 3
 misled "there is no option -p; did you mean --port? (see dtctl config --help)" config -p 3 x
+misled "there is no option -t; did you mean --times? (see dtctl collect --help)" collect -t
 misled "there is no option --verbatim (see dtctl decode --help)" decode --verbatim x
 misled "too many arguments: 'c' 'b' '--json' (see dtctl fcm --help)" fcm a c b -- --json
 misled "FILE is required (see dtctl decode --help)" decode
