@@ -169,8 +169,8 @@ def measured():
             'costs': costs({what: of(work) for what, work, _ in COSTS}),
             'peers': table(['what you do', 'libdt', 'others'],
                            [[what, of(work), others(work, names)] for what, work, names in PEERS]),
-            'fast': f'- **Fast**: {of("logger line")} for a line of a log, with its time stamp; a usual logger '
-                    f'(spdlog) takes {of("logger line", "spdlog ring")}.'}
+            'fast': f'- **Fast**: {of("logger line")} on {platform.machine()} for a line of a log, with its time '
+                    f'stamp; a usual logger\n  (spdlog) takes {of("logger line", "spdlog ring")}.'}
 
 
 def counted(build):
