@@ -56,6 +56,8 @@ TEST(List, IsSearchedAsFarAsItWentAtTheStart) {
     for (const uintptr_t value : {1, 2}) DTList_Append(list, value);
     EXPECT_EQ(DTList_Find(list, append, 0), 0u);
     EXPECT_EQ(DTList_FindPos(list, append, 0), -1);
+    EXPECT_EQ(DTList_Find(list, nullptr, 0), 0u);
+    EXPECT_EQ(DTList_FindPos(list, nullptr, 0), -1);
     EXPECT_THAT(values(), ElementsAre(1, 2, 2, 3, 2, 3, 3, 4));
 }
 

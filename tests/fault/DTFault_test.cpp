@@ -17,6 +17,7 @@ struct FaultRegistry : RecordsTest {
 
 TEST_F(FaultRegistry, NumbersFaultsInTheirOrderAsLongAsTheyCanBeToldApart) {
     EXPECT_EQ(first->index + 10 * fault->index, 10);
+    EXPECT_EQ(fault->init_logger->flags + fault->run_logger->flags, 2 * 255u);
     EXPECT_STREQ(fault->name, "a name of 22 character");
     EXPECT_EQ(DTList_Get(g_DTFault_List, 1), reinterpret_cast<uintptr_t>(fault));
     for (int i = 2; i < 256; ++i) EXPECT_NE(DTFault_Regist("pump", nullptr), nullptr);

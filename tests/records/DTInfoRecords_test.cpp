@@ -89,7 +89,7 @@ TEST_F(InfoRecords, AreSelectedByEachFilterAmongOthers) {
           "TBhI0S0S1S", "tBhI0S0S0S", "TBhI 0S0S0S"})
         DTInfo_Append(store, key.data(), static_cast<uint8_t>(key.size()), "elevenbytes", 11);
     add(2, 65535, 5, "\x0A\x01", "se");
-    add(1, 65543, 0xFFFFFFFE, "", "third");
+    add(1, 65543, 0xFFFFFFFE, "", "the third");
     const std::pair<Filters, const char *> cases[] = {
         {{}, "1,2,3, of 3"},
         {{.id = 65536 + 7}, "1,2, of 2"}, // 65543 is recorded as 7

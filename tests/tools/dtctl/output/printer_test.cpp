@@ -80,13 +80,15 @@ TEST(Printers, WriteWhatTheGoldenFilesHold) {
 
 // Overlong forms, surrogates, cut characters and what lies beyond Unicode are bytes, not text.
 TEST(Text, OnlyWellFormedUtf8Passes) {
-    for (const std::string text :
-         {"\xC2\x80", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xF4\x8F\xBF\xBF"}) {
+    for (const std::string text : {"\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xE1\x80\x80",
+                                   "\xEC\xBF\xBF", "\xED\x9F\xBF", "\xEE\x80\x80", "\xEF\xBF\xBF",
+                                   "\xF0\x90\x80\x80", "\xF1\x80\x80\x80", "\xF4\x8F\xBF\xBF"}) {
         EXPECT_EQ(dtctl::character_length(text + "x"), text.size()) << dtctl::hex(text);
         EXPECT_EQ(dtctl::character_length(text.substr(0, text.size() - 1)), 0u) << dtctl::hex(text);
     }
-    for (const char *text : {"\x80", "\xC1\xBF", "\xE0\x9F\x80", "\xED\xA0\x80", "\xF0\x8F\x80\x80",
-                             "\xF4\x90\x80\x80", "\xE1\x80\xC0"})
+    for (const char *text :
+         {"\x80", "\xC1\xBF", "\xE0\x9F\x80", "\xED\xA0\x80", "\xF0\x8F\x80\x80",
+          "\xF4\x90\x80\x80", "\xE1\x80\xC0", "\xE1\x7F\x80", "\xEE\x7F\x80", "\xF1\xC0\x80\x80"})
         EXPECT_EQ(dtctl::character_length(text), 0u) << dtctl::hex(text);
     EXPECT_TRUE(dtctl::is_plain_text("\t\n") && !dtctl::is_plain_text("\r"));
     const std::string shown = "~\u00A0\u061B\u061D\u200D\u2010\u2027\u202F\u2065\u206A";
