@@ -120,6 +120,7 @@ TEST_F(Table, RedefinedColumnReadsItsCellsWithTheNewType) {
     EXPECT_EQ(in_buffer(), "     b  \n -  --- \n  70.0  \n");
     DTTable_SetTitle(table, 0, "a", DTTABLE_TEXT, "%s", 'L');
     EXPECT_STREQ(first->sum_text, "7"); // until the next sum
+    EXPECT_EQ(first->sum.i64, 0);
     DTTable_Sum(table);
     EXPECT_STREQ(first->sum_text, "");
 }
