@@ -1,7 +1,4 @@
-#include "support/platform.h"
-
-#include <dt/containers.h>
-#include <gtest/gtest.h>
+#include "support/story.h"
 
 #include <map>
 #include <random>
@@ -66,9 +63,9 @@ TEST(Hash, StaticTablesKeepEverything) {
 }
 
 TEST(Hash, RefusesSizesThatWrapAndATableWithoutBuckets) {
-    EXPECT_EQ(DTHash_New(4, 4, 0, nullptr), nullptr);
-    EXPECT_EQ(DTHash_New(4, UINT32_MAX - 3, 1, nullptr), nullptr);
-    EXPECT_EQ(DTHash_New(4, 4, UINT32_MAX / sizeof(void *) + 1, nullptr), nullptr);
+    const uint32_t too_many = UINT32_MAX / sizeof(void *) + 1;
+    for (const auto &[size, buckets] : {std::pair(4u, 0u), {UINT32_MAX - 3, 1}, {4, too_many}})
+        EXPECT_EQ(DTHash_New(4, size, buckets, nullptr), nullptr);
     EXPECT_EQ(platform.allocations, 0u);
     DTHash *table = DTHash_New(4, 0, 1000, nullptr);  // by the mixing function
     EXPECT_EQ(DTHash_Set(table, "abcd", nullptr), 1); // a value without bytes

@@ -1,12 +1,7 @@
-#include "support/platform.h"
-
-#include <dt/containers.h>
-#include <gmock/gmock.h>
+#include "support/story.h"
 
 #include <algorithm>
 #include <random>
-
-using testing::ElementsAre;
 
 namespace {
 

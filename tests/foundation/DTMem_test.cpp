@@ -1,7 +1,4 @@
-#include "support/platform.h"
-
-#include <dt/foundation.h>
-#include <gtest/gtest.h>
+#include "support/story.h"
 
 constexpr uint32_t chunk = 0x100004; // with its prefix
 
@@ -16,20 +13,16 @@ TEST(Memory, ShowsWhatIsChargedToTheLowByteOfEachOwner) {
     EXPECT_EQ(DTMem_Malloc(1, UINT32_MAX - 3), nullptr); // sizes whose bookkeeping wraps
     EXPECT_EQ(DTMem_Malloc_Static(1, UINT32_MAX - 2), nullptr);
     for (const uint32_t fixed : {0u, 1u}) EXPECT_EQ(DTMem_New(UINT32_MAX - 7, fixed), nullptr);
-    const std::string of_sink = DTString_SFormat("0x%08x", unsigned{sizeof(DTPrint)} + 4);
-    platform.prints.clear();
-    DTMem_Show();
-    EXPECT_EQ(platform.console(), "   id        size    malloc    free\n"
-                                  "-------------------------------------\n"
-                                  "    0  " +
-                                      of_sink +
-                                      "         1       0\n"
-                                      "  133  0x0000000e         2       1\n"
-                                      "  255  0x00200008         2       0\n"
-                                      "\n"
-                                      "static memory : left         = 0x00080000\n"
-                                      "static memory : times        = 2\n"
-                                      "static memory : malloc times = 3\n");
+    const std::string expected = DTString_SFormat("   id        size    malloc    free\n"
+                                                  "-------------------------------------\n"
+                                                  "    0  0x%08x         1       0\n"
+                                                  "  133  0x0000000e         2       1\n"
+                                                  "  255  0x00200008         2       0\n\n"
+                                                  "static memory : left         = 0x00080000\n"
+                                                  "static memory : times        = 2\n"
+                                                  "static memory : malloc times = 3\n",
+                                                  unsigned{sizeof(DTPrint)} + 4); // of the sink
+    EXPECT_EQ(console_of(DTMem_Show), expected);
 }
 
 TEST(StaticPool, CarvesRoundedPiecesFromChunks) {

@@ -1,9 +1,4 @@
-#include "support/platform.h"
-
-#include <dt/foundation.h>
-#include <gmock/gmock.h>
-
-using testing::ElementsAre;
+#include "support/story.h"
 
 TEST(DefaultSink, SendsEachLineOnceItIsComplete) {
     platform.fail_only(1);

@@ -1,22 +1,4 @@
-#include <dt/foundation.h>
-#include <gtest/gtest.h>
-
-namespace {
-
-std::string hex(size_t count) {
-    return DTString_SHFormat(std::string(count, '\xAB').data(), static_cast<int32_t>(count));
-}
-
-// The pieces, each with a bar behind it.
-std::string split(std::string text, const char *separator, int32_t max) {
-    char *pieces[20];
-    const int32_t count = DTString_Split(text.data(), separator, pieces, max);
-    std::string all;
-    for (int32_t i = 0; i < count; ++i) all += std::string(pieces[i]) + "|";
-    return all;
-}
-
-} // namespace
+#include "support/story.h"
 
 TEST(Format, KnowsTheSizeOfAnArrayAndTrustsAPointer) {
     const std::string longer(1200, 'x');
@@ -34,6 +16,9 @@ TEST(HexDump, BreaksLinesAndStopsBeforeTheByteThatDoesNotFit) {
     EXPECT_STREQ(DTString_SHFormat("\x00\xAB\x7F", 3), "00 AB 7F ");
     EXPECT_STREQ(DTString_SHFormat("a", -1), "");
     EXPECT_STREQ(DTString_SHFormat(nullptr, 3), "");
+    const auto hex = [](size_t count) -> std::string {
+        return DTString_SHFormat(std::string(count, '\xAB').data(), static_cast<int32_t>(count));
+    };
     EXPECT_EQ(hex(33), hex(16) + "\n" + hex(16) + "\nAB ");
     EXPECT_EQ(hex(3266).size(), 9999u);
     char text[52];
@@ -42,14 +27,19 @@ TEST(HexDump, BreaksLinesAndStopsBeforeTheByteThatDoesNotFit) {
 }
 
 TEST(Split, CutsAtEachSeparator) {
-    for (const int32_t max : {1, -5}) EXPECT_EQ(split("a,b,c", ",", max), "a,b,c|");
-    EXPECT_EQ(split("a,b,c", ",", 0), "a|b|c|");
-    EXPECT_EQ(split("a,b,c", ",", 2), "a|b,c|");
-    EXPECT_EQ(split("a::b:c", "::", 0), "a|b:c|");
-    EXPECT_EQ(split(",a,,b", ",", 0), "|a|,b|"); // a piece's first character is no separator
-    EXPECT_EQ(split(std::string("a,\0,b", 5), ",", 0), "a||");
-    EXPECT_EQ(split("", ",", 0), "|");
-    EXPECT_EQ(split("a,b", "", 0), "a,b|");
-    EXPECT_EQ(split("a,b", nullptr, 0), "");
+    // The text, its separator and the most pieces; then the pieces, each with a bar behind it.
+    const std::tuple<std::string, const char *, int32_t, const char *> cases[] = {
+        {"a,b,c", ",", 1, "a,b,c|"}, {"a,b,c", ",", -5, "a,b,c|"},  {"a,b,c", ",", 0, "a|b|c|"},
+        {"a,b,c", ",", 2, "a|b,c|"}, {"a::b:c", "::", 0, "a|b:c|"}, {"", ",", 0, "|"},
+        {"a,b", "", 0, "a,b|"},      {"a,b", nullptr, 0, ""},       {{"a,\0,b", 5}, ",", 0, "a||"},
+        {",a,,b", ",", 0, "|a|,b|"}, // a piece's first character is no separator
+    };
+    for (auto [text, separator, max, expected] : cases) {
+        char *pieces[20];
+        const int32_t count = DTString_Split(text.data(), separator, pieces, max);
+        std::string all;
+        for (int32_t i = 0; i < count; ++i) all += std::string(pieces[i]) + "|";
+        EXPECT_EQ(all, expected);
+    }
     EXPECT_EQ(DTString_Split(std::string("a,b").data(), ",", nullptr, 0), 0);
 }

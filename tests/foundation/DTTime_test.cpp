@@ -1,8 +1,5 @@
-#include "support/clock.h"
 #include "support/network.h"
-
-#include <dt/foundation.h>
-#include <gtest/gtest.h>
+#include "support/story.h"
 
 #include <errno.h>
 #include <random>
@@ -17,10 +14,7 @@ std::string format(const char *pattern, time_t time) {
 }
 
 std::string in_zone(const char *zone) {
-    if (zone)
-        setenv("TZ", zone, 1);
-    else
-        unsetenv("TZ");
+    zone ? setenv("TZ", zone, 1) : unsetenv("TZ");
     return format(every, a_sunday_evening);
 }
 
@@ -87,5 +81,5 @@ TEST(Sleep, TakesItsTimeEvenWhenItIsRefusedButNotWhenASignalEndsIt) {
     EXPECT_THAT(network.waits, testing::IsEmpty());
     fake_clock.sleep_error = EPERM;
     EXPECT_EQ(DTTime_Sleep(15), -1);
-    EXPECT_THAT(network.waits, testing::ElementsAre(15));
+    EXPECT_THAT(network.waits, ElementsAre(15));
 }

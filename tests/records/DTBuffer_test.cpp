@@ -1,9 +1,4 @@
-#include "support/clock.h"
-#include "support/platform.h"
-
-#include <dt/foundation.h>
-#include <dt/records.h>
-#include <gtest/gtest.h>
+#include "support/story.h"
 
 TEST(PackFormat, SizesAndCountsFields) {
     int32_t count = 0;

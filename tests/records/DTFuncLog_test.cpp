@@ -1,5 +1,5 @@
-#include "support/platform.h"
 #include "support/store.h"
+#include "support/wire.h"
 
 #include <regex>
 
@@ -15,13 +15,10 @@ struct FuncLog : RecordsTest {
     DTFuncLog *log = DTFuncLog_New(funcs, 3, 1024);
 
     void add(uint8_t key, const std::string &fields) {
-        const uint32_t now = a_sunday_evening;
-        DTInfo_Append2Message(log->info, &key, 1, &now, 4, fields.data(),
-                              static_cast<uint16_t>(fields.size()));
+        append(log->info, {static_cast<char>(key)}, word(a_sunday_evening) + fields);
     }
     std::string show(const char *name, int32_t from, int32_t count) {
-        DTFuncLog_Show(log, name, from, count);
-        return platform.take_console();
+        return console_of(DTFuncLog_Show, log, name, from, count);
     }
     // Number and last digit of each record shown.
     std::string selected(const char *name, int32_t from, int32_t count) {
@@ -68,10 +65,9 @@ TEST_F(FuncLog, ShowsTheFirst97CharactersOfAFormat) {
 
 // A log without a table is read like any other.
 TEST_F(FuncLog, ListsItsTableAndGetsRecordsAndTheirOwners) {
-    DTFuncLog_ShowFunc(log);
-    EXPECT_EQ(platform.take_console(), "\nopen(device)\nid:0;cnt:3;fmt:B\n"
-                                       "read(blocks)\nid:1;cnt:-1;fmt:H2s\n"
-                                       "\nid:2;cnt:0;fmt:\n");
+    EXPECT_EQ(console_of(DTFuncLog_ShowFunc, log), "\nopen(device)\nid:0;cnt:3;fmt:B\n"
+                                                   "read(blocks)\nid:1;cnt:-1;fmt:H2s\n"
+                                                   "\nid:2;cnt:0;fmt:\n");
     DTFuncLog_Release(log);
     EXPECT_EQ(platform.blocks, 1u); // the sink
     log = DTFuncLog_New(nullptr, 457, 1024);
@@ -89,9 +85,7 @@ TEST_F(FuncLog, ListsItsTableAndGetsRecordsAndTheirOwners) {
     pos = DTINFO_FIRST;
     EXPECT_EQ(get(457), 0);
     EXPECT_EQ(get(456), 1); // has the low byte 200
-    DTFuncLog_ShowFunc(log);
-    EXPECT_EQ(show("open", 0, 9) + show(nullptr, 0, 9), "\n");
-    EXPECT_EQ(log->ignore, 0u);
-    DTFuncLog_Ignore(log, 5);
+    EXPECT_EQ(console_of(DTFuncLog_ShowFunc, log) + show("open", 0, 9) + show(nullptr, 0, 9), "\n");
+    DTFuncLog_Ignore(log, log->ignore + 5);
     EXPECT_EQ(log->ignore, 5u);
 }

@@ -1,9 +1,4 @@
-#include "support/platform.h"
 #include "support/store.h"
-
-#include <dt/foundation.h>
-
-#include <string.h>
 
 namespace {
 
@@ -87,7 +82,7 @@ TEST_F(InfoRecords, AreSelectedByEachFilterAmongOthers) {
     for (const std::string key :
          {"l", "TBhI1S2S", "TBhI0S0S0s", "TBhI0S0S0S.", "TBhIS2S3S", "TBhI99999999999S2S3S",
           "TBhI0S0S1S", "tBhI0S0S0S", "TBhI 0S0S0S"})
-        DTInfo_Append(store, key.data(), static_cast<uint8_t>(key.size()), "elevenbytes", 11);
+        append(store, key, "elevenbytes");
     add(2, 65535, 5, "\x0A\x01", "se");
     add(1, 65543, 0xFFFFFFFE, "", "the third");
     const std::pair<Filters, const char *> cases[] = {

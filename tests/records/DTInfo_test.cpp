@@ -1,7 +1,4 @@
-#include "support/platform.h"
 #include "support/store.h"
-
-#include <dt/foundation.h>
 
 #include <random>
 #include <regex>
@@ -9,11 +6,6 @@
 namespace {
 
 std::string many(size_t count, char letter = 'v') { return std::string(count, letter); }
-
-int32_t append(DTInfo *store, const std::string &key, const std::string &value) {
-    return DTInfo_Append(store, key.data(), static_cast<uint8_t>(key.size()), value.data(),
-                         static_cast<uint16_t>(value.size()));
-}
 
 std::string keys_of(DTInfo *store) {
     std::string keys;

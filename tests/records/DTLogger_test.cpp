@@ -1,9 +1,4 @@
-#include "support/platform.h"
 #include "support/store.h"
-
-#include <gmock/gmock.h>
-
-using testing::ElementsAre;
 
 namespace {
 
@@ -11,13 +6,6 @@ constexpr char stamp[] = "2014/11/16 18:44:43";
 
 struct Logger : RecordsTest {
     DTLogger *logger = DTLogger_New(255);
-    // What DTLogger_Write answers at each level.
-    std::vector<int32_t> write(const std::vector<std::pair<uint32_t, const char *>> &lines) {
-        std::vector<int32_t> answers;
-        for (const auto &[level, text] : lines)
-            answers.push_back(DTLogger_Write(logger, level, text));
-        return answers;
-    }
     // Every record as its key and value, the given stamp as "@".
     std::string stored(const std::string &expected_stamp) {
         std::string all;
@@ -28,21 +16,28 @@ struct Logger : RecordsTest {
     std::string shown_in_buffer(uint32_t unit = 1) {
         DTBuf *buf = DTBuf_New(unit, 1 << 20, 0);
         DTLogger_ShowToBuf(logger, buf);
-        return std::string(buf->data, buf->data + DTBuf_Length(buf));
+        return text_of(buf);
     }
 };
 
 } // namespace
 
 TEST_F(Logger, AcceptsEchoesAndStoresAsItsOptionsSay) {
-    EXPECT_THAT(write({{0, "zero,"}, {1, ""}, {2, "two"}, {3, "three"}, {3, ""}, {4, "four"}}),
-                ElementsAre(23 + 9, 23 + 4, 23 + 7, 23 + 9, 23 + 4, 23 + 8));
-    EXPECT_EQ(stored(stamp), "l:@;l:zero,;l:@;l:;w:@;w:two;e:@;e:three;e:@;e:;l:@;l:four;");
-    DTLogger_SetFlag(logger, DTLOGGER_ECHO | DTLOGGER_STORE | DTLOGGER_LEVEL0 | DTLOGGER_LEVEL1);
-    EXPECT_THAT(write({{1, "one"}, {1, ""}, {2, "two"}, {3, "three"}, {0, "zero,"}, {9, "nine"}}),
-                ElementsAre(30, 27, -1, -1, 32, 31));
-    DTLogger_SetFlag(logger, DTLOGGER_LEVEL1 | DTLOGGER_ECHO);
-    EXPECT_EQ(DTLogger_Write(logger, 1, "not kept"), -1);
+    const uint32_t shut = DTLOGGER_ECHO | DTLOGGER_LEVEL0 | DTLOGGER_LEVEL1;
+    const uint32_t some = shut | DTLOGGER_STORE;
+    const std::tuple<uint32_t, uint32_t, const char *, int32_t> lines[] = {
+        {255, 0, "zero,", 32},     {255, 1, "", 27},       {255, 2, "two", 30},
+        {255, 3, "three", 32},     {255, 3, "", 27},       {255, 4, "four", 31},
+        {some, 1, "one", 30},      {some, 1, "", 27},      {some, 2, "two", -1},
+        {some, 3, "three", -1},    {some, 0, "zero,", 32}, {some, 9, "nine", 31},
+        {shut, 1, "not kept", -1},
+    };
+    for (const auto &[flags, level, text, answer] : lines) {
+        DTLogger_SetFlag(logger, flags);
+        EXPECT_EQ(DTLogger_Write(logger, level, text), answer) << text;
+    }
+    EXPECT_EQ(stored(stamp), "l:@;l:zero,;l:@;l:;w:@;w:two;e:@;e:three;e:@;e:;l:@;l:four;"
+                             "l:@;l:one;l:@;l:;l:@;l:zero,;l:@;l:nine;");
     EXPECT_THAT(platform.prints, ElementsAre("zero,three\n", "\n", // 255 echoes 0 and 3
                                              "one\n", "zero,nine\n", "not kept\n"));
 }
@@ -62,11 +57,11 @@ TEST_F(Logger, AppendAsksNoOptionBits) {
 
 // 65,536 is no multiple of 100: the 16-bit count of records starts again and pauses there.
 TEST_F(Logger, ShowsEachRecordOnALineOfItsOwn) {
-    write({{1, "one"}, {2, ""}});
+    DTLogger_Write(logger, 1, "one");
+    DTLogger_Write(logger, 2, "");
     const std::string expected = std::string(stamp) + "\none\n" + stamp + "\n\n";
-    DTLogger_ShowInfo(logger, 1);
-    DTLogger_ShowToBuf(logger, reinterpret_cast<DTBuf *>(100));
-    EXPECT_EQ(platform.take_console(), expected + expected);
+    EXPECT_EQ(console_of(DTLogger_ShowInfo, logger, 1), expected);
+    EXPECT_EQ(console_of(DTLogger_ShowToBuf, logger, reinterpret_cast<DTBuf *>(100)), expected);
     EXPECT_EQ(shown_in_buffer(), expected);
     EXPECT_EQ(shown_in_buffer(8), "");
     DTLogger_ClearInfo(logger);

@@ -1,10 +1,7 @@
 // What a record store must hold, and whether it keeps its own rules.
 #pragma once
 
-#include "support/clock.h"
-
-#include <dt/records.h>
-#include <gtest/gtest.h>
+#include "support/story.h"
 
 #include <algorithm>
 #include <deque>
@@ -13,6 +10,11 @@
 #include <vector>
 
 using Records = std::vector<std::pair<std::string, std::string>>; // key and value, oldest first
+
+inline int32_t append(DTInfo *store, const std::string &key, const std::string &value) {
+    return DTInfo_Append(store, key.data(), static_cast<uint8_t>(key.size()), value.data(),
+                         static_cast<uint16_t>(value.size()));
+}
 
 // What the ring must hold and where, oldest first: what lies from the write position on is still of
 // the lap before.
