@@ -90,6 +90,7 @@ uint32_t DTFault_SetValue(DTFault *fault, uint32_t id, const void *data, uint32_
 /* Runs every start callback, then writes all logs and the fault store into the file "/fcm.log",
  * which holds the last pass alone, and drops the fault store. The logs are kept and written again
  * by the next pass. An entry that would be longer than its 16-bit length loses the end of its data.
+ * Its short parts reach fwrite together, up to 512 bytes at a time.
  *
  * Nothing happens without a registered fault and from inside a start callback. When the file cannot
  * be made, the fault store stays for the next pass; write errors are not detected.

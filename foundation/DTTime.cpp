@@ -57,8 +57,9 @@ void write(char *to, const char *format, const tm &local) {
     *to = '\0';
 }
 
-// A text is kept for the second in which it was made, so that a zone file that is replaced shows in
-// the next: logs write many lines within one, and localtime costs more than the lines.
+// A text is kept for the second in which it was made, so that the system's zone, when it is
+// replaced, shows in the next: logs write many lines within one, and localtime costs more than the
+// lines.
 struct Kept {
     time_t made;
     time_t shown;
@@ -76,6 +77,7 @@ uint8_t sg_oldest;
 // TZ as it was when they were made.
 struct {
     bool is_set;
+    bool is_cut;
     char text[47];
 } sg_zone;
 
@@ -86,7 +88,7 @@ const char *zone_text() {
     return nullptr;
 }
 
-// Drops the kept texts when TZ is no longer what it was. One that is longer never is.
+// Drops the kept texts when TZ is no longer what it was. For one that is cut none is kept.
 void follow_zone() {
     const char *zone = zone_text();
     const bool same =
@@ -94,7 +96,7 @@ void follow_zone() {
     if (same) return;
     for (Kept &kept : sg_kept) kept = {};
     sg_zone.is_set = zone != nullptr;
-    dt::copy_text(sg_zone.text, zone);
+    sg_zone.is_cut = !dt::copy_text(sg_zone.text, zone);
 }
 
 const char *kept_text(time_t now, time_t time, const char *format) {
@@ -105,7 +107,9 @@ const char *kept_text(time_t now, time_t time, const char *format) {
 
 void keep(time_t now, time_t time, const char *format, const char *text) {
     Kept *kept = &sg_kept[sg_oldest];
-    if (strlen(format) >= sizeof kept->format || strlen(text) >= sizeof kept->text) return;
+    if (sg_zone.is_cut || strlen(format) >= sizeof kept->format ||
+        strlen(text) >= sizeof kept->text)
+        return;
     kept->made = now;
     kept->shown = time;
     strcpy(kept->format, format);

@@ -44,9 +44,9 @@ time_t DTTime_Now(void);
  * time    0: now. A time that cannot be broken down shows as 1900/01/00 00:00:00.
  *
  * Uses localtime, whose result is shared. A text is kept and given again within the second in which
- * it was made, for the same time, format and TZ: a TZ that changes shows at once, and a zone file
- * that is replaced in the next second. Without TZ the system's zone counts, /etc/localtime, and UTC
- * where there is none.
+ * it was made, for the same time, format and TZ: a TZ that changes shows at once. Without TZ the
+ * system's zone counts, /etc/localtime, and UTC where there is none; when that file is replaced, it
+ * shows in the next second. One that TZ names is read again when TZ changes, not before (glibc).
  */
 char *DTTime_Format(char *out, const char *format, time_t time);
 

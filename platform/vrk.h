@@ -50,7 +50,8 @@ void VRK_RawPrint(const char *format, ...) DT_PRINTF_LIKE(1, 2);
 void VRK_Delay(uint32_t units);
 
 /* Bounded formatting in the manner of snprintf: at most size - 1 characters and a terminator are
- * written, the result is the length that the whole text has.
+ * written, the result is the length that the whole text has. Records are written
+ * without it, besides the keys of info records.
  */
 int TMB_snprintf(char *buffer, size_t size, const char *format, ...) DT_PRINTF_LIKE(3, 4);
 

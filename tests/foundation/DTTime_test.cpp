@@ -45,10 +45,11 @@ TEST(TimeText, AgreesWithTheSystemsAtAnyTime) {
 // them.
 TEST(TimeText, AZoneThatChangesShowsAtOnce) {
     fake_clock.stand_at(a_sunday_evening);
-    const std::string longer(60, 'X');
-    for (const std::string &zone : // behind its hour
+    const std::string longer(60, 'X'), kept(45, 'X'); // and an hour that is cut off, below
+    for (const std::string &zone :                    // behind its hour
          {std::string("19XST0XDT,J1,J365"), std::string("18XST0XDT,J1,J2"), std::string("13EST5"),
-          std::string("18"), std::string("13EST5"), "19" + longer + "-1", "20" + longer + "-2"})
+          std::string("18"), std::string("13EST5"), "19" + longer + "-1", "20" + longer + "-2",
+          "08" + kept + "10", "17" + kept + "1"})
         EXPECT_EQ(in_zone(&zone[2]), "2014/11/16 " + zone.substr(0, 2) + ":44:43") << zone;
     const std::string odd = in_zone("XXX-3:21");
     EXPECT_NE(in_zone(nullptr), odd);
