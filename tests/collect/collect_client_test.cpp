@@ -89,6 +89,19 @@ TEST(Connection, TheBufferOutlivesAFailedRun) {
     EXPECT_EQ(outstanding(COLLECT_OWNER_ID), 0u);
 }
 
+TEST(Connection, SendsTheRestOfAMessageThatIsCutShortWithinALimitAlone) {
+    CollectionServer server;
+    ASSERT_TRUE(start(server));
+    network.longest_send = 7;
+    CollectClient_AppendInt(3);
+    CollectClient_SetTimeout(0, 1000000, 0);
+    EXPECT_EQ(flush(), 1);
+    CollectClient_SetTimeout(0, 0, 50);
+    EXPECT_EQ(printed(flush), "recv error.\n"); // the server waits for the rest
+    CollectClient_Start(nullptr, 1); // closes the connection in any case
+    EXPECT_THAT(server.messages(), ElementsAre(Message{0, 1, word(3)}));
+}
+
 struct CommandSocket : testing::Test {
     // What the device makes of what is in the socket; nothing is stored for an invalid datagram.
     int32_t receive(int32_t socket, const std::string &output) {

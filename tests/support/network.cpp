@@ -1,5 +1,6 @@
 #include "support/network.h"
 
+#include <algorithm>
 #include <base/endpoint.h>
 #include <dlfcn.h>
 #include <errno.h>
@@ -107,6 +108,10 @@ int getsockopt(int socket, int level, int option, void *value, socklen_t *length
     const int result = real(getsockopt, "getsockopt")(socket, level, option, value, length);
     if (option == SO_ERROR && fails("SO_ERROR")) memcpy(value, &errno, sizeof errno);
     return result;
+}
+
+ssize_t send(int socket, const void *bytes, size_t count, int flags) {
+    return real(send, "send")(socket, bytes, std::min(count, network.longest_send), flags);
 }
 
 ssize_t sendto(int socket, const void *bytes, size_t count, int flags, const sockaddr *address,

@@ -33,6 +33,7 @@ struct Network {
     std::vector<int> waits;             // time-outs, milliseconds
     std::deque<Datagram> replies;       // simulated: what arrives, oldest first
     std::map<std::string, int> failing; // call: the errno it fails with
+    size_t longest_send = SIZE_MAX;     // what a send takes at most
     std::function<void()> peer = [] {}; // has its turn at the start of every wait
 };
 
