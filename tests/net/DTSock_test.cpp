@@ -90,11 +90,8 @@ TEST(Request, WaitsAsLongAsItIsToldToForAnAnswerThatIsCutAndTerminated) {
         EXPECT_EQ(exchange.with(0, time_out, length), answer);
         EXPECT_EQ(exchange.all(), "127.0.0.1:9 ask");
     };
-    unanswered(0, 0);
-    unanswered(0, 999);
-    unanswered(0, -1);
+    for (const int32_t time_out : {0, 999, -1, -2, INT32_MIN}) unanswered(0, time_out);
     unanswered(0, 8, 0); // an empty request is a request, too
-    for (const int32_t none : {-2, INT32_MIN}) unanswered(0, none);
     network.replies = {{"10.1.1.1", 65535, "0123456789ab"},
                        {"10.1.1.2", 1, std::string("a\0b", 3)}};
     for (const auto &[call, answer] : {std::pair("recvfrom", -1), std::pair("poll", 0)}) {
