@@ -16,7 +16,7 @@ struct ConfigRequest {
     std::string fallback;
 };
 
-std::string quoted(std::string_view bytes) { return '"' + escape(bytes) + '"'; }
+std::string in_quotes(std::string_view bytes) { return '"' + escape(bytes) + '"'; }
 
 // Takes what stands in front of the first blank, and the blank.
 std::optional<std::string> take_word(std::string_view &rest) {
@@ -42,7 +42,7 @@ const char *parse(std::string_view bytes, size_t size, ConfigRequest &request) {
 
 ConfigAnswer answer_with(const std::string &request, const std::string &value, bool echoed) {
     const std::string sent = value.substr(0, max_config_answer);
-    std::string log = fmt::format("{}: answered {}", request, quoted(sent));
+    std::string log = fmt::format("{}: answered {}", request, in_quotes(sent));
     if (echoed) log += ", its default";
     if (sent.empty()) log += ", which a device takes for no answer";
     if (sent.size() < value.size())
@@ -57,10 +57,10 @@ ConfigAnswer answer_config(std::string_view bytes, size_t size, const Settings &
     ConfigRequest request;
     if (const char *reason = parse(bytes, size, request)) {
         return {std::nullopt, fmt::format("malformed, no answer: {}: {} ({} bytes)", reason,
-                                          quoted(bytes.substr(0, shown_of_malformed)), size)};
+                                          in_quotes(bytes.substr(0, shown_of_malformed)), size)};
     }
-    const std::string asked = fmt::format("{} {}, default {}", quoted(request.group),
-                                          quoted(request.key), quoted(request.fallback));
+    const std::string asked = fmt::format("{} {}, default {}", in_quotes(request.group),
+                                          in_quotes(request.key), in_quotes(request.fallback));
     if (const std::string *value = settings.find(request.group, request.key))
         return answer_with(asked, *value, false);
     if (echo) return answer_with(asked, request.fallback, true);

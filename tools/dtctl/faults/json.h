@@ -2,7 +2,7 @@
 #pragma once
 
 #include "decode/fault_log.h"
-#include "dtctl/output/json_text.h"
+#include "host/json_text.h"
 
 namespace dtctl {
 

@@ -1,6 +1,6 @@
 #include "dtctl/output/json_printer.h"
 
-#include "dtctl/output/json_text.h"
+#include "host/json_text.h"
 
 namespace dtctl {
 namespace {

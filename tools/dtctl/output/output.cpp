@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -77,16 +76,6 @@ Stream open_output(const std::string &path, const std::string &input) {
     target.release();
     return {file, std::fclose};
 }
-
-bool shows_colours(std::FILE *out) {
-    const char *no_color = std::getenv("NO_COLOR");
-    const char *terminal = std::getenv("TERM");
-    if ((no_color && *no_color) || (terminal && std::string_view(terminal) == "dumb")) return false;
-    return ::isatty(::fileno(out)) != 0;
-}
-
-std::string bold(std::string_view text) { return fmt::format("\033[1m{}\033[0m", text); }
-std::string faint(std::string_view text) { return fmt::format("\033[2m{}\033[0m", text); }
 
 void Output::put(std::string_view text) {
     if (error_ == 0 && std::fwrite(text.data(), 1, text.size(), out_) != text.size())

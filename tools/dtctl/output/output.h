@@ -3,6 +3,8 @@
 
 #include "host/text.h"
 
+#include "host/terminal.h"
+
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -27,13 +29,6 @@ using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE *)>;
 // Failure when it is the input, the file that the command is about to read ("-": standard input),
 // and when that cannot be read.
 Stream open_output(const std::string &path, const std::string &input = "");
-
-// Whether colours are welcome: on a terminal, unless NO_COLOR is set or it knows none.
-bool shows_colours(std::FILE *out);
-
-// The text in bold letters, or in faint ones.
-std::string bold(std::string_view text);
-std::string faint(std::string_view text);
 
 // A stream whose errors are kept until it is flushed.
 class Output {
