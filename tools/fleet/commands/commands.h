@@ -1,0 +1,15 @@
+// The commands of dtfleet. Each adds itself to the program; its callback does the work and throws
+// dtctl::Failure.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace dtfleet {
+
+void add_run(CLI::App &app);
+void add_check(CLI::App &app);
+void add_ask(CLI::App &app);
+void add_reload(CLI::App &app);
+void add_simulate(CLI::App &app);
+
+} // namespace dtfleet

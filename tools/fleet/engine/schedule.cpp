@@ -1,0 +1,53 @@
+#include "fleet/engine/schedule.h"
+
+#include <algorithm>
+
+namespace dtfleet {
+namespace {
+
+// FNV-1a, then mixed so that names which differ at their ends alone spread, too.
+uint64_t hash_of(std::string_view text) {
+    uint64_t hash = 0xcbf29ce484222325;
+    for (const char c : text) hash = (hash ^ static_cast<uint8_t>(c)) * 0x100000001b3;
+    hash = (hash ^ hash >> 33) * 0xff51afd7ed558ccd;
+    return hash ^ hash >> 33;
+}
+
+} // namespace
+
+Time phase_of(std::string_view name, Time interval) {
+    return Time(static_cast<Time::rep>(hash_of(name) % static_cast<uint64_t>(interval.count())));
+}
+
+Time next_turn(Time after, Time interval, Time phase) {
+    const Time turn = after / interval * interval + phase;
+    return turn > after ? turn : turn + interval;
+}
+
+Time interval_after(uint32_t failures, Time interval) {
+    using namespace std::chrono_literals;
+    const Time longest = std::max<Time>(10 * interval, 10min);
+    for (; failures > 0 && interval < longest; --failures) interval *= 2;
+    return std::min(interval, longest);
+}
+
+void Agenda::set(size_t place, Time due) {
+    if (due_[place] == due) return;
+    due_[place] = due;
+    entries_.push({due, place});
+}
+
+Time Agenda::next() {
+    while (!entries_.empty() && due_[entries_.top().place] != entries_.top().due) entries_.pop();
+    return entries_.empty() ? never : entries_.top().due;
+}
+
+bool Agenda::take(Time now, size_t &place) {
+    if (next() > now) return false;
+    place = entries_.top().place;
+    entries_.pop();
+    due_[place] = never;
+    return true;
+}
+
+} // namespace dtfleet

@@ -1,0 +1,115 @@
+// What the operator wrote: which devices there are, how often each is asked, what is kept.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace dtfleet {
+
+using Seconds = std::chrono::seconds;
+
+// Which values of a run are stored: those that differ from the last ones, or all.
+enum class Keep { changes, all };
+
+// Bounds on runs. They hold for the whole engine, but for the first three of one device's run.
+struct Limits {
+    Seconds silence{10};            // longest wait for a device, connected or not
+    Seconds run{60};                // from the first command to the end
+    size_t value_bytes = 1'000'000; // one string or buffer
+    size_t run_bytes = 4'000'000;
+    size_t run_series = 10'000;
+    size_t waiting = 64;    // runs whose device has not connected yet
+    size_t open = 256;      // runs, whether it has or not
+    size_t per_subnet = 64; // of both kinds, for each /24 of addresses
+};
+
+// When history is deleted. 0 turns a bound off.
+struct Retention {
+    Seconds age{7 * 24 * 3600};
+    uint64_t bytes = 0; // of the database's file
+};
+
+struct Group {
+    std::string name;
+    std::optional<Seconds> interval;
+    std::optional<Seconds> selftest;
+    std::optional<Keep> keep;
+    bool metrics = false; // /metrics tells of each device
+};
+
+struct Device {
+    std::string name; // the key of its history
+    std::string address;
+    in_addr_t ip = 0; // address, in network order
+    uint16_t port = 0;
+    std::vector<std::string> groups;
+    std::optional<uint16_t>
+        identity;       // first byte high, as it is shown; a different one is reported
+    Seconds interval{}; // its own, its groups' shortest, or the fleet's
+    Seconds selftest{}; // likewise; 0: never
+    Keep keep = Keep::changes;
+    uint32_t command = 0;
+    bool enabled = true;
+    bool metrics = false;
+};
+
+// What the values under a key mean.
+struct SeriesMeaning {
+    std::string collector;
+    std::optional<uint32_t> section; // absent: every section
+    uint32_t key = 0;
+    std::string name;
+    std::string unit;
+    bool is_signed = false;
+    std::optional<bool> log; // whether its strings are a log; absent: judged by their form
+};
+
+struct Inventory {
+    std::string database = "fleet.db"; // relative to the file's directory
+    uint16_t listen = 9098;
+    uint16_t announce = 0; // what devices are told to connect to; 0: as listen
+    std::string control;   // the socket for commands; empty: beside the database
+    std::string web_bind;  // empty: no page
+    std::string web_token; // a file; empty: none
+    std::vector<std::string>
+        web_hosts; // names by which the page may be called, besides its address
+    Limits limits;
+    Retention retention;
+    std::vector<Group> groups;
+    std::vector<Device> devices; // sorted by name
+    std::vector<SeriesMeaning> series;
+
+    const Device *find(std::string_view name) const;
+};
+
+// A mistake, and where. Line 0: the file as a whole.
+struct Complaint {
+    std::string file;
+    size_t line = 0;
+    std::string text;
+};
+
+struct Loaded {
+    Inventory inventory; // to be used only without complaints
+    std::vector<Complaint> complaints;
+};
+
+// Reads the file and those that it includes, and checks them as a whole: all mistakes are found at
+// once, up to a hundred. Never throws for what the files hold; a file that cannot be read is a
+// complaint.
+Loaded load_inventory(const std::string &path);
+
+// "10s", "5m", "2h", "7d"; nothing for anything else, 0 and what is above ten years.
+std::optional<Seconds> parse_duration(std::string_view text);
+
+// "500MB", "2GB" (powers of ten), or bytes; nothing for anything else.
+std::optional<uint64_t> parse_size(std::string_view text);
+
+} // namespace dtfleet
