@@ -99,7 +99,7 @@ TEST(Connection, SendsTheRestOfAMessageThatIsCutShortWithinALimitAlone) {
     EXPECT_EQ(flush(), 1);
     CollectClient_SetTimeout(0, 0, 50);
     EXPECT_EQ(printed(flush), "recv error.\n"); // the server waits for the rest
-    CollectClient_Start(nullptr, 1); // closes the connection in any case
+    CollectClient_Start(nullptr, 1);            // closes the connection in any case
     EXPECT_THAT(server.messages(), ElementsAre(Message{0, 1, word(3)}));
 }
 
