@@ -25,13 +25,13 @@ public:
 
 struct Fleet {
     explicit Fleet(SimulatorOptions options) : simulator(options, loop) {
-        inventory.listen = 9098;
+        inventory.listen = 0; // any free port
         for (uint32_t i = 0; i < options.devices; ++i) {
             Device device;
             device.name = std::to_string(i);
             device.address = Simulator::address_of(i);
             inet_pton(AF_INET, device.address.c_str(), &device.ip);
-            device.port = options.port;
+            device.port = simulator.port();
             device.interval = Seconds(1);
             inventory.devices.push_back(device);
         }
@@ -56,6 +56,7 @@ struct Fleet {
 TEST(Engine, AsksEachDeviceInItsTurnsAndTakesWhatItSends) {
     SimulatorOptions options;
     options.devices = 50;
+    options.port = 0;
     Fleet fleet(options);
     fleet.run_until([&] { return fleet.simulator.counts().runs >= 150; });
     fleet.run_until([&, until = now() + Time(200ms)] { return now() > until; });
@@ -74,6 +75,7 @@ TEST(Engine, AsksEachDeviceInItsTurnsAndTakesWhatItSends) {
 TEST(Engine, BadDevicesCostTheirOwnRunsAlone) {
     SimulatorOptions options;
     options.devices = 16;
+    options.port = 0;
     options.manners = {Manner::good,   Manner::dead,     Manner::slow,  Manner::trickle,
                        Manner::broken, Manner::clashing, Manner::empty, Manner::logging};
     Fleet fleet(options);

@@ -82,6 +82,7 @@ struct Simulator::Device {
 Simulator::Simulator(const SimulatorOptions &options, Loop &loop)
     : options_(options), loop_(loop), commands_(command_socket(options.port)),
       turns_(options.devices) {
+    options_.port = dtctl::local_port(commands_);
     loop_.add(commands_.get(), [this] { receive_commands(); });
 }
 

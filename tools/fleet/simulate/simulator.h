@@ -44,6 +44,8 @@ public:
     // The address of a device, 127.1.0.1 for the first.
     static std::string address_of(uint32_t device);
 
+    uint16_t port() const { return options_.port; }
+
     // The devices as an inventory that dtfleet reads.
     std::string inventory() const;
 
