@@ -20,12 +20,9 @@ was sent or read breaks its format or stops short.
 
 On a terminal headings are bold, unless NO_COLOR is set in the environment.)";
 
-} // namespace
-
-int main(int argc, char **argv) {
-    CLI::App app(
+void describe(CLI::App &app) {
+    app.description(
         "Talks with devices: collects their data, shows their fault logs, answers with settings.");
-    app.name("dtctl");
     app.require_subcommand(1);
     app.set_version_flag("--version", "dtctl " DTCTL_VERSION, "Print the version and exit");
     app.footer(footer);
@@ -34,5 +31,8 @@ int main(int argc, char **argv) {
     dtctl::add_decode(app);
     dtctl::add_fcm(app);
     dtctl::add_config(app);
-    return dtctl::run_program(app, argc, argv);
 }
+
+} // namespace
+
+int main(int argc, char **argv) { return dtctl::run_program("dtctl", describe, argc, argv); }

@@ -17,7 +17,10 @@
 namespace dtctl {
 namespace {
 
-Exit parse(CLI::App &app, int argc, char **argv) {
+Exit parse(const char *name, Describe describe, int argc, char **argv) {
+    CLI::App app;
+    app.name(name);
+    describe(app);
     const std::vector<std::string> words = words_of(argc, argv);
     try {
         parse_words(app, words);
@@ -25,7 +28,7 @@ Exit parse(CLI::App &app, int argc, char **argv) {
         app.exit(help);
         if (!std::cout.flush()) throw Failure(Exit::failed, "cannot write the output");
     } catch (const CLI::ParseError &error) {
-        complain(app.get_name(), escape(usage_error(app, words, error)));
+        complain(name, escape(usage_error(app, words, error)));
         return Exit::usage;
     }
     return Exit::success;
@@ -46,18 +49,18 @@ void complain(const std::string &program, const std::string &text) {
     (void)std::fprintf(stderr, "%s %s\n", name.c_str(), text.c_str());
 }
 
-int run_program(CLI::App &app, int argc, char **argv) {
+int run_program(const char *name, Describe describe, int argc, char **argv) {
     occupy_standard_streams();
     // A reader that goes away is seen at the write.
     std::signal(SIGPIPE, SIG_IGN);
     Exit code = Exit::failed;
     try {
-        code = parse(app, argc, argv);
+        code = parse(name, describe, argc, argv);
     } catch (const Failure &failure) {
-        if (*failure.what() != '\0') complain(app.get_name(), failure.what());
+        if (*failure.what() != '\0') complain(name, failure.what());
         code = failure.code();
     } catch (const std::exception &error) {
-        complain(app.get_name(), error.what());
+        complain(name, error.what());
     }
     return static_cast<int>(code);
 }

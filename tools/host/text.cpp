@@ -164,7 +164,7 @@ std::string escape_json(std::string_view json) {
 
 std::string csv_field(const std::string &text, Cells cells) {
     const bool guard = cells == Cells::guarded && text.find_first_of("=+-@'\t") == 0;
-    const std::string cell = guard ? '\'' + text : text;
+    std::string cell = guard ? '\'' + text : text;
     if (cell.find_first_of(",\"\r\n") == std::string::npos) return cell;
     std::string quoted = "\"";
     for (const char c : cell) quoted.append(c == '"' ? 2 : 1, c);

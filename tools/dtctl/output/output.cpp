@@ -73,7 +73,7 @@ Stream open_output(const std::string &path, const std::string &input) {
     std::FILE *file =
         ::fopencookie(target.get(), "w", {nullptr, write_target, nullptr, close_target});
     if (!file) refuse(path, std::strerror(errno));
-    target.release();
+    (void)target.release(); // the stream's now
     return {file, std::fclose};
 }
 

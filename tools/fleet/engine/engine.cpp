@@ -15,9 +15,9 @@
 namespace dtfleet {
 namespace {
 
-using namespace std::chrono_literals;
-
-constexpr Time first_resend = 1s; // and twice as long after each
+constexpr Time first_resend = Seconds(1); // and twice as long after each
+constexpr Time busy = Seconds(1);         // until a device that is being asked is looked at again
+constexpr Time full = std::chrono::milliseconds(50); // until an outlet that is full is
 constexpr size_t most_strangers = 256;
 
 RunId new_id() {
@@ -114,7 +114,7 @@ void Engine::plan(size_t slot, Kind kind, Time after) {
     const Target &target = *targets_[slot];
     const bool is_test = kind == Kind::selftest;
     const Time interval = is_test ? target.device.selftest : target.device.interval;
-    if (!target.is_listed || interval == 0s) return turns_.clear(place_of(slot, kind));
+    if (!target.is_listed || interval == Time(0)) return turns_.clear(place_of(slot, kind));
     const Time phase = phase_of(target.device.name + (is_test ? " selftest" : ""), interval);
     const Time wait = interval_after(target.failures, interval) - interval;
     turns_.set(place_of(slot, kind), next_turn(std::max(after + wait, now()), interval, phase));
@@ -141,7 +141,7 @@ Time Engine::next_pass() {
     Time next = std::min(turns_.next(), deadlines_.next());
     if (!strangers_.empty())
         next = std::min(next, strangers_.begin()->second->accepted + limits_.silence);
-    if (admission_.queued() != 0 && !outlet_.has_room()) next = std::min<Time>(next, now() + 50ms);
+    if (admission_.queued() != 0 && !outlet_.has_room()) next = std::min(next, now() + full);
     return next;
 }
 
@@ -158,7 +158,7 @@ void Engine::pass() {
 void Engine::take_turn(size_t slot, Kind kind, Time time) {
     // A self-test comes seldom: it waits for the end of a collection.
     if (kind == Kind::selftest && admission_.holds(slot))
-        return turns_.set(place_of(slot, kind), time + 1s);
+        return turns_.set(place_of(slot, kind), time + busy);
     if (targets_[slot]->is_listed) make_due(slot, kind, time);
     plan(slot, kind, time);
 }

@@ -25,8 +25,7 @@ Time next_turn(Time after, Time interval, Time phase) {
 }
 
 Time interval_after(uint32_t failures, Time interval) {
-    using namespace std::chrono_literals;
-    const Time longest = std::max<Time>(10 * interval, 10min);
+    const Time longest = std::max<Time>(10 * interval, std::chrono::minutes(10));
     for (; failures > 0 && interval < longest; --failures) interval *= 2;
     return std::min(interval, longest);
 }

@@ -26,7 +26,7 @@ struct Unit {
     int64_t factor;
 };
 
-constexpr Unit time_units[] = {{"s", 1}, {"m", 60}, {"h", 3600}, {"d", 24 * 3600}};
+constexpr Unit time_units[] = {{"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86'400}};
 constexpr Unit size_units[] = {
     {"", 1}, {"kB", 1000}, {"MB", 1'000'000}, {"GB", 1'000'000'000}, {"TB", 1'000'000'000'000}};
 

@@ -12,7 +12,7 @@ constexpr size_t longest_name = 200;
 
 } // namespace
 
-void Source::complain(size_t line, std::string text) {
+void Source::complain(size_t line, const std::string &text) {
     if (complaints_.size() < most_complaints)
         complaints_.push_back({file_, line, dtctl::escape(text)});
 }

@@ -16,7 +16,7 @@ public:
     Source(std::string file, std::vector<Complaint> &complaints)
         : file_(std::move(file)), complaints_(complaints) {}
 
-    void complain(size_t line, std::string text);
+    void complain(size_t line, const std::string &text);
     const std::string &file() const { return file_; }
 
 private:
@@ -43,7 +43,7 @@ public:
     // Complains about the keys that were not taken.
     void finish();
 
-    void complain(std::string text) { source_.complain(line(), std::move(text)); }
+    void complain(const std::string &text) { source_.complain(line(), text); }
     void complain(std::string_view key, const std::string &text);
     size_t line() const { return table_.source().begin.line; }
     Source &source() const { return source_; }
