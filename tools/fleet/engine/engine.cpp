@@ -22,7 +22,8 @@ constexpr size_t most_strangers = 256;
 
 RunId new_id() {
     RunId id;
-    (void)::getrandom(id.data(), id.size(), 0);
+    while (::getrandom(id.data(), id.size(), 0) != static_cast<ssize_t>(id.size())) {
+    }
     return id;
 }
 
