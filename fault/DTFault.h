@@ -43,6 +43,7 @@ typedef struct DTFault {
  * then, and a start callback that moves up into a place that was passed waits for the next pass.
  */
 extern DTList *g_DTFault_List;
+
 extern DTInfo *g_DTFault_Info; /* the fault store; null while there are no records */
 extern DTLogger *g_fcm_logger; /* the application's; libdt neither sets nor reads it */
 
