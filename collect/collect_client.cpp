@@ -8,12 +8,14 @@
 #include "foundation/DTMem.h"
 #include "foundation/DTTime.h"
 
-#include <linux/sockios.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/time.h>
 #include <unistd.h>
+#ifndef SIOCGSTAMP // some C libraries have it in sys/ioctl.h
+#include <linux/sockios.h>
+#endif
 
 namespace {
 
