@@ -174,7 +174,7 @@ TEST_F(CommandSocket, DropsWhatHasWaitedTooLongByBothClocksOnRequest) {
         fake_clock.microseconds = clock; // no 20 ms after the arrival; set back
         EXPECT_EQ(received(1, "size=16\n"), 7);
     }
-    fake_clock.microseconds = -1;
+    fake_clock.microseconds = Clock::real;
     CollectClient_SetMaxAge(0);
     EXPECT_EQ(received(1, "size=16\n"), 7);
     CollectClient_SetMaxAge(3600000);

@@ -33,9 +33,11 @@ int gettimeofday(timeval *result, void *) noexcept {
     if (fake_clock.ended) return -1;
     timespec real;
     clock_gettime(CLOCK_REALTIME, &real);
-    const int64_t set = fake_clock.microseconds;
-    result->tv_sec = set < 0 ? real.tv_sec : static_cast<time_t>(set / 1000000);
-    result->tv_usec = static_cast<suseconds_t>(set < 0 ? real.tv_nsec / 1000 : set % 1000000);
+    int64_t now = fake_clock.microseconds;
+    if (now == Clock::real) now = real.tv_sec * int64_t{1000000} + real.tv_nsec / 1000;
+    const int64_t part = (now % 1000000 + 1000000) % 1000000; // never negative, before 1970 either
+    result->tv_sec = static_cast<time_t>((now - part) / 1000000);
+    result->tv_usec = static_cast<suseconds_t>(part);
     return 0;
 }
 

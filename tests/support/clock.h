@@ -9,7 +9,8 @@ struct Clock {
     time_t now = 0;            // 0: the real time
     bool broken_local = false; // localtime fails
     bool ended = false;        // the fine clock fails, as where its seconds do not fit
-    int64_t microseconds = -1; // of the fine clock; below 0: the real time
+    static constexpr int64_t real = INT64_MIN;
+    int64_t microseconds = real; // of the fine clock, from 1970
 
     int sleep_error = 0; // errno of every sleep, which then fails at once
 
