@@ -1,7 +1,7 @@
 #include "fleet/commands/commands.h"
 
 #include "fleet/commands/run_printer.h"
-#include "fleet/commands/service.h"
+#include "fleet/service/service.h"
 #include "fleet/simulate/simulator.h"
 #include "host/failure.h"
 #include "host/options.h"

@@ -9,7 +9,7 @@
 #include "fleet/engine/schedule.h"
 #include "fleet/engine/statistics.h"
 #include "fleet/engine/tokens.h"
-#include "fleet/store/record.h"
+#include "fleet/store/outlet.h"
 
 #include <deque>
 #include <functional>
@@ -20,14 +20,6 @@
 #include <vector>
 
 namespace dtfleet {
-
-// Where finished runs go. Called from the engine's thread, and must not hold it up.
-class Outlet {
-public:
-    virtual ~Outlet() = default;
-    virtual bool has_room() const = 0; // without it no run begins
-    virtual void put(RunRecord run) = 0;
-};
 
 class Engine {
 public:

@@ -1,4 +1,4 @@
-#include "fleet/commands/service.h"
+#include "fleet/service/service.h"
 
 #include "host/failure.h"
 #include "host/json_text.h"

@@ -1,0 +1,43 @@
+// How the service is, as other threads may see it.
+#pragma once
+
+#include "fleet/engine/statistics.h"
+
+#include <mutex>
+#include <string>
+
+namespace dtfleet {
+
+struct Snapshot {
+    Statistics statistics;
+    size_t devices = 0; // in the inventory
+    size_t queued = 0;  // due, without a place yet
+    size_t waiting = 0; // asked, not connected yet
+    size_t connected = 0;
+    size_t window = 0;    // runs that may wait at present
+    uint64_t stored = 0;  // runs committed
+    uint64_t dropped = 0; // runs lost because they could not be stored
+    size_t writing = 0;   // runs on their way to the database
+    bool clock_held = false;
+    std::string not_ready; // why nothing is asked; empty: ready
+    Time turned{};         // the loop's last turn
+};
+
+// The loop puts one up each second; anyone takes a copy.
+class Board {
+public:
+    void put(Snapshot snapshot) {
+        const std::lock_guard lock(mutex_);
+        snapshot_ = std::move(snapshot);
+    }
+    Snapshot get() const {
+        const std::lock_guard lock(mutex_);
+        return snapshot_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    Snapshot snapshot_;
+};
+
+} // namespace dtfleet

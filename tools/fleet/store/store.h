@@ -1,0 +1,207 @@
+// The seam between the service and its database: what is written, by one thread, and what is read,
+// by as many as like, each with a Reader of its own.
+#pragma once
+
+#include "fleet/inventory/inventory.h"
+#include "fleet/store/record.h"
+
+#include <memory>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace dtfleet {
+
+// The database cannot be used now: locked, full, not connected. What was asked has not been done,
+// and may be asked again later. What can never succeed is a dtctl::Failure.
+class Unavailable : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// ---- what is known ------------------------------------------------------------------------------
+
+struct DeviceState {
+    int64_t id = 0;
+    std::string name;
+    std::string address; // as in the inventory
+    uint16_t port = 0;
+    std::vector<std::string> groups;
+    Seconds interval{};
+    bool is_listed = true; // in the inventory, and enabled
+    std::optional<uint16_t> identity_expected;
+    std::optional<uint16_t> identity_seen;
+    std::string address_seen;      // that it connected from last
+    Microseconds paused_until = 0; // not asked before; 0: not paused
+    Microseconds last_try = 0;     // of the last collection that has ended; 0: never
+    Microseconds last_ok = 0;      // of the last whole one; 0: never
+    uint32_t failures = 0;         // collections that failed since
+    Outcome last_outcome = Outcome::whole;
+    std::string last_reason;
+    uint32_t last_duration = 0; // microseconds, from the first command to the end
+};
+
+struct Series {
+    int64_t id = 0;
+    std::string collector; // bytes, as the device sent them
+    uint32_t section = 0;
+    uint32_t key = 0;
+    dt::decode::Kind type = dt::decode::Kind::int32;
+    std::string name; // what the inventory says it means; empty: nothing
+    std::string unit;
+    bool is_signed = false;
+    bool is_log = false;
+};
+
+// A value as it is stored. gone: the key was missing from a whole run.
+struct StoredValue {
+    enum class Form : uint8_t { number, bytes, gone };
+    Form form = Form::gone;
+    uint64_t number = 0;
+    std::string bytes;
+};
+
+// A row of the history; what several runs share is named once by the reader.
+struct FlatValue {
+    int64_t collection = 0; // the order of the history
+    RunId run{};
+    int64_t device = 0;
+    Microseconds time = 0;
+    Outcome outcome = Outcome::whole;
+    uint32_t command = 0;
+    int64_t series = 0;
+    uint32_t ordinal = 0; // counts the arrivals under one collector, section and key
+    StoredValue value;
+};
+
+struct LatestValue {
+    int64_t device = 0;
+    int64_t series = 0;
+    uint32_t ordinal = 0;
+    Microseconds time = 0; // of the run that brought it last
+    StoredValue value;
+};
+
+struct RunRow { // a run without its values
+    int64_t collection = 0;
+    RunRecord record;
+};
+
+// One column of a chart: all values from its time to the next one's.
+struct Point {
+    Microseconds time = 0;
+    uint64_t count = 0;
+    uint64_t min = 0; // 64-bit patterns, compared as the series' sign says
+    uint64_t max = 0;
+    uint64_t last = 0;
+};
+
+struct LogLine {
+    int64_t series = 0;
+    int64_t seq = 0;
+    std::string stamp; // bytes, both
+    std::string text;
+    Microseconds time = 0; // of the run that brought it first
+    bool gap_before = false;
+};
+
+struct FaultRow {
+    int64_t id = 0;
+    std::string pass_time; // as the fault log has it
+    uint32_t fault = 0;
+    std::string kind;
+    std::string what; // the id of the field or value
+    std::string value;
+};
+
+// ---- writing ------------------------------------------------------------------------------------
+
+class Store {
+public:
+    virtual ~Store() = default;
+
+    // Stores all of them in one transaction; one that is there already is left out. Throws
+    // Unavailable when none of them is stored.
+    virtual void write(std::span<const RunRecord> runs) = 0;
+
+    // Devices by name: new ones are added, those that are gone are kept, and no longer listed.
+    virtual void take_inventory(const Inventory &inventory) = 0;
+
+    // Does a slice of housekeeping: retention, freed pages, the clock. True: there is more to do.
+    virtual bool tidy() = 0;
+
+    // Why nothing new may be asked (no disk, no database, ...); empty: there is room.
+    virtual std::string no_room() = 0;
+
+    // Whether retention is held because the clock has moved.
+    virtual bool is_clock_held() = 0;
+
+    // What operators do to a device. Throw dtctl::Failure with a sentence when the name is unknown
+    // or, for rename's `to`, taken.
+    virtual void pause(const std::string &device, Microseconds until) = 0;
+    virtual void rename(const std::string &from, const std::string &to) = 0;
+    virtual void forget(const std::string &device) = 0;
+    virtual void accept(const std::string &device) = 0; // the identity that was seen is right
+    virtual void accept_clock() = 0;
+};
+
+// Opens or makes the database, and migrates an older one after a backup beside it. Throws
+// dtctl::Failure when it is broken, of a newer version or another program's, Unavailable.
+std::unique_ptr<Store> open_store(const std::string &database, const Retention &retention);
+
+// ---- reading ------------------------------------------------------------------------------------
+
+// Which values: empty members match everything.
+struct ValueQuery {
+    std::optional<int64_t> device;
+    std::vector<int64_t> series;
+    Microseconds from = 0;
+    Microseconds to = INT64_MAX; // the first time that is not wanted
+};
+
+// Every call is one short read transaction, of well under a second. Lists come in slices: the next
+// slice begins behind the last row of the one before. Throws Unavailable.
+class Reader {
+public:
+    virtual ~Reader() = default;
+
+    // Grows with each run that is stored and each change to a device.
+    virtual int64_t version() = 0;
+
+    virtual std::vector<DeviceState> devices() = 0; // sorted by name
+    virtual std::optional<DeviceState> device(std::string_view name) = 0;
+    virtual std::vector<Series> series() = 0; // of the whole fleet
+    virtual std::vector<Series> series_of(int64_t device) = 0;
+
+    // What a device's collections (or, for 3, self-tests) brought last.
+    virtual std::vector<LatestValue> latest(int64_t device, uint32_t command) = 0;
+
+    // Values in the order of the history, `after` a place in it that the call moves on. At most
+    // about `limit` rows; false when there is nothing behind them.
+    struct Place {
+        int64_t collection = 0;
+        int64_t value = 0;
+    };
+    virtual bool values(const ValueQuery &query, Place &after, size_t limit,
+                        std::vector<FlatValue> &rows) = 0;
+
+    // The last runs of a device that are older than `before`, the newest first.
+    virtual std::vector<RunRow> runs(int64_t device, int64_t before, size_t limit) = 0;
+
+    // A series over time in at most `columns` columns; what is older than the values comes from the
+    // hours' sums. The first point may be of the value that held when `from` came.
+    virtual std::vector<Point> points(int64_t device, int64_t series, uint32_t ordinal,
+                                      Microseconds from, Microseconds to, size_t columns) = 0;
+
+    // The newest lines of a log that are older than `before`, the oldest first.
+    virtual std::vector<LogLine> log(int64_t device, int64_t series, int64_t before,
+                                     size_t limit) = 0;
+    virtual std::vector<FaultRow> faults(int64_t device, int64_t before, size_t limit) = 0;
+};
+
+std::unique_ptr<Reader> open_reader(const std::string &database);
+
+} // namespace dtfleet
