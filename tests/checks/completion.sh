@@ -15,7 +15,7 @@ expect() {
     shift
     COMP_WORDS=("$dtctl" "$@")
     COMP_CWORD=$#
-    _dtctl "$dtctl" "${COMP_WORDS[-1]}" "${COMP_WORDS[-2]}"
+    _dt "$dtctl" "${COMP_WORDS[-1]}" "${COMP_WORDS[-2]}"
     [ "${COMPREPLY[*]}" = "$wanted" ] && return
     echo "dtctl $*: ${COMPREPLY[*]} instead of $wanted"
     failed=1

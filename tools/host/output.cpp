@@ -1,4 +1,4 @@
-#include "dtctl/output/output.h"
+#include "host/output.h"
 
 #include "host/failure.h"
 #include "host/file.h"

@@ -1,0 +1,36 @@
+#include "fleet/commands/config.h"
+
+#include "fleet/engine/control.h"
+#include "fleet/service/service.h"
+#include "host/failure.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdlib>
+
+namespace dtfleet {
+
+using dtctl::Exit;
+using dtctl::Failure;
+
+void add_config(CLI::App &command, std::string &file) {
+    command
+        .add_option("--config", file,
+                    "The configuration; else $DTFLEET_CONFIG, else /etc/dtfleet/fleet.toml")
+        ->type_name("FILE")
+        ->check([](const std::string &path) { return path.empty() ? "'' names no file" : ""; });
+}
+
+std::string config_file(const std::string &given) {
+    if (!given.empty()) return given;
+    const char *named = std::getenv("DTFLEET_CONFIG");
+    return named && *named ? named : "/etc/dtfleet/fleet.toml";
+}
+
+nlohmann::json ask_service(const std::string &file, const nlohmann::json &what) {
+    nlohmann::json answer = request(control_path(checked_inventory(file), file), what);
+    if (answer.contains("error")) throw Failure(Exit::broken, answer["error"].get<std::string>());
+    return answer;
+}
+
+} // namespace dtfleet
