@@ -73,6 +73,7 @@ struct RunRecord {
     Kind kind = Kind::collection;
     uint32_t command = 0;
     bool keeps_all = false; // store each value, not only what changed
+    bool imported = false;  // does not tell how the device is now, when it is older than what does
     Outcome outcome = Outcome::unanswered;
     std::string reason;               // one line, empty for a whole run
     std::optional<uint16_t> identity; // first byte high

@@ -150,8 +150,8 @@ CREATE VIEW value_flat AS
                 WHEN s.type = 2 THEN 'long' WHEN s.type = 3 THEN 'string' ELSE 'buffer' END AS type,
            CASE typeof(v.value) WHEN 'integer' THEN v.value END AS number,
            CASE typeof(v.value) WHEN 'blob' THEN v.value END AS bytes
-    FROM collection c
-    CROSS JOIN device d ON d.id = c.device
+    FROM device d
+    JOIN collection c ON c.device = d.id
     CROSS JOIN outcome o ON o.id = c.outcome
     CROSS JOIN value v ON v.id BETWEEN c.first AND c.first + c.count - 1
     CROSS JOIN series s ON s.id = v.series
