@@ -1,5 +1,5 @@
 // Captures: frames of every kind, and what networks do to segments.
-#include "dtctl/collect/streams.h"
+#include "capture/streams.h"
 
 #include "run.h"
 

@@ -2,11 +2,10 @@
 // repeated, overlapping, out of order, or missing.
 #pragma once
 
+#include "capture/packet.h"
 #include "decode/decoder.h"
-#include "dtctl/collect/packet.h"
 
 #include <cstdint>
-#include <ctime>
 #include <functional>
 #include <map>
 #include <memory>
@@ -15,11 +14,15 @@
 
 namespace dtctl {
 
-// What one device sent on one connection.
+// What one device sent on one connection. Times are microseconds since 1970.
 struct Collected {
     Flow flow{};
-    std::time_t begun = 0;
+    int64_t begun = 0;
+    int64_t opened = 0; // the opening message had arrived
+    int64_t ended = 0;  // the last segment came
     std::string bytes;
+    bool closed = false;     // in order, by the device
+    bool reset = false;      // broken off, by either side
     bool incomplete = false; // the capture lacks what follows, though more came
 };
 
@@ -33,7 +36,7 @@ public:
 
     // A connection is a collection when its first bytes are those of an opening message; of any
     // other nothing is kept. One whose beginning was not captured begins at such bytes.
-    void take(const Segment &segment, std::time_t when);
+    void take(const Segment &segment, int64_t when);
 
     // The capture has ended, and with it all that is open.
     void end();
@@ -57,8 +60,8 @@ private:
     };
     using Streamed = std::map<Flow, Open>;
 
-    void begin(const Segment &segment, std::time_t when);
-    void finish(const Flow &flow);
+    void begin(const Segment &segment, int64_t when);
+    void finish(const Flow &flow, bool reset = false);
     bool breaks(Open &open) const;
     static void add(Open &open, const Segment &segment);
 

@@ -1,4 +1,4 @@
-#include "dtctl/collect/packet.h"
+#include "capture/packet.h"
 
 #include <algorithm>
 

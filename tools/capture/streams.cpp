@@ -1,4 +1,4 @@
-#include "dtctl/collect/streams.h"
+#include "capture/streams.h"
 
 #include <algorithm>
 #include <string_view>
@@ -12,6 +12,8 @@ using namespace std::string_view_literals;
 
 // An opening message's length and type.
 constexpr std::string_view signature = "\x10\0\0\0\0\0\0\0"sv;
+
+constexpr size_t opening_message = dt::decode::wire::header_size + dt::decode::wire::opening_size;
 
 // No connection has more than this under way; what exceeds it comes of a gap that never closes.
 constexpr size_t max_early = size_t{4} * 1024 * 1024;
@@ -35,12 +37,15 @@ bool join(std::string &bytes, uint64_t position, std::string_view piece) {
 
 } // namespace
 
-void Streams::take(const Segment &segment, std::time_t when) {
+void Streams::take(const Segment &segment, int64_t when) {
     if (segment.begins || !open_.contains(segment.flow)) begin(segment, when);
     if (const auto found = open_.find(segment.flow); found != open_.end()) {
         Open &open = found->second;
         add(open, segment);
         const std::string &bytes = open.collected.bytes;
+        open.collected.ended = when;
+        if (open.collected.opened == 0 && bytes.size() >= opening_message)
+            open.collected.opened = when;
         if (!may_be_collection(bytes)) {
             open_.erase(found);
         } else if (breaks(open) || (open.end && bytes.size() >= *open.end)) {
@@ -48,12 +53,12 @@ void Streams::take(const Segment &segment, std::time_t when) {
         }
     }
     if (!segment.breaks) return;
-    finish(segment.flow);
-    finish(segment.flow.reversed());
+    finish(segment.flow, true);
+    finish(segment.flow.reversed(), true);
 }
 
 // A first segment may come again, even late, and its ports may have been used before.
-void Streams::begin(const Segment &segment, std::time_t when) {
+void Streams::begin(const Segment &segment, int64_t when) {
     if (!segment.begins && !text_of(segment.payload).starts_with(signature)) return;
     const uint32_t first = segment.sequence + (segment.begins ? 1 : 0);
     const auto known = open_.find(segment.flow);
@@ -104,7 +109,7 @@ bool Streams::breaks(Open &open) const {
         {reinterpret_cast<const uint8_t *>(fresh.data()), fresh.size()});
 }
 
-void Streams::finish(const Flow &flow) {
+void Streams::finish(const Flow &flow, bool reset) {
     auto node = open_.extract(flow);
     if (node.empty()) return;
     Open &open = node.mapped();
@@ -113,6 +118,8 @@ void Streams::finish(const Flow &flow) {
     const bool broken = open.check && open.check->decoder.broken();
     const bool lacking = !open.early.empty() || (open.end && *open.end > collected.bytes.size());
     collected.incomplete = lacking && !broken;
+    collected.closed = open.end && !lacking;
+    collected.reset = reset;
     if (collected.bytes.size() >= signature.size()) done_(collected);
 }
 

@@ -1,4 +1,4 @@
-#include "dtctl/collect/capture.h"
+#include "capture/capture.h"
 #include "host/failure.h"
 #include "host/file.h"
 #include "host/text.h"
@@ -14,6 +14,8 @@ namespace {
 [[noreturn]] void refuse(const std::string &path, const char *reason) {
     throw Failure(Exit::broken, fmt::format("{}: {}", escape(path), escape(reason)));
 }
+
+int64_t time_of(const timeval &when) { return int64_t{when.tv_sec} * 1'000'000 + when.tv_usec; }
 
 } // namespace
 
@@ -34,7 +36,7 @@ void read_capture(const std::string &path, const std::function<void(const Frame 
     const u_char *bytes = nullptr;
     int result;
     while ((result = ::pcap_next_ex(capture.get(), &header, &bytes)) == 1)
-        take({link, header->ts.tv_sec, {bytes, header->caplen}});
+        take({link, time_of(header->ts), {bytes, header->caplen}});
     if (result == PCAP_ERROR) refuse(path, ::pcap_geterr(capture.get()));
 }
 
