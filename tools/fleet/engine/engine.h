@@ -4,11 +4,11 @@
 
 #include "fleet/engine/admission.h"
 #include "fleet/engine/commander.h"
-#include "fleet/engine/intake.h"
 #include "fleet/engine/loop.h"
 #include "fleet/engine/schedule.h"
 #include "fleet/engine/statistics.h"
 #include "fleet/engine/tokens.h"
+#include "fleet/store/intake.h"
 #include "fleet/store/outlet.h"
 
 #include <deque>

@@ -108,13 +108,15 @@ struct LogLine {
     bool gap_before = false;
 };
 
+// From a fault log file: a logged line, or a value.
 struct FaultRow {
-    int64_t id = 0;
-    std::string pass_time; // as the fault log has it
-    uint32_t fault = 0;
-    std::string kind;
-    std::string what; // the id of the field or value
-    std::string value;
+    int64_t id = 0;             // the order of the history
+    Microseconds pass_time = 0; // when the device wrote the file
+    std::string fault;          // its name, bytes
+    std::string kind;           // a line's "init" or "run", or a value's "reg", "counter64", ...
+    std::string stamp;          // of a line, as the file has it
+    uint32_t value_id = 0;
+    std::string value; // a line's text, a number in decimal, or bytes
 };
 
 // ---- writing ------------------------------------------------------------------------------------

@@ -1,4 +1,4 @@
-#include "fleet/engine/intake.h"
+#include "fleet/store/intake.h"
 
 #include <fmt/format.h>
 
