@@ -113,8 +113,8 @@ struct FaultRow {
     int64_t id = 0;             // the order of the history
     Microseconds pass_time = 0; // when the device wrote the file
     std::string fault;          // its name, bytes
-    std::string kind;           // a line's "init" or "run", or a value's "reg", "counter64", ...
-    std::string stamp;          // of a line, as the file has it
+    std::string kind;  // a line's "init" or "run", or a value's "register", "counter64", ...
+    std::string stamp; // of a line, as the file has it
     uint32_t value_id = 0;
     std::string value; // a line's text, a number in decimal, or bytes
 };

@@ -123,15 +123,25 @@ CREATE TABLE log_tail(
     hash INTEGER NOT NULL,
     PRIMARY KEY(device, series, command)) WITHOUT ROWID;
 
+-- Fault log files that were imported; the digest tells one that comes again.
+CREATE TABLE fault_file(
+    id INTEGER PRIMARY KEY,
+    device INTEGER NOT NULL,
+    digest BLOB NOT NULL,
+    pass_time INTEGER NOT NULL,                -- when the device wrote it
+    imported INTEGER NOT NULL,
+    UNIQUE(device, digest));
+
 CREATE TABLE fault(
     id INTEGER PRIMARY KEY,
     device INTEGER NOT NULL,
-    pass_time TEXT NOT NULL,
-    fault INTEGER NOT NULL,
-    kind TEXT NOT NULL,
-    what TEXT NOT NULL,
-    value TEXT NOT NULL,
-    imported INTEGER NOT NULL);
+    file INTEGER NOT NULL,                     -- that brought it first, and its time
+    pass_time INTEGER NOT NULL,
+    fault BLOB NOT NULL,
+    kind TEXT NOT NULL,                        -- a line's init or run, or the kind of a value
+    stamp BLOB NOT NULL,                       -- of a line
+    value_id INTEGER NOT NULL,
+    value BLOB NOT NULL);                      -- a line's text, a number in decimal, or bytes
 CREATE INDEX fault_device ON fault(device, id);
 
 -- Older programs read these, too, so no operator that they do not know.
