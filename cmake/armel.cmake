@@ -1,12 +1,6 @@
 # 32-bit ARM, little-endian, software floating point.
-set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
-set(CMAKE_C_COMPILER arm-linux-gnueabi-gcc)
-set(CMAKE_CXX_COMPILER arm-linux-gnueabi-g++)
+set(DT_TRIPLET arm-linux-gnueabi)
+include(${CMAKE_CURRENT_LIST_DIR}/cross.cmake)
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi) # notes about compilers older than GCC 7
-set(CMAKE_FIND_ROOT_PATH /usr/arm-linux-gnueabi)
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/arm-linux-gnueabi)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/${DT_TRIPLET})

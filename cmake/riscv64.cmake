@@ -1,11 +1,5 @@
-# 64-bit RISC-V, little-endian: the tests alone, to see that nothing takes the host for the only 64-bit machine.
-set(CMAKE_SYSTEM_NAME Linux)
+# 64-bit RISC-V, little-endian: the tests alone, like 64-bit ARM's.
 set(CMAKE_SYSTEM_PROCESSOR riscv64)
-set(CMAKE_C_COMPILER riscv64-linux-gnu-gcc)
-set(CMAKE_CXX_COMPILER riscv64-linux-gnu-g++)
-set(CMAKE_FIND_ROOT_PATH /usr/riscv64-linux-gnu)
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-riscv64 -L /usr/riscv64-linux-gnu)
+set(DT_TRIPLET riscv64-linux-gnu)
+include(${CMAKE_CURRENT_LIST_DIR}/cross.cmake)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-riscv64 -L /usr/${DT_TRIPLET})
