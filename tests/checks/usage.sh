@@ -44,6 +44,7 @@ misled "--bind is given more than once" config --bind a --bind b x
 misled "--json cannot be perhaps" fcm --json=perhaps x
 misled "--output: '' names no file" fcm x --output ""
 misled "--watch: 'nan' is not a number" collect --device 127.0.0.1 --watch nan
+misled "--command: 3 is not within 0 to 2" collect --device a --command 3
 misled "--port: 65536 is not within 0 to 65535" config --port 65536 x
 misled "--html" fcm --html --json /dev/null
 [ "$("$dtctl" help fcm)" = "$("$dtctl" fcm --help)" ] && [ "$("$dtctl" help)" = "$("$dtctl" --help)" ] ||

@@ -67,6 +67,7 @@ TEST(Hash, RefusesSizesThatWrapAndATableWithoutBuckets) {
     for (const auto &[size, buckets] : {std::pair(4u, 0u), {UINT32_MAX - 3, 1}, {4, too_many}})
         EXPECT_EQ(DTHash_New(4, size, buckets, nullptr), nullptr);
     EXPECT_EQ(platform.allocations, 0u);
+    EXPECT_NE(DTHash_New(4, UINT32_MAX - 4, 1, nullptr), nullptr);
     DTHash *table = DTHash_New(4, 0, 1000, nullptr);  // by the mixing function
     EXPECT_EQ(DTHash_Set(table, "abcd", nullptr), 1); // a value without bytes
     EXPECT_NE(table->buckets[DTMD5_Hash("abcd", 4, 1000)], nullptr);

@@ -86,12 +86,14 @@ TEST_F(FaultLogFile, CallbacksMayChangeTheRegistry) {
 
 // Nobody is told of a full device: the values are gone, and the next pass is written as ever.
 TEST_F(FaultLogFile, WaitsForAFileThatCannotBeMadeAndIsGivenUpOnAFullDevice) {
+    const unsigned blocks = platform.blocks;
     DTFault_SetCounter(pump, 1, 2);
     fault_log.broken = true;
     DTFault_Start();
     DTFault_SetCounter(pump, 3, 4);
     fault_log.broken = false;
     EXPECT_EQ(written(), end_mark + value(3, "pump", 1, 2) + value(3, "pump", 3, 4));
+    EXPECT_EQ(platform.blocks, blocks);
     DTFault_SetRunLog(pump, 1, 0, std::string(9000, 'x').c_str()); // more than a stream buffers
     DTFault_SetCounter(pump, 1, 2);
     fault_log.full = true;

@@ -27,19 +27,19 @@ TEST_F(Logger, AcceptsEchoesAndStoresAsItsOptionsSay) {
     const uint32_t some = shut | DTLOGGER_STORE;
     const std::tuple<uint32_t, uint32_t, const char *, int32_t> lines[] = {
         {255, 0, "zero,", 32},     {255, 1, "", 27},       {255, 2, "two", 30},
-        {255, 3, "three", 32},     {255, 3, "", 27},       {255, 4, "four", 31},
+        {255, 3, "three", 32},     {255, 3, "", 27},       {255, 9, "nine", 31},
         {some, 1, "one", 30},      {some, 1, "", 27},      {some, 2, "two", -1},
-        {some, 3, "three", -1},    {some, 0, "zero,", 32}, {some, 9, "nine", 31},
+        {some, 3, "three", -1},    {some, 0, "zero,", 32}, {some, 4, "four", 31},
         {shut, 1, "not kept", -1},
     };
     for (const auto &[flags, level, text, answer] : lines) {
         DTLogger_SetFlag(logger, flags);
         EXPECT_EQ(DTLogger_Write(logger, level, text), answer) << text;
     }
-    EXPECT_EQ(stored(stamp), "l:@;l:zero,;l:@;l:;w:@;w:two;e:@;e:three;e:@;e:;l:@;l:four;"
-                             "l:@;l:one;l:@;l:;l:@;l:zero,;l:@;l:nine;");
+    EXPECT_EQ(stored(stamp), "l:@;l:zero,;l:@;l:;w:@;w:two;e:@;e:three;e:@;e:;l:@;l:nine;"
+                             "l:@;l:one;l:@;l:;l:@;l:zero,;l:@;l:four;");
     EXPECT_THAT(platform.prints, ElementsAre("zero,three\n", "\n", // 255 echoes 0 and 3
-                                             "one\n", "zero,nine\n", "not kept\n"));
+                                             "one\n", "zero,four\n", "not kept\n"));
 }
 
 TEST_F(Logger, AppendAsksNoOptionBits) {

@@ -11,6 +11,7 @@ struct Clock {
     bool ended = false;        // the fine clock fails, as where its seconds do not fit
     static constexpr int64_t real = INT64_MIN;
     int64_t microseconds = real; // of the fine clock, from 1970
+    int64_t since_boot = real;   // microseconds of the clock that nobody sets
 
     int sleep_error = 0; // errno of every sleep, which then fails at once
 

@@ -58,6 +58,7 @@ TEST(Packet, EveryLinkTypeLeadsToTheSegment) {
         for (size_t size = 0; size < headers[i].size() + 40; ++size)
             EXPECT_FALSE(dtctl::segment_of(links[i], bytes_of(frame).first(size))) << i << size;
     }
+    EXPECT_TRUE(dtctl::segment_of(101, bytes_of(packet(1, syn | 1, "")))->begins);
     EXPECT_FALSE(dtctl::is_known_link(105));
     // Each byte at its place: IPv6, another version, a header below 20 bytes, more fragments, a
     // later fragment, UDP, an end inside the TCP header, a TCP header below 20 bytes.
