@@ -69,7 +69,7 @@ std::string address_text(const sockaddr_in &address) {
     return ::inet_ntop(AF_INET, &address.sin_addr, text, sizeof(text));
 }
 
-Fd listen_on(uint16_t port) {
+Fd listen_on(uint16_t port, int backlog) {
     Fd fd = make_socket(SOCK_STREAM);
     const int on = 1;
     (void)::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
@@ -78,7 +78,7 @@ Fd listen_on(uint16_t port) {
     address.sin_addr.s_addr = htonl(INADDR_ANY);
     address.sin_port = htons(port);
     if (::bind(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0 ||
-        ::listen(fd.get(), 4) != 0) {
+        ::listen(fd.get(), backlog) != 0) {
         throw Failure(Exit::unreachable,
                       fmt::format("cannot listen on TCP port {}: {}", port, std::strerror(errno)));
     }

@@ -18,7 +18,8 @@ sockaddr_in resolve(const std::string &host, uint16_t port);
 std::string address_text(const sockaddr_in &address);
 
 // Listens for TCP on every local address; port 0: any free one. The descriptor does not block.
-Fd listen_on(uint16_t port);
+// backlog: how many connections may wait to be accepted.
+Fd listen_on(uint16_t port, int backlog = 4);
 
 // The port that a socket is bound to.
 uint16_t local_port(const Fd &fd);

@@ -38,7 +38,7 @@ struct Fleet {
     }
 
     template <typename Done> void run_until(Done done) {
-        if (!engine) engine.emplace(inventory, loop, kept);
+        if (!engine) engine.emplace(std::make_shared<Inventory>(inventory), loop, kept);
         while (!done()) {
             loop.wait(std::min({engine->next_pass(), simulator.next_pass(), now() + Time(50ms)}));
             simulator.pass();

@@ -62,6 +62,8 @@ TEST(Schedule, AnAgendaHasOneTimeAPlace) {
     EXPECT_FALSE(agenda.take(1h, place));
 }
 
+using Rank = Admission::Rank;
+
 struct Places {
     explicit Places(Limits limits) : admission(limits) {}
     size_t taken() {
@@ -81,18 +83,18 @@ TEST(Admission, LimitsHoldPerSubnetAndOverAll) {
     limits.open = 12;
     limits.per_subnet = 4;
     Places places(limits);
-    for (size_t i = 0; i < 20; ++i) places.admission.add(i, in_subnet(0), false);
+    for (size_t i = 0; i < 20; ++i) places.admission.add(i, in_subnet(0), Rank::usual);
     EXPECT_EQ(places.taken(), 4) << "of one subnet";
     for (size_t i = 20; i < 40; ++i)
-        places.admission.add(i, in_subnet(static_cast<uint32_t>(i)), false);
+        places.admission.add(i, in_subnet(static_cast<uint32_t>(i)), Rank::usual);
     EXPECT_EQ(places.taken(), 6)
         << "no more than may wait; others are not held up by the full subnet";
-    places.admission.connected(0);
-    places.admission.connected(1);
+    places.admission.connect(0);
+    places.admission.connect(1);
     EXPECT_EQ(places.taken(), 2) << "who has connected waits no longer";
-    places.admission.connected(2);
+    places.admission.connect(2);
     EXPECT_EQ(places.taken(), 0) << "no more than may be open";
-    places.admission.ended(0);
+    places.admission.end(0);
     EXPECT_EQ(places.taken(), 1);
     EXPECT_EQ(places.admission.open(), 12);
 }
@@ -101,12 +103,12 @@ TEST(Admission, DevicesThatFailTakeAQuarterAtMost) {
     Limits limits;
     limits.waiting = 8;
     Places places(limits);
-    for (size_t i = 0; i < 20; ++i) places.admission.add(i, in_subnet(1), true);
+    for (size_t i = 0; i < 20; ++i) places.admission.add(i, in_subnet(1), Rank::backed_off);
     EXPECT_EQ(places.taken(), 2);
-    for (size_t i = 20; i < 40; ++i) places.admission.add(i, in_subnet(1), false);
+    for (size_t i = 20; i < 40; ++i) places.admission.add(i, in_subnet(1), Rank::usual);
     EXPECT_EQ(places.taken(), 6);
     EXPECT_GE(places.last, 20);
-    places.admission.ended(0);
+    places.admission.end(0);
     EXPECT_EQ(places.taken(), 1);
     EXPECT_GE(places.last, 20) << "those that answer come first";
 }

@@ -15,6 +15,7 @@ void Window::answered(Time now, Time delay) {
     const auto middle = delays_.begin() + sample / 2;
     std::nth_element(delays_.begin(), middle, delays_.end());
     judge(now, *middle);
+    typical_ = *middle;
     delays_.clear();
 }
 
@@ -39,10 +40,21 @@ void Window::went_well() {
     if (++good_ % share == 0) size_ = std::min(most_, size_ + 1);
 }
 
-void Admission::add(size_t device, in_addr_t ip, bool backed_off) {
+void Admission::set_limits(const Limits &limits) {
+    limits_ = limits;
+    window_.set_most(limits.waiting);
+    for (const auto &[number, subnet] : subnets_) {
+        offer(number, 0);
+        offer(number, 1);
+    }
+}
+
+void Admission::add(size_t device, in_addr_t ip, Rank rank) {
     const uint32_t subnet = subnet_of(ip);
+    const bool backed_off = rank == Rank::backed_off;
     places_[device] = {subnet, backed_off, State::queued};
-    subnets_[subnet].queues[backed_off].push_back(device);
+    auto &queue = subnets_[subnet].queues[backed_off];
+    queue.insert(rank == Rank::first ? queue.begin() : queue.end(), device);
     ++queued_;
     offer(subnet, backed_off);
 }
@@ -50,8 +62,7 @@ void Admission::add(size_t device, in_addr_t ip, bool backed_off) {
 // A subnet stands in a ring while it has both somebody in that queue and room.
 void Admission::offer(uint32_t number, size_t kind) {
     Subnet &subnet = subnets_[number];
-    if (subnet.in_ring[kind] || subnet.queues[kind].empty() || subnet.open >= limits_.per_subnet)
-        return;
+    if (subnet.in_ring[kind] || subnet.queues[kind].empty() || !has_room(subnet)) return;
     subnet.in_ring[kind] = true;
     rings_[kind].push_back(number);
 }
@@ -70,7 +81,7 @@ bool Admission::take_from(size_t kind, size_t &device) {
         Subnet &subnet = subnets_[number];
         ring.pop_front();
         subnet.in_ring[kind] = false;
-        if (subnet.open >= limits_.per_subnet || subnet.queues[kind].empty()) continue;
+        if (!has_room(subnet) || subnet.queues[kind].empty()) continue;
         device = subnet.queues[kind].front();
         subnet.queues[kind].pop_front();
         ++subnet.open;
@@ -84,7 +95,7 @@ bool Admission::take_from(size_t kind, size_t &device) {
     return false;
 }
 
-void Admission::connected(size_t device) {
+void Admission::connect(size_t device) {
     Place &place = places_.at(device);
     place.state = State::connected;
     --waiting_;
@@ -92,7 +103,7 @@ void Admission::connected(size_t device) {
     ++connected_;
 }
 
-void Admission::ended(size_t device) {
+void Admission::end(size_t device) {
     const auto found = places_.find(device);
     if (found == places_.end()) return;
     const Place place = found->second;

@@ -1,6 +1,5 @@
 #include "fleet/engine/engine.h"
 
-#include "host/failure.h"
 #include "host/socket.h"
 
 #include <fmt/format.h>
@@ -17,8 +16,8 @@ namespace {
 
 constexpr Time first_resend = Seconds(1); // and twice as long after each
 constexpr Time busy = Seconds(1);         // until a device that is being asked is looked at again
-constexpr Time full = std::chrono::milliseconds(50); // until an outlet that is full is
-constexpr size_t most_strangers = 256;
+constexpr Time shortly = std::chrono::milliseconds(50); // until what is full or behind is
+constexpr size_t slice = 1000;                          // devices of a new inventory taken at once
 
 RunId new_id() {
     RunId id;
@@ -29,13 +28,30 @@ RunId new_id() {
 
 constexpr size_t place_of(size_t slot, Kind kind) { return 2 * slot + static_cast<size_t>(kind); }
 
+// When the wall clock showed that, or will, if nobody sets it.
+Time moment_of(Microseconds wall) {
+    constexpr Microseconds latest = Microseconds{1} << 52; // 142 years: no sum with it wraps
+    return now() +
+           std::chrono::microseconds(std::clamp<Microseconds>(wall, 0, latest) -
+                                     std::clamp<Microseconds>(wall_microseconds(), 0, latest));
+}
+
+// Whether a host may hear what is sent to that broadcast address: of the networks that have it, the
+// largest.
+bool hears(in_addr_t host, in_addr_t broadcast) {
+    const uint32_t address = ntohl(broadcast), hosts = address & ~(address + 1);
+    return broadcast == INADDR_BROADCAST || (ntohl(host) | hosts) == address;
+}
+
 } // namespace
 
 // A device, as long as the process lives: its slot stays its own when it leaves the inventory.
 struct Engine::Target {
     Device device;
-    bool is_listed = true;
-    uint32_t failures = 0;
+    bool is_listed = false;
+    uint32_t generation = 0; // of the inventory that had it last
+    uint32_t failures = 0;   // collections in a row
+    Time paused_until{};
     Kind due_kind = Kind::collection; // of the run that waits or is open
     Time due{};
     Answer answer; // of who asked for that run by hand
@@ -57,30 +73,29 @@ struct Engine::Run {
     std::unique_ptr<Connection> connection; // none yet
 };
 
-struct Engine::Connection {
-    Connection(dtctl::Fd fd, const sockaddr_in &from, const Limits &limits)
-        : socket(std::move(fd)), peer(from), accepted(now()), intake(limits) {}
-
-    dtctl::Fd socket;
-    uint64_t number = 0; // in the loop
-    sockaddr_in peer;
-    Time accepted;
-    std::optional<size_t> slot; // whose run it carries
-    Intake intake;
-};
-
-Engine::Engine(const Inventory &inventory, Loop &loop, Outlet &outlet)
-    : limits_(inventory.limits), announce_(inventory.announce), loop_(loop), outlet_(outlet),
-      listener_(dtctl::listen_on(inventory.listen)), admission_(limits_) {
-    loop_.add(listener_.get(), [this] { accept_all(); });
-    loop_.add(commander_.fd(), [this] { take_refusals(); });
-    if (announce_ == 0) announce_ = dtctl::local_port(listener_);
-    take_inventory(inventory);
+Engine::Engine(std::shared_ptr<const Inventory> inventory, Loop &loop, Outlet &outlet)
+    : limits_(inventory->limits), loop_(loop), outlet_(outlet),
+      reception_(inventory->listen, limits_, loop, statistics_,
+                 [this](Connection &connection) { receive(connection); }),
+      announce_(inventory->announce), admission_(limits_) {
+    commander_number_ = loop_.add(commander_.fd(), [this] { take_refusals(); });
+    if (announce_ == 0) announce_ = reception_.port();
+    take_inventory(std::move(inventory));
+    take_slice(SIZE_MAX);
 }
 
-Engine::~Engine() = default;
+Engine::~Engine() {
+    for (size_t slot = 0; slot < targets_.size(); ++slot)
+        if (targets_[slot]->run) close(slot);
+    loop_.remove(commander_number_, commander_.fd());
+}
 
 // ---- the fleet ----------------------------------------------------------------------------------
+
+size_t Engine::find(std::string_view device) const {
+    const auto known = slots_.find(std::string(device));
+    return known != slots_.end() && targets_[known->second]->is_listed ? known->second : none;
+}
 
 size_t Engine::slot_of(const Device &device) {
     const auto [known, is_new] = slots_.emplace(device.name, targets_.size());
@@ -92,21 +107,76 @@ size_t Engine::slot_of(const Device &device) {
     return known->second;
 }
 
+void Engine::take_inventory(std::shared_ptr<const Inventory> inventory) {
+    limits_ = inventory->limits;
+    admission_.set_limits(limits_);
+    incoming_ = Incoming{std::move(inventory), 0};
+    ++generation_;
+}
+
+void Engine::take_slice(size_t most) {
+    const std::vector<Device> &devices = incoming_->inventory->devices;
+    const size_t end = incoming_->next + std::min(most, devices.size() - incoming_->next);
+    while (incoming_->next < end) take_device(devices[incoming_->next++]);
+    if (end < devices.size()) return;
+    drop_unlisted();
+    incoming_.reset();
+}
+
 // A device keeps its next turn unless its interval has changed.
-void Engine::take_inventory(const Inventory &inventory) {
-    std::vector<bool> kept(targets_.size());
-    for (const Device &device : inventory.devices) {
-        const size_t slot = slot_of(device);
-        Target &target = *targets_[slot];
-        const bool was_listed = slot < kept.size() && target.is_listed;
-        if (slot < kept.size()) kept[slot] = true;
-        const Device before = std::exchange(target.device, device);
-        target.is_listed = device.enabled;
-        if (!was_listed || before.interval != device.interval) plan(slot, Kind::collection, now());
-        if (!was_listed || before.selftest != device.selftest) plan(slot, Kind::selftest, now());
+void Engine::take_device(const Device &device) {
+    const size_t slot = slot_of(device);
+    Target &target = *targets_[slot];
+    const bool was_listed = std::exchange(target.is_listed, device.enabled);
+    const Device before = std::exchange(target.device, device);
+    target.generation = generation_;
+    const bool same = was_listed && device.enabled;
+    if (!same || before.interval != device.interval) plan(slot, Kind::collection, now());
+    if (!same || before.selftest != device.selftest) plan(slot, Kind::selftest, now());
+}
+
+void Engine::drop_unlisted() {
+    listed_ = 0;
+    for (const auto &target : targets_) {
+        target->is_listed &= target->generation == generation_;
+        listed_ += target->is_listed;
     }
-    for (size_t slot = 0; slot < kept.size(); ++slot)
-        if (!kept[slot]) targets_[slot]->is_listed = false;
+}
+
+void Engine::restore(const std::vector<DeviceState> &states) {
+    const Time time = now();
+    for (const DeviceState &state : states) {
+        const size_t slot = find(state.name);
+        if (slot == none) continue;
+        targets_[slot]->failures = state.failures;
+        if (state.paused_until != 0) targets_[slot]->paused_until = moment_of(state.paused_until);
+        plan(slot, Kind::collection, std::min(moment_of(state.last_try), time));
+    }
+}
+
+void Engine::pause(std::string_view device, Time until) {
+    const size_t slot = find(device);
+    if (slot == none) return;
+    targets_[slot]->paused_until = until;
+    plan(slot, Kind::collection, now());
+    plan(slot, Kind::selftest, now());
+}
+
+void Engine::rename(std::string_view from, const std::string &to) {
+    const auto known = slots_.find(std::string(from));
+    if (known == slots_.end() || from == to) return;
+    const size_t slot = known->second;
+    slots_.erase(known);
+    slots_[to] = slot;
+    targets_[slot]->device.name = to;
+}
+
+size_t Engine::hold(in_addr_t broadcast, Time until) {
+    held_ = broadcast;
+    held_until_ = until;
+    return static_cast<size_t>(
+        std::count_if(endpoints_open_.begin(), endpoints_open_.end(),
+                      [&](const auto &open) { return hears(open.first.ip, broadcast); }));
 }
 
 // Sets the next turn of a device that was asked at `after`. The self-test has a phase of its own,
@@ -118,41 +188,43 @@ void Engine::plan(size_t slot, Kind kind, Time after) {
     if (!target.is_listed || interval == Time(0)) return turns_.clear(place_of(slot, kind));
     const Time phase = phase_of(target.device.name + (is_test ? " selftest" : ""), interval);
     const Time wait = interval_after(target.failures, interval) - interval;
-    turns_.set(place_of(slot, kind), next_turn(std::max(after + wait, now()), interval, phase));
+    const Time earliest = std::max({after + wait, now(), target.paused_until});
+    turns_.set(place_of(slot, kind), next_turn(earliest, interval, phase));
 }
 
 bool Engine::ask(std::string_view device, Kind kind, Answer answer, std::string &reason) {
-    const auto known = slots_.find(std::string(device));
-    if (known == slots_.end() || !targets_[known->second]->is_listed) {
+    const size_t slot = find(device);
+    if (slot == none) {
         reason = "there is no such device";
         return false;
     }
-    if (admission_.holds(known->second)) {
+    if (admission_.holds(slot) || targets_[slot]->answer) {
         reason = "it is being asked already";
         return false;
     }
-    targets_[known->second]->answer = std::move(answer);
-    make_due(known->second, kind, now());
+    targets_[slot]->answer = std::move(answer);
+    make_due(slot, kind, now(), true);
     return true;
 }
 
 // ---- turns --------------------------------------------------------------------------------------
 
 Time Engine::next_pass() {
-    Time next = std::min(turns_.next(), deadlines_.next());
-    if (!strangers_.empty())
-        next = std::min(next, strangers_.begin()->second->accepted + limits_.silence);
-    if (admission_.queued() != 0 && !outlet_.has_room()) next = std::min(next, now() + full);
-    return next;
+    Time next = std::min({turns_.next(), deadlines_.next(), reception_.next_pass()});
+    if (admission_.queued() != 0 && !outlet_.has_room()) next = std::min(next, now() + shortly);
+    return incoming_ ? now() : next;
 }
 
-void Engine::pass() {
+void Engine::pass(bool caught_up) {
     const Time time = now();
     size_t place;
+    reception_.pass(time);
+    if (incoming_) take_slice(slice);
     while (turns_.take(time, place)) take_turn(place / 2, static_cast<Kind>(place % 2), time);
-    while (deadlines_.take(time, place)) wake(place);
-    while (!strangers_.empty() && strangers_.begin()->second->accepted + limits_.silence <= time)
-        turn_away(*strangers_.begin()->second);
+    // Who seems not to have answered may be waiting to be accepted.
+    if (deadlines_.next() <= time) reception_.accept_all();
+    caught_up_ = caught_up && !reception_.behind();
+    while (deadlines_.take(time, place)) wake(place, time);
     start_runs();
 }
 
@@ -160,11 +232,12 @@ void Engine::take_turn(size_t slot, Kind kind, Time time) {
     // A self-test comes seldom: it waits for the end of a collection.
     if (kind == Kind::selftest && admission_.holds(slot))
         return turns_.set(place_of(slot, kind), time + busy);
-    if (targets_[slot]->is_listed) make_due(slot, kind, time);
+    if (targets_[slot]->is_listed) make_due(slot, kind, time, false);
     plan(slot, kind, time);
 }
 
-void Engine::make_due(size_t slot, Kind kind, Time due) {
+void Engine::make_due(size_t slot, Kind kind, Time due, bool by_hand) {
+    using Rank = Admission::Rank;
     if (admission_.holds(slot)) {
         ++statistics_.overlaps;
         return;
@@ -172,7 +245,10 @@ void Engine::make_due(size_t slot, Kind kind, Time due) {
     Target &target = *targets_[slot];
     target.due = due;
     target.due_kind = kind;
-    admission_.add(slot, target.device.ip, target.failures > 1);
+    admission_.add(slot, target.device.ip,
+                   by_hand               ? Rank::first
+                   : target.failures > 0 ? Rank::backed_off
+                                         : Rank::usual);
 }
 
 void Engine::start_runs() {
@@ -182,7 +258,26 @@ void Engine::start_runs() {
         return;
     }
     size_t slot;
-    while (admission_.take(slot)) begin(slot);
+    while (admission_.take(slot))
+        if (may_begin(slot)) begin(slot);
+}
+
+// Much may have happened since the device became due.
+bool Engine::may_begin(size_t slot) {
+    const Target &target = *targets_[slot];
+    const Time time = now(), free = free_at(target, time);
+    const bool is_wanted = target.answer || (target.is_listed && target.paused_until <= time);
+    if (is_wanted && free <= time) return true;
+    admission_.end(slot);
+    if (is_wanted) turns_.set(place_of(slot, target.due_kind), free);
+    return false;
+}
+
+// Nobody else may ask a device at the same time: neither one that has its address under another
+// name, nor who has the network to itself.
+Time Engine::free_at(const Target &target, Time time) const {
+    if (endpoints_open_.count({target.device.ip, target.device.port}) != 0) return time + busy;
+    return held_until_ > time && hears(target.device.ip, held_) ? held_until_ : time;
 }
 
 void Engine::begin(size_t slot) {
@@ -190,6 +285,8 @@ void Engine::begin(size_t slot) {
     target.run = std::make_unique<Run>();
     target.run->token = tokens_.draw();
     target.run->endpoint = {target.device.ip, target.device.port};
+    // Long before the time that an answer takes at present, a repeated command is one too many.
+    target.run->resend_step = std::max(first_resend, 4 * admission_.window().typical());
     tokens_open_[target.run->token] = slot;
     endpoints_open_[target.run->endpoint] = slot;
     target.run->sent = now();
@@ -217,45 +314,35 @@ void Engine::set_deadline(size_t slot) {
 }
 
 // A run's next moment has come: it has taken too long, its device is silent, or it is asked again.
-void Engine::wake(size_t slot) {
+void Engine::wake(size_t slot, Time time) {
     if (!targets_[slot]->run) return;
-    Run &run = *targets_[slot]->run;
-    const Time time = now();
+    const Run &run = *targets_[slot]->run;
     const bool is_late = time >= run.sent + limits_.run;
-    const bool is_silent = time >= (run.connection ? run.heard : run.sent) + limits_.silence;
-    if (!run.connection && (is_late || is_silent))
-        return end(slot, Outcome::unanswered, "no connection came");
+    if (!is_late && !caught_up_) return deadlines_.set(slot, time + shortly);
+    if (!run.connection) return wake_waiting(slot, time);
     if (is_late) return end(slot, Outcome::too_long, fmt::format("took {} s", limits_.run.count()));
-    if (is_silent)
-        return end(slot, Outcome::silent,
-                   fmt::format("silent for {} s after {} messages", limits_.silence.count(),
-                               run.connection->intake.totals().messages));
-    if (run.connection || time < run.resend) return set_deadline(slot);
+    wake_connected(slot, time);
+}
+
+void Engine::wake_waiting(size_t slot, Time time) {
+    Run &run = *targets_[slot]->run;
+    if (time >= run.sent + std::min(limits_.silence, limits_.run))
+        return end(slot, Outcome::unanswered, "no connection came");
+    if (time < run.resend) return set_deadline(slot);
     ++run.resends;
     ++statistics_.resends;
     send_command(slot);
 }
 
+void Engine::wake_connected(size_t slot, Time time) {
+    const Run &run = *targets_[slot]->run;
+    if (time < run.heard + limits_.silence) return set_deadline(slot);
+    end(slot, Outcome::silent,
+        fmt::format("silent for {} s after {} messages", limits_.silence.count(),
+                    run.connection->intake.totals().messages));
+}
+
 // ---- connections --------------------------------------------------------------------------------
-
-void Engine::accept_all() {
-    for (;;) {
-        sockaddr_in peer{};
-        dtctl::Fd socket = dtctl::accept_from(listener_, peer);
-        if (!socket) return; // none left, or no descriptor: the next pass tries again
-        auto connection = std::make_unique<Connection>(std::move(socket), peer, limits_);
-        Connection &added = *connection;
-        added.number = loop_.add(added.socket.get(), [this, &added] { receive(added); });
-        strangers_.emplace(added.number, std::move(connection));
-        if (strangers_.size() > most_strangers) turn_away(*strangers_.begin()->second);
-    }
-}
-
-void Engine::turn_away(Connection &connection) {
-    ++statistics_.strangers;
-    loop_.remove(connection.number, connection.socket.get());
-    strangers_.erase(connection.number);
-}
 
 void Engine::receive(Connection &connection) {
     std::array<uint8_t, 16'384> buffer;
@@ -264,7 +351,7 @@ void Engine::receive(Connection &connection) {
     const std::string why = count < 0 ? std::strerror(errno) : "";
     if (count > 0 && take_bytes(connection, std::span(buffer).first(static_cast<size_t>(count))))
         return;
-    if (!connection.slot) return turn_away(connection);
+    if (!connection.slot) return reception_.turn_away(connection);
     if (count < 0) return end(*connection.slot, Outcome::reset, why);
     if (count == 0) connection.intake.close();
     end(*connection.slot, connection.intake.outcome(), connection.intake.reason());
@@ -290,11 +377,11 @@ bool Engine::claim(Connection &connection) {
     }
     const size_t slot = open->second;
     Run &run = *targets_[slot]->run;
-    run.connection = std::move(strangers_.extract(connection.number).mapped());
+    run.connection = reception_.take(connection);
     connection.slot = slot;
     run.opening = run.heard = now();
     run.opened = wall_microseconds();
-    admission_.connected(slot);
+    admission_.connect(slot);
     admission_.window().answered(run.opening, run.opening - run.sent);
     statistics_.to_connect.add(connection.accepted - run.sent);
     set_deadline(slot);
@@ -352,33 +439,53 @@ RunRecord Engine::record_of(size_t slot, Outcome outcome, std::string reason) {
 void Engine::end(size_t slot, Outcome outcome, std::string reason) {
     Target &target = *targets_[slot];
     RunRecord record = record_of(slot, outcome, std::move(reason));
-    ++statistics_.runs[static_cast<size_t>(outcome)];
-    statistics_.values += record.samples.list.size();
-    statistics_.bytes += record.bytes;
-    if (is_whole(outcome)) {
-        admission_.window().went_well();
-        statistics_.to_end.add(now() - target.run->opening);
-    }
+    count(record, target.run->opening);
+    close(slot);
+    admission_.end(slot);
+    settle(slot, record);
+    outlet_.put(std::move(record));
+}
+
+void Engine::close(size_t slot) {
+    Target &target = *targets_[slot];
     tokens_open_.erase(target.run->token);
     endpoints_open_.erase(target.run->endpoint);
     deadlines_.clear(slot);
     if (const auto &connection = target.run->connection)
         loop_.remove(connection->number, connection->socket.get());
     target.run.reset();
-    admission_.ended(slot);
-    settle(target, record);
-    plan(slot, Kind::collection, now());
-    outlet_.put(std::move(record));
 }
 
-void Engine::settle(Target &target, const RunRecord &record) {
-    target.failures = is_whole(record.outcome) ? 0 : target.failures + 1;
+void Engine::count(const RunRecord &record, Time opening) {
+    ++statistics_.runs[static_cast<size_t>(record.outcome)];
+    statistics_.values += record.samples.list.size();
+    statistics_.bytes += record.bytes;
+    if (!is_whole(record.outcome)) return;
+    admission_.window().went_well();
+    statistics_.to_end.add(now() - opening);
+}
+
+// A run that this service cut off says nothing about the device.
+void Engine::settle(size_t slot, const RunRecord &record) {
+    Target &target = *targets_[slot];
+    if (record.kind == Kind::collection && record.outcome != Outcome::stopped)
+        target.failures = is_whole(record.outcome) ? 0 : target.failures + 1;
+    plan(slot, Kind::collection, now());
     if (const Answer answer = std::exchange(target.answer, nullptr)) answer(record);
 }
 
 void Engine::stop() {
     for (size_t slot = 0; slot < targets_.size(); ++slot)
         if (targets_[slot]->run) end(slot, Outcome::stopped, "the service stopped");
+}
+
+void Engine::describe(Snapshot &snapshot) const {
+    snapshot.statistics = statistics_;
+    snapshot.devices = listed_;
+    snapshot.queued = admission_.queued();
+    snapshot.waiting = admission_.waiting();
+    snapshot.connected = admission_.connected();
+    snapshot.window = admission_.window().size();
 }
 
 } // namespace dtfleet

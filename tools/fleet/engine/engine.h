@@ -5,13 +5,14 @@
 #include "fleet/engine/admission.h"
 #include "fleet/engine/commander.h"
 #include "fleet/engine/loop.h"
+#include "fleet/engine/reception.h"
 #include "fleet/engine/schedule.h"
-#include "fleet/engine/statistics.h"
+#include "fleet/engine/snapshot.h"
 #include "fleet/engine/tokens.h"
 #include "fleet/store/intake.h"
 #include "fleet/store/outlet.h"
+#include "fleet/store/store.h"
 
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -28,69 +29,106 @@ public:
 
     // Loop and outlet must outlive it. Opens the listening port, and throws dtctl::Failure when it
     // is taken.
-    Engine(const Inventory &inventory, Loop &loop, Outlet &outlet);
+    Engine(std::shared_ptr<const Inventory> inventory, Loop &loop, Outlet &outlet);
     ~Engine();
     Engine(const Engine &) = delete;
     Engine &operator=(const Engine &) = delete;
 
-    // Takes another inventory: devices go on in their turns, those that are gone end with their
-    // run.
-    void take_inventory(const Inventory &inventory);
+    // What was known of the devices when the service ended: who failed goes on waiting.
+    void restore(const std::vector<DeviceState> &states);
+
+    // Takes another inventory, a slice in each pass, so that a large one holds up nobody: devices
+    // go on in their turns, those that are gone end with their run. The ports stay as they are.
+    void take_inventory(std::shared_ptr<const Inventory> inventory);
+    bool is_taking() const { return incoming_.has_value(); }
+
+    bool is_listed(std::string_view device) const { return find(device) != none; }
 
     // Asks a device out of its turn. False, with a reason, when it is unknown or being asked.
     bool ask(std::string_view device, Kind kind, Answer answer, std::string &reason);
+
+    // A device's turns are left out until then. An unknown one is nothing to complain about here.
+    void pause(std::string_view device, Time until);
+
+    // Its slot, with all that is known of it, gets another name, which must not be listed.
+    void rename(std::string_view from, const std::string &to);
+
+    // Begins no run on a network until then, and counts those that are open there.
+    // broadcast: its broadcast address.
+    size_t hold(in_addr_t broadcast, Time until);
 
     // When pass() is wanted at the latest, even though the loop has called nobody.
     Time next_pass();
 
     // Does what is due. To be called after each wait of the loop.
-    void pass();
+    // caught_up: the loop has called everybody who was ready.
+    void pass(bool caught_up = true);
 
     // Ends all open runs.
     void stop();
 
     const Statistics &statistics() const { return statistics_; }
 
+    // Fills in what the engine knows.
+    void describe(Snapshot &snapshot) const;
+
 private:
     struct Target;
     struct Run;
-    struct Connection;
+    struct Incoming {
+        std::shared_ptr<const Inventory> inventory;
+        size_t next = 0;
+    };
+    static constexpr size_t none = SIZE_MAX;
 
+    size_t find(std::string_view device) const;
     size_t slot_of(const Device &device);
+    void take_slice(size_t most);
+    void take_device(const Device &device);
+    void drop_unlisted();
     void plan(size_t slot, Kind kind, Time after);
     void take_turn(size_t slot, Kind kind, Time time);
-    void make_due(size_t slot, Kind kind, Time due);
+    void make_due(size_t slot, Kind kind, Time due, bool by_hand);
     void start_runs();
+    bool may_begin(size_t slot);
+    Time free_at(const Target &target, Time time) const;
     void begin(size_t slot);
     void send_command(size_t slot);
-    void wake(size_t slot);
+    void wake(size_t slot, Time time);
+    void wake_waiting(size_t slot, Time time);
+    void wake_connected(size_t slot, Time time);
     void set_deadline(size_t slot);
-    void accept_all();
-    void turn_away(Connection &connection);
     void receive(Connection &connection);
     bool take_bytes(Connection &connection, std::span<const uint8_t> bytes);
     bool claim(Connection &connection);
     void acknowledge(Connection &connection);
-    void close(Connection &connection);
     void take_refusals();
     void end(size_t slot, Outcome outcome, std::string reason);
+    void close(size_t slot);
     RunRecord record_of(size_t slot, Outcome outcome, std::string reason);
-    void settle(Target &target, const RunRecord &record);
+    void count(const RunRecord &record, Time opening);
+    void settle(size_t slot, const RunRecord &record);
 
     Limits limits_;
-    uint16_t announce_;
     Loop &loop_;
     Outlet &outlet_;
     Statistics statistics_;
     Tokens tokens_;
     Commander commander_;
-    dtctl::Fd listener_;
+    uint64_t commander_number_ = 0; // in the loop
+    Reception reception_;
+    uint16_t announce_;
+    bool caught_up_ = true;
     Admission admission_;
+    std::optional<Incoming> incoming_;
+    uint32_t generation_ = 0;                      // of the inventory
+    size_t listed_ = 0;                            // devices
     std::vector<std::unique_ptr<Target>> targets_; // by slot, which a name keeps for good
     std::unordered_map<std::string, size_t> slots_;
     std::unordered_map<uint32_t, size_t> tokens_open_;
     std::map<Endpoint, size_t> endpoints_open_;
-    std::map<uint64_t, std::unique_ptr<Connection>> strangers_; // no opening yet; the oldest first
+    in_addr_t held_ = 0; // the broadcast address of a network
+    Time held_until_{};
     Agenda turns_;     // two places a slot: its next collection, its next self-test
     Agenda deadlines_; // a place a slot: when its run must be looked at
 };

@@ -14,6 +14,9 @@
 namespace dtfleet {
 namespace {
 
+constexpr int batch = 256;
+constexpr int most_batches = 64; // in one turn of the loop
+
 [[noreturn]] void fail() {
     throw dtctl::Failure(dtctl::Exit::failed, fmt::format("epoll: {}", std::strerror(errno)));
 }
@@ -44,8 +47,8 @@ uint64_t Loop::add(int fd, Handler handler) {
     return last_;
 }
 
-void Loop::watch_room(uint64_t number, int fd, bool wanted) {
-    epoll_event event = event_of(number, wanted ? EPOLLIN | EPOLLOUT : EPOLLIN);
+void Loop::watch(uint64_t number, int fd, bool input, bool room) {
+    epoll_event event = event_of(number, (input ? EPOLLIN : 0u) | (room ? EPOLLOUT : 0u));
     if (::epoll_ctl(poll_.get(), EPOLL_CTL_MOD, fd, &event) != 0) fail();
 }
 
@@ -53,16 +56,23 @@ void Loop::remove(uint64_t number, int fd) {
     if (handlers_.erase(number) != 0) (void)::epoll_ctl(poll_.get(), EPOLL_CTL_DEL, fd, nullptr);
 }
 
-void Loop::wait(Time until) {
-    epoll_event events[256];
-    const int timeout = until == Time::max() ? 60'000 : milliseconds_until(until);
-    const int count = ::epoll_wait(poll_.get(), events, 256, timeout);
+bool Loop::wait(Time until) {
+    int count = call_ready(until == Time::max() ? 60'000 : milliseconds_until(until));
+    for (int turn = 1; turn < most_batches && count == batch; ++turn) count = call_ready(0);
+    return count < batch;
+}
+
+// The system gives those that are ready in turns, so that a small batch starves nobody.
+int Loop::call_ready(int timeout) {
+    epoll_event events[batch];
+    const int count = ::epoll_wait(poll_.get(), events, batch, timeout);
     for (int i = 0; i < count; ++i) {
         const auto found = handlers_.find(events[i].data.u64);
         if (found == handlers_.end()) continue; // removed by one before it
         const Handler handler = found->second;  // it may remove itself
         handler();
     }
+    return count;
 }
 
 } // namespace dtfleet

@@ -22,14 +22,16 @@ public:
     uint64_t add(int fd, Handler handler);
     void remove(uint64_t number, int fd);
 
-    // Calls it as well, or no longer, when there is room to write.
-    void watch_room(uint64_t number, int fd, bool wanted);
+    // What the handler is called for: something to read, room to write, or neither for a while.
+    void watch(uint64_t number, int fd, bool input, bool room);
 
     // Waits until there is something to read, or that time has come, and calls the handlers, which
-    // may add and remove what they like.
-    void wait(Time until);
+    // may add and remove what they like. False when there was more to do than one turn may take.
+    bool wait(Time until);
 
 private:
+    int call_ready(int timeout);
+
     dtctl::Fd poll_;
     std::unordered_map<uint64_t, Handler> handlers_;
     uint64_t last_ = 0;

@@ -42,10 +42,11 @@ struct Statistics {
     uint64_t doubles = 0;   // openings whose run was open or over: the answer to a repeated command
     uint64_t strangers = 0; // connections closed without the opening of any run
     uint64_t overlaps = 0;  // turns left out because the run before was still going on
-    uint64_t held_back = 0; // passes in which runs were due and the outlet had no room
-    Histogram lateness;     // from a turn to its command
-    Histogram to_connect;   // from the command to the connection
-    Histogram to_end;       // from there to the end of a whole run
+    uint64_t no_descriptor = 0; // times that a connection could not be accepted for want of one
+    uint64_t held_back = 0;     // passes in which runs were due and the outlet had no room
+    Histogram lateness;         // from a turn to its command
+    Histogram to_connect;       // from the command to the connection
+    Histogram to_end;           // from there to the end of a whole run
 };
 
 } // namespace dtfleet

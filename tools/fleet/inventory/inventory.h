@@ -25,8 +25,8 @@ struct Limits {
     size_t value_bytes = 1'000'000; // one string or buffer
     size_t run_bytes = 4'000'000;
     size_t run_series = 10'000;
-    size_t waiting = 64;    // runs whose device has not connected yet
-    size_t open = 256;      // runs, whether it has or not
+    size_t waiting = 256;   // runs whose device has not connected yet
+    size_t open = 1024;     // runs, whether it has or not
     size_t per_subnet = 64; // of both kinds, for each /24 of addresses
 };
 

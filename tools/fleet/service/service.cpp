@@ -52,18 +52,19 @@ std::string control_path(const Inventory &inventory, const std::string &file) {
 }
 
 Service::Service(std::string file, Outlet &outlet)
-    : file_(std::move(file)), signals_(signal_descriptor()),
-      engine_(checked_inventory(file_), loop_, outlet),
+    : file_(std::move(file)),
+      inventory_(std::make_shared<const Inventory>(checked_inventory(file_))),
+      signals_(signal_descriptor()), engine_(inventory_, loop_, outlet),
       control_(
-          control_path(checked_inventory(file_), file_), loop_,
+          control_path(*inventory_, file_), loop_,
           [this](const json &request, const Control::Reply &reply) { answer(request, reply); }) {
     loop_.add(signals_.get(), [this] { take_signal(); });
 }
 
 void Service::run() {
     while (!stopping_) {
-        loop_.wait(engine_.next_pass());
-        engine_.pass();
+        const bool caught_up = loop_.wait(engine_.next_pass());
+        engine_.pass(caught_up);
     }
     engine_.stop();
 }
@@ -81,9 +82,10 @@ void Service::take_signal() {
 
 // The last good inventory stays.
 std::string Service::reload() {
-    const Loaded loaded = load_inventory(file_);
+    Loaded loaded = load_inventory(file_);
     if (!loaded.complaints.empty()) return text_of(loaded.complaints);
-    engine_.take_inventory(loaded.inventory);
+    inventory_ = std::make_shared<const Inventory>(std::move(loaded.inventory));
+    engine_.take_inventory(inventory_);
     return "";
 }
 

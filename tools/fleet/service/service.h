@@ -31,6 +31,7 @@ private:
     void ask(const nlohmann::json &request, const Control::Reply &reply);
 
     std::string file_;
+    std::shared_ptr<const Inventory> inventory_;
     Loop loop_;
     dtctl::Fd signals_;
     Engine engine_;

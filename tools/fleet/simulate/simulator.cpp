@@ -153,7 +153,7 @@ void Simulator::begin(uint32_t number) {
                           errno == EINPROGRESS);
     if (!begun) return finish(number, false);
     device.number = loop_.add(device.socket.get(), [this, number] { go_on(number); });
-    loop_.watch_room(device.number, device.socket.get(), true);
+    loop_.watch(device.number, device.socket.get(), true, true);
 }
 
 // Something has come, or there is room: the first room says that the connection is made.
@@ -165,7 +165,7 @@ void Simulator::go_on(uint32_t number) {
     (void)::getsockopt(device.socket.get(), SOL_SOCKET, SO_ERROR, &error, &size);
     if (error != 0) return finish(number, false);
     device.is_connected = true;
-    loop_.watch_room(device.number, device.socket.get(), false);
+    loop_.watch(device.number, device.socket.get(), true, false);
     send_some(number);
 }
 
