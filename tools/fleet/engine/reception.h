@@ -1,9 +1,9 @@
 // The listening port, and who has connected without saying yet whose run it carries.
 #pragma once
 
-#include "fleet/engine/intake.h"
 #include "fleet/engine/loop.h"
 #include "fleet/engine/statistics.h"
+#include "fleet/store/intake.h"
 
 #include <functional>
 #include <map>
