@@ -145,6 +145,10 @@ int64_t Database::number(const char *sql, int64_t otherwise) {
     return statement.step() && !statement.is_null(0) ? statement.number(0) : otherwise;
 }
 
+void Database::reset_statements() noexcept {
+    for (auto &[sql, statement] : statements_) statement.reset();
+}
+
 int64_t Database::changes() const { return sqlite3_changes64(handle_.get()); }
 
 int64_t Database::last_id() const { return sqlite3_last_insert_rowid(handle_.get()); }
@@ -155,9 +159,12 @@ Transaction::Transaction(Database &database, Kind kind) : database_(database) {
     database_.execute(kind == Kind::write ? "BEGIN IMMEDIATE" : "BEGIN");
 }
 
-// SQLite may have ended it by itself already, and then has nothing to roll back.
+// SQLite may have ended it by itself already, and then has nothing to roll back. A statement that
+// was left in the middle would keep what it read.
 Transaction::~Transaction() {
-    if (open_) sqlite3_exec(database_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+    if (!open_) return;
+    database_.reset_statements();
+    sqlite3_exec(database_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
 void Transaction::commit() {

@@ -94,6 +94,8 @@ public:
     // The one number that the SQL answers; `otherwise` where it has no row or NULL.
     int64_t number(const char *sql, int64_t otherwise = 0);
 
+    void reset_statements() noexcept; // those that are kept
+
     int64_t changes() const; // rows of the last statement
     int64_t last_id() const; // of the last row that got its id from SQLite
 

@@ -93,7 +93,8 @@ CREATE TABLE state(
     entries BLOB NOT NULL,
     UNIQUE(device, command));
 
--- The numbers of an hour that is over: [[series, ordinal, n, min, max, last], ...]
+-- The numbers of an hour: [[series, ordinal, n, min, max, last], ...] Those of the state's hour
+-- are in its entries; there may be a row as well, of what was heard in that hour before.
 CREATE TABLE rollup(
     device INTEGER NOT NULL,
     command INTEGER NOT NULL,
@@ -186,8 +187,6 @@ void make_tables(Database &database) {
     transaction.commit();
 }
 
-} // namespace
-
 // What a commit has written survives the end of the process; a power cut may take the last of it.
 // The pragma for the freed pages works in an empty file alone, before its first table.
 void set_up(Database &database) {
@@ -196,16 +195,19 @@ void set_up(Database &database) {
                      "PRAGMA cache_size = -32768; PRAGMA temp_store = MEMORY");
 }
 
-int64_t make_schema(Database &database) {
+} // namespace
+
+int64_t open_schema(Database &database) {
     const int64_t version = database.number("PRAGMA user_version");
     const int64_t application = database.number("PRAGMA application_id");
     const bool is_empty = database.number("SELECT count(*) FROM sqlite_schema") == 0;
     if (!is_empty && application != application_id)
-        throw Failure(Exit::broken, database.path() + ": this database belongs to another program");
+        throw Failure(Exit::broken, database.path() + ": this database is another program's");
     if (version > schema_version)
         throw Failure(Exit::broken,
                       fmt::format("{}: version {} of this database is newer than this program's {}",
                                   database.path(), version, schema_version));
+    set_up(database);
     if (is_empty) make_tables(database);
     return is_empty ? 0 : version;
 }

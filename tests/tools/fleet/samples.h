@@ -1,0 +1,100 @@
+// Runs and databases for tests of the store.
+#pragma once
+
+#include "fleet/store/sqlite/database.h"
+#include "fleet/store/store.h"
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace dtfleet {
+
+constexpr Microseconds second = 1'000'000;
+constexpr Microseconds hour = 3600 * second;
+constexpr Microseconds day = 24 * hour;
+
+// A directory of its own, gone at the end.
+class Scratch {
+public:
+    Scratch() {
+        std::string name = std::filesystem::temp_directory_path() / "fleet.XXXXXX";
+        path_ = ::mkdtemp(name.data());
+    }
+    ~Scratch() { std::filesystem::remove_all(path_); }
+    Scratch(const Scratch &) = delete;
+    Scratch &operator=(const Scratch &) = delete;
+    std::string operator/(const char *file) const { return path_ / file; }
+
+private:
+    std::filesystem::path path_;
+};
+
+inline RunId id_of(uint64_t number) {
+    RunId id{};
+    std::memcpy(id.data(), &number, sizeof number);
+    return id;
+}
+
+inline RunRecord make_run(uint64_t id, const std::string &device, Microseconds time) {
+    RunRecord run;
+    run.id = id_of(id);
+    run.device = device;
+    run.time = time;
+    run.outcome = Outcome::whole;
+    return run;
+}
+
+inline Sample &add(RunRecord &run, const std::string &collector, uint32_t key) {
+    auto &names = run.samples.collectors;
+    const auto found = std::find(names.begin(), names.end(), collector);
+    Sample sample;
+    sample.collector = static_cast<uint16_t>(found - names.begin());
+    sample.key = key;
+    if (found == names.end()) names.push_back(collector);
+    return run.samples.list.emplace_back(sample);
+}
+
+inline Sample &add_number(RunRecord &run, const std::string &collector, uint32_t key,
+                          uint64_t number) {
+    Sample &sample = add(run, collector, key);
+    sample.number = number;
+    sample.kind = number >> 32 ? dt::decode::Kind::int64 : dt::decode::Kind::int32;
+    return sample;
+}
+
+inline Sample &add_text(RunRecord &run, const std::string &collector, uint32_t key,
+                        std::string_view text) {
+    Sample &sample = add(run, collector, key);
+    sample.kind = dt::decode::Kind::string;
+    sample.number = run.samples.bytes.size();
+    sample.size = static_cast<uint32_t>(text.size());
+    run.samples.bytes += text;
+    return sample;
+}
+
+inline void add_log(RunRecord &run, const std::string &collector, uint32_t key,
+                    const std::vector<std::string> &texts) {
+    for (const std::string &text : texts) {
+        add_text(run, collector, key, "01/31 12:00:00");
+        add_text(run, collector, key, text);
+    }
+}
+
+// What a query answers, each row as one text: its columns with a bar between them.
+inline std::vector<std::string> rows_of(const std::string &file, const char *sql, int columns) {
+    sqlite::Database database(file, sqlite::Database::Access::read);
+    sqlite::Statement &query = database.statement(sql);
+    std::vector<std::string> rows;
+    while (query.step()) {
+        std::string &row = rows.emplace_back();
+        for (int i = 0; i < columns; ++i) {
+            if (i != 0) row += '|';
+            row += query.bytes(i);
+        }
+    }
+    return rows;
+}
+
+} // namespace dtfleet

@@ -1,0 +1,46 @@
+// A run's values with their series, and the logs among them.
+#pragma once
+
+#include "fleet/store/sqlite/comparison.h"
+#include "fleet/store/sqlite/series.h"
+
+#include <span>
+#include <string_view>
+#include <vector>
+
+namespace dtfleet::sqlite {
+
+class Arrivals {
+public:
+    struct Log {
+        int64_t series;
+        std::vector<std::string_view> strings; // stamps and texts in turns
+    };
+
+    // The run must outlive it.
+    Arrivals(const RunRecord &run, SeriesTable &series);
+
+    bool is_empty() const { return values_.empty(); }
+    const std::vector<Log> &logs() const { return logs_; }
+
+    // Gives all values that are not of a log to the comparison.
+    void give(Comparison &comparison);
+
+private:
+    struct Value {
+        const Sample *sample;
+        Key *key;
+        uint32_t ordinal;
+        bool is_of_log;
+    };
+
+    void find_logs();
+    void judge_log(std::span<const size_t> places);
+
+    const RunRecord &run_;
+    SeriesTable &series_;
+    std::vector<Value> values_;
+    std::vector<Log> logs_;
+};
+
+} // namespace dtfleet::sqlite

@@ -1,0 +1,102 @@
+#include "fleet/store/store.h"
+
+#include "fleet/store/sqlite/devices.h"
+#include "fleet/store/sqlite/retention.h"
+#include "fleet/store/sqlite/run_writer.h"
+#include "fleet/store/sqlite/schema.h"
+
+#include <fmt/format.h>
+
+#include <sys/statvfs.h>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace dtfleet {
+namespace sqlite {
+namespace {
+
+constexpr uint64_t megabyte = 1'000'000;
+
+class SqliteStore final : public Store {
+public:
+    SqliteStore(const std::string &path, const Retention &retention)
+        : database_(path, Database::Access::make), retention_(retention), series_(database_),
+          runs_(database_, series_) {
+        open_schema(database_);
+    }
+
+    void write(std::span<const RunRecord> runs) override {
+        change([&] {
+            runs_.begin();
+            for (const RunRecord &run : runs) runs_.write(run);
+            runs_.end();
+        });
+    }
+
+    void take_inventory(const Inventory &inventory) override {
+        change([&] {
+            take_devices(database_, inventory.devices);
+            series_.take_meanings(inventory.series);
+        });
+        retention_ = inventory.retention;
+    }
+
+    bool tidy() override { return purge_some(database_) || sqlite::tidy(database_, retention_); }
+
+    std::string no_room() override {
+        struct statvfs disk {};
+        const auto directory = std::filesystem::absolute(database_.path()).parent_path();
+        if (::statvfs(directory.c_str(), &disk) != 0) return {}; // writing will tell
+        const uint64_t floor =
+            std::min<uint64_t>(256 * megabyte, uint64_t{disk.f_blocks} * disk.f_frsize / 20);
+        const uint64_t free = uint64_t{disk.f_bavail} * disk.f_frsize;
+        if (free >= floor) return {};
+        return fmt::format("{}: {} MB are free, fewer than {} MB", directory.string(),
+                           free / megabyte, floor / megabyte);
+    }
+
+    bool is_clock_held() override { return sqlite::is_clock_held(database_); }
+
+    void pause(const std::string &device, Microseconds until) override {
+        change([&] { pause_device(database_, device, until); });
+    }
+    void rename(const std::string &from, const std::string &to) override {
+        change([&] { rename_device(database_, from, to); });
+    }
+    void forget(const std::string &device) override {
+        change([&] { forget_device(database_, device); });
+    }
+    void accept(const std::string &device) override {
+        change([&] { accept_device(database_, device); });
+    }
+    void accept_clock() override { sqlite::accept_clock(database_); }
+
+private:
+    // Does the work in one transaction that readers can tell from none.
+    template <typename Work> void change(Work work) {
+        Transaction transaction(database_, Transaction::Kind::write);
+        try {
+            work();
+            database_.statement("UPDATE meta SET value = value + 1 WHERE key = 'version'").run();
+            transaction.commit();
+        } catch (...) {
+            series_.forget();
+            throw;
+        }
+    }
+
+    Database database_;
+    Retention retention_;
+    SeriesTable series_;
+    RunWriter runs_;
+};
+
+} // namespace
+} // namespace sqlite
+
+std::unique_ptr<Store> open_store(const std::string &database, const Retention &retention) {
+    return std::make_unique<sqlite::SqliteStore>(database, retention);
+}
+
+} // namespace dtfleet
