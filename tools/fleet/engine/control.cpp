@@ -9,8 +9,11 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 namespace dtfleet {
 namespace {
@@ -18,7 +21,8 @@ namespace {
 using nlohmann::json;
 
 constexpr size_t longest_request = 65'536;
-constexpr size_t most_clients = 16;
+constexpr size_t most_clients = 64;
+constexpr Time patience = std::chrono::seconds(10); // with a client that does not go on
 
 [[noreturn]] void fail(const std::string &path, const char *what) {
     throw dtctl::Failure(dtctl::Exit::unreachable, fmt::format("{}: {}", path, what));
@@ -54,11 +58,12 @@ Control::Control(std::string path, Loop &loop, Handler handler)
     // One that a killed service has left behind answers nobody.
     if (connects(unix_socket(0), address)) fail(path_, "another dtfleet is running");
     (void)::unlink(path_.c_str());
-    const mode_t before = ::umask(0117);
-    const bool bound =
-        ::bind(listener_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-    (void)::umask(before);
-    if (!bound || ::listen(listener_.get(), 16) != 0) fail(path_, std::strerror(errno));
+    // The mask of the process would be that of all its threads.
+    if (::fchmod(listener_.get(), 0600) != 0 ||
+        ::bind(listener_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) !=
+            0 ||
+        ::chmod(path_.c_str(), 0660) != 0 || ::listen(listener_.get(), 64) != 0)
+        fail(path_, std::strerror(errno));
     listener_number_ = loop_.add(listener_.get(), [this] { accept_all(); });
 }
 
@@ -71,44 +76,81 @@ Control::~Control() {
 
 void Control::accept_all() {
     for (;;) {
+        if (clients_.size() >= most_clients) make_room();
         dtctl::Fd socket(
             ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!socket) return;
         // The number is known only afterwards, and stands in the handler's own place.
         auto number = std::make_shared<uint64_t>();
-        *number = loop_.add(socket.get(), [this, number] { receive(*number); });
-        clients_.emplace(*number, Client{std::move(socket), ""});
-        if (clients_.size() > most_clients) close(clients_.begin()->first);
+        *number = loop_.add(socket.get(), [this, number] { go_on(*number); });
+        clients_[*number].socket = std::move(socket);
     }
 }
 
-void Control::receive(uint64_t number) {
+// Rather than who waits for its answer, the oldest one goes that has not asked yet.
+void Control::make_room() {
+    auto oldest = std::find_if(clients_.begin(), clients_.end(),
+                               [](const auto &client) { return !client.second.is_served; });
+    close(oldest == clients_.end() ? clients_.begin()->first : oldest->first);
+}
+
+void Control::go_on(uint64_t number) {
     const auto found = clients_.find(number);
     if (found == clients_.end()) return;
-    std::string &received = found->second.received;
+    if (found->second.answer.empty())
+        receive(number, found->second);
+    else
+        send_some(number, found->second);
+}
+
+void Control::receive(uint64_t number, Client &client) {
     char bytes[4096];
-    const ssize_t count = ::recv(found->second.socket.get(), bytes, sizeof bytes, 0);
+    const ssize_t count = ::recv(client.socket.get(), bytes, sizeof bytes, 0);
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-    if (count <= 0) return close(number);
-    received.append(bytes, static_cast<size_t>(count));
-    const size_t end = received.find('\n');
-    if (end == received.npos && received.size() > longest_request) return close(number);
-    if (end == received.npos) return;
-    const json request = json::parse(received.substr(0, end), nullptr, false);
-    received.clear();
+    if (count <= 0 || client.is_served) return close(number);
+    client.received.append(bytes, static_cast<size_t>(count));
+    const size_t end = client.received.find('\n');
+    if (end == std::string::npos && client.received.size() > longest_request) return close(number);
+    if (end == std::string::npos) return;
+    client.is_served = true;
+    loop_.watch(number, client.socket.get(), false, false); // its end is reported all the same
+    serve(number, std::exchange(client.received, "").substr(0, end));
+}
+
+void Control::serve(uint64_t number, const std::string &line) {
+    const json request = json::parse(line, nullptr, false);
     if (!request.is_object()) return answer(number, {{"error", "not a JSON object"}});
     handler_(request, [self = self_, number](const json &reply) {
         if (*self) (*self)->answer(number, reply);
     });
 }
 
-// Small enough for the socket's buffer, so that a client that reads nothing holds up nobody.
 void Control::answer(uint64_t number, const json &answer) {
     const auto found = clients_.find(number);
     if (found == clients_.end()) return;
-    const std::string line = line_of(answer);
-    (void)::send(found->second.socket.get(), line.data(), line.size(), MSG_NOSIGNAL);
-    close(number);
+    found->second.answer = line_of(answer);
+    found->second.since = now();
+    loop_.watch(number, found->second.socket.get(), false, true);
+    send_some(number, found->second);
+}
+
+// What the socket has no room for goes when there is some.
+void Control::send_some(uint64_t number, Client &client) {
+    const ssize_t sent = ::send(client.socket.get(), client.answer.data(), client.answer.size(),
+                                MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent < 0 && (errno == EAGAIN || errno == EINTR)) return;
+    if (sent >= 0) client.answer.erase(0, static_cast<size_t>(sent));
+    client.since = now();
+    if (sent < 0 || client.answer.empty()) close(number);
+}
+
+void Control::pass(Time time) {
+    std::vector<uint64_t> stuck;
+    for (const auto &[number, client] : clients_) {
+        const bool waits_for_us = client.is_served && client.answer.empty();
+        if (!waits_for_us && client.since + patience <= time) stuck.push_back(number);
+    }
+    for (const uint64_t number : stuck) close(number);
 }
 
 void Control::close(uint64_t number) {
@@ -117,14 +159,24 @@ void Control::close(uint64_t number) {
     clients_.erase(found);
 }
 
+namespace {
+
+void send_all(const dtctl::Fd &socket, std::string_view text, const std::string &path) {
+    while (!text.empty()) {
+        const ssize_t sent = ::send(socket.get(), text.data(), text.size(), MSG_NOSIGNAL);
+        if (sent < 0 && errno != EINTR) fail(path, std::strerror(errno));
+        if (sent > 0) text.remove_prefix(static_cast<size_t>(sent));
+    }
+}
+
+} // namespace
+
 json request(const std::string &path, const json &request) {
     const dtctl::Fd socket = unix_socket(0);
     if (!connects(socket, address_of(path)))
         fail(path, errno == EACCES ? "permission denied: only members of its group may ask"
                                    : "no dtfleet is running there");
-    const std::string line = line_of(request);
-    if (::send(socket.get(), line.data(), line.size(), MSG_NOSIGNAL) < 0)
-        fail(path, std::strerror(errno));
+    send_all(socket, line_of(request), path);
     std::string answer;
     char bytes[4096];
     for (ssize_t count; (count = ::recv(socket.get(), bytes, sizeof bytes, 0)) != 0;) {

@@ -26,14 +26,24 @@ public:
     Control(const Control &) = delete;
     Control &operator=(const Control &) = delete;
 
+    // Closes clients that do not go on; to be called now and then.
+    void pass(Time time);
+
 private:
     struct Client {
         dtctl::Fd socket;
         std::string received;
+        std::string answer;     // what is left of it
+        Time since = now();     // when it last went on
+        bool is_served = false; // its request is whole; it is we who are slow
     };
 
     void accept_all();
-    void receive(uint64_t number);
+    void go_on(uint64_t number);
+    void receive(uint64_t number, Client &client);
+    void serve(uint64_t number, const std::string &line);
+    void send_some(uint64_t number, Client &client);
+    void make_room();
     void answer(uint64_t number, const nlohmann::json &answer);
     void close(uint64_t number);
 

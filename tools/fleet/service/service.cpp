@@ -1,11 +1,12 @@
 #include "fleet/service/service.h"
 
+#include "host/descriptors.h"
 #include "host/failure.h"
-#include "host/json_text.h"
-#include "host/program.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
+#include <arpa/inet.h>
 #include <sys/signalfd.h>
 
 #include <csignal>
@@ -15,8 +16,12 @@ namespace dtfleet {
 namespace {
 
 using nlohmann::json;
+using Level = Journal::Level;
 
-// Blocks the signals that end or reload the service: they are read from this descriptor.
+constexpr Time tick_time = std::chrono::seconds(1);
+
+// Blocks the signals that end or reload the service, in all its threads: they are read from this
+// descriptor.
 dtctl::Fd signal_descriptor() {
     sigset_t set;
     sigemptyset(&set);
@@ -36,6 +41,21 @@ std::string text_of(const std::vector<Complaint> &complaints) {
     return text;
 }
 
+// What of an inventory is fixed when the service starts.
+std::string fixed_changes(const Inventory &before, const Inventory &after) {
+    std::string changes;
+    const auto compare = [&](const char *key, bool same) {
+        if (!same) changes += fmt::format("{}{}", changes.empty() ? "" : ", ", key);
+    };
+    compare("database", before.database == after.database);
+    compare("listen", before.listen == after.listen);
+    compare("announce", before.announce == after.announce);
+    compare("control", before.control == after.control);
+    compare("[web] bind", before.web_bind == after.web_bind);
+    compare("[web] token", before.web_token == after.web_token);
+    return changes;
+}
+
 } // namespace
 
 Inventory checked_inventory(const std::string &path) {
@@ -51,49 +71,110 @@ std::string control_path(const Inventory &inventory, const std::string &file) {
     return std::filesystem::path(file).parent_path() / own;
 }
 
+void Service::Witness::put(RunRecord run) {
+    const Time time = now();
+    troubles_.note(run, time);
+    for (const std::string &report : identities_.note(run, time))
+        journal_.say(Level::warning, report);
+    outlet_.put(std::move(run));
+}
+
 Service::Service(std::string file, Outlet &outlet)
     : file_(std::move(file)),
       inventory_(std::make_shared<const Inventory>(checked_inventory(file_))),
-      signals_(signal_descriptor()), engine_(inventory_, loop_, outlet),
+      witness_(outlet, journal_), signals_(signal_descriptor()),
+      engine_(inventory_, loop_, witness_),
       control_(
           control_path(*inventory_, file_), loop_,
-          [this](const json &request, const Control::Reply &reply) { answer(request, reply); }) {
-    loop_.add(signals_.get(), [this] { take_signal(); });
+          [this](const json &request, const Control::Reply &reply) { answer(request, reply); }),
+      reloader_(file_, loop_, [this](Loaded loaded) { take_loaded(std::move(loaded)); }) {
+    loop_.add(signals_.get(), [this] { take_signals(); });
+    witness_.identities().take_inventory(*inventory_);
+    const size_t wanted = inventory_->limits.open + inventory_->limits.waiting + 512;
+    if (const size_t allowed = dtctl::allow_descriptors(); allowed < wanted)
+        journal_.say(Level::warning,
+                     fmt::format("{} descriptors are allowed, and the limits on runs may need {}",
+                                 allowed, wanted));
 }
 
 void Service::run() {
-    while (!stopping_) {
-        const bool caught_up = loop_.wait(engine_.next_pass());
-        engine_.pass(caught_up);
+    notify_.ready(fmt::format("{} devices", inventory_->devices.size()));
+    while (!is_stopping_) {
+        const Time next = std::min({engine_.next_pass(), notify_.next(), next_tick_});
+        engine_.pass(loop_.wait(next));
+        turn(now());
     }
+    notify_.stopping();
     engine_.stop();
 }
 
-void Service::take_signal() {
+void Service::turn(Time time) {
+    notify_.turned(time);
+    if (is_reloading_ && !engine_.is_taking()) finish_reload({{"reloaded", true}});
+    if (next_tick_ <= time) tick(time);
+}
+
+void Service::tick(Time time) {
+    next_tick_ = time + tick_time;
+    control_.pass(time);
+    witness_.troubles().pass(time);
+    Snapshot snapshot;
+    engine_.describe(snapshot);
+    snapshot.turned = time;
+    board_.put(std::move(snapshot));
+}
+
+void Service::take_signals() {
     signalfd_siginfo signal{};
-    if (::read(signals_.get(), &signal, sizeof signal) != sizeof signal) return;
-    if (signal.ssi_signo != SIGHUP) {
-        stopping_ = true;
-        return;
+    while (::read(signals_.get(), &signal, sizeof signal) == sizeof signal) {
+        if (signal.ssi_signo == SIGHUP)
+            reload();
+        else
+            is_stopping_ = true;
     }
-    const std::string mistakes = reload();
-    if (!mistakes.empty()) dtctl::complain("dtfleet", mistakes);
+}
+
+// ---- another inventory --------------------------------------------------------------------------
+
+void Service::reload() {
+    notify_.reloading();
+    reloader_.start();
 }
 
 // The last good inventory stays.
-std::string Service::reload() {
-    Loaded loaded = load_inventory(file_);
-    if (!loaded.complaints.empty()) return text_of(loaded.complaints);
-    inventory_ = std::make_shared<const Inventory>(std::move(loaded.inventory));
+void Service::take_loaded(Loaded loaded) {
+    if (!loaded.complaints.empty()) {
+        const std::string mistakes = text_of(loaded.complaints);
+        journal_.say(Level::error, "the inventory has mistakes, and the one before it stays:");
+        journal_.say(Level::error, mistakes);
+        return finish_reload({{"error", mistakes}});
+    }
+    const auto before =
+        std::exchange(inventory_, std::make_shared<const Inventory>(std::move(loaded.inventory)));
+    const std::string fixed = fixed_changes(*before, *inventory_);
+    if (!fixed.empty())
+        journal_.say(Level::warning, fmt::format("a restart is needed for a new {}", fixed));
     engine_.take_inventory(inventory_);
-    return "";
+    witness_.identities().take_inventory(*inventory_);
+    is_reloading_ = true;
 }
+
+void Service::finish_reload(const json &answer) {
+    const std::string status = fmt::format("{} devices", inventory_->devices.size());
+    if (is_reloading_) journal_.say(Level::info, "read the inventory again: " + status);
+    is_reloading_ = false;
+    notify_.ready(status);
+    for (const Control::Reply &reply : std::exchange(reload_replies_, {})) reply(answer);
+}
+
+// ---- commands -----------------------------------------------------------------------------------
 
 void Service::answer(const json &request, const Control::Reply &reply) {
     if (request.contains("ask")) return ask(request, reply);
+    if (request.contains("discover")) return hold(request, reply);
     if (!request.contains("reload")) return reply({{"error", "an unknown request"}});
-    const std::string mistakes = reload();
-    reply(mistakes.empty() ? json{{"reloaded", true}} : json{{"error", mistakes}});
+    reload_replies_.push_back(reply);
+    reload();
 }
 
 void Service::ask(const json &request, const Control::Reply &reply) {
@@ -106,6 +187,20 @@ void Service::ask(const json &request, const Control::Reply &reply) {
     if (!request["ask"].is_string()) return reply({{"error", "ask takes a device's name"}});
     if (!engine_.ask(request["ask"].get<std::string>(), kind, done, reason))
         reply({{"error", reason}});
+}
+
+// Somebody discovers devices on a network: until then it is theirs.
+void Service::hold(const json &request, const Control::Reply &reply) {
+    in_addr broadcast{};
+    const json seconds = request.value("seconds", json(0));
+    if (!request["discover"].is_string() || !seconds.is_number_unsigned() ||
+        seconds.get<uint64_t>() > 60 ||
+        ::inet_pton(AF_INET, request["discover"].get<std::string>().c_str(), &broadcast) != 1)
+        return reply({{"error", "discover takes a broadcast address and up to 60 seconds"}});
+    const Time until = now() + Seconds(seconds.get<int64_t>());
+    const size_t open = engine_.hold(broadcast.s_addr, until);
+    if (open != 0) engine_.hold(0, Time(0));
+    reply({{"open", open}});
 }
 
 } // namespace dtfleet
