@@ -2,30 +2,61 @@
 #include "fleet/commands/commands.h"
 #include "fleet/commands/help.h"
 #include "fleet/simulate/simulator.h"
+#include "host/descriptors.h"
 #include "host/failure.h"
 #include "host/options.h"
 #include "host/output.h"
 
 #include <fmt/format.h>
 
+#include <array>
 #include <fstream>
+#include <iterator>
 #include <memory>
+#include <numeric>
 
 namespace dtfleet {
 namespace {
+
+struct BadKind {
+    Manner manner;
+    const char *option;
+    const char *help;
+};
+
+constexpr BadKind kinds[] = {
+    {Manner::dead, "--dead", "Percent of them that never answer"},
+    {Manner::slow, "--slow", "... that wait a second before each message"},
+    {Manner::trickle, "--trickle", "... that send a byte at a time"},
+    {Manner::broken, "--broken", "... that break the format"},
+    {Manner::clashing, "--clashing", "... that have one identity together"},
+    {Manner::empty, "--empty", "... whose collectors put nothing"},
+    {Manner::logging, "--logging", "... that send a log, too, which grows"},
+};
 
 struct Options {
     SimulatorOptions simulator;
     std::string inventory;
     double seconds = 60;
-    bool bad = false;
+    std::array<unsigned, std::size(kinds)> percent{};
 };
 
+// A hundred devices with those shares, which are spread over them.
+std::vector<Manner> manners_of(const Options &options) {
+    constexpr size_t stride = 37; // meets each place once
+    std::vector<Manner> manners(100, Manner::good);
+    size_t next = 0;
+    for (size_t kind = 0; kind < std::size(kinds); ++kind)
+        for (unsigned i = 0; i < options.percent[kind] && next < manners.size(); ++i)
+            manners[stride * next++ % manners.size()] = kinds[kind].manner;
+    return manners;
+}
+
 void simulate(Options options) {
-    if (options.bad)
-        options.simulator.manners = {
-            Manner::good,    Manner::good,   Manner::good,     Manner::dead,  Manner::slow,
-            Manner::trickle, Manner::broken, Manner::clashing, Manner::empty, Manner::logging};
+    if (std::accumulate(options.percent.begin(), options.percent.end(), 0u) > 100)
+        throw dtctl::Failure(dtctl::Exit::usage, "the shares are more than 100 percent together");
+    options.simulator.manners = manners_of(options);
+    (void)dtctl::allow_descriptors();
     Loop loop;
     Simulator simulator(options.simulator, loop);
     if (!options.inventory.empty() &&
@@ -63,8 +94,14 @@ void add_simulate(CLI::App &app) {
     dtctl::add_number(command, "--seconds", "S", options->seconds, 0.1, 1e9, "How long");
     command.add_option("--inventory", options->inventory, "Write an inventory of them")
         ->type_name("FILE");
-    command.add_flag("--bad", options->bad, "Seven of ten are bad in one way each, or grow");
-    add_footer(command, "dtfleet simulate 100 --inventory fleet.toml --seconds 600",
+    dtctl::add_number(command, "--rate", "N", simulator.rate, 1, 1'000'000,
+                      "Runs that all of them begin in a second, at most");
+    for (size_t kind = 0; kind < std::size(kinds); ++kind)
+        dtctl::add_number(command, kinds[kind].option, "P", options->percent[kind], 0, 100,
+                          kinds[kind].help);
+    add_footer(command,
+               "dtfleet simulate 100 --inventory fleet.toml --seconds 600\n"
+               "dtfleet simulate 10000 --inventory fleet.toml --dead 10 --broken 1",
                R"(The first device has the address 127.1.0.1, the next ones follow.
 )");
     command.callback([options] { simulate(*options); });

@@ -19,21 +19,45 @@ namespace dtfleet {
 namespace {
 
 constexpr uint32_t first_address = 0x7F010001; // 127.1.0.1
+constexpr uint32_t broadcast = 0x7FFFFFFF;     // to all of them
 constexpr size_t remembered = 64;              // tokens a device
 
+sockaddr_in address(uint32_t ip, uint16_t port) {
+    sockaddr_in made{};
+    made.sin_family = AF_INET;
+    made.sin_addr.s_addr = htonl(ip);
+    made.sin_port = htons(port);
+    return made;
+}
+
+void set(const dtctl::Fd &socket, int level, int option, int value) {
+    if (::setsockopt(socket.get(), level, option, &value, sizeof value) != 0)
+        throw dtctl::Failure(dtctl::Exit::failed, fmt::format("socket: {}", std::strerror(errno)));
+}
+
 // A socket that tells to which of the machine's addresses a datagram was sent.
-dtctl::Fd command_socket(uint16_t port) {
+dtctl::Fd command_socket(uint16_t port, bool shared) {
     dtctl::Fd socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    sockaddr_in any{};
-    any.sin_family = AF_INET;
-    any.sin_port = htons(port);
-    const int on = 1, room = 8 << 20;
-    (void)::setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
-    if (!socket || ::setsockopt(socket.get(), IPPROTO_IP, IP_PKTINFO, &on, sizeof on) != 0 ||
-        ::bind(socket.get(), reinterpret_cast<sockaddr *>(&any), sizeof any) != 0)
+    const sockaddr_in any = address(INADDR_ANY, port);
+    set(socket, IPPROTO_IP, IP_PKTINFO, 1);
+    set(socket, SOL_SOCKET, SO_RCVBUF, 8 << 20); // the system makes less of it
+    if (shared) set(socket, SOL_SOCKET, SO_REUSEPORT, 1);
+    if (::bind(socket.get(), reinterpret_cast<const sockaddr *>(&any), sizeof any) != 0)
         throw dtctl::Failure(dtctl::Exit::unreachable,
                              fmt::format("UDP port {}: {}", port, std::strerror(errno)));
     return socket;
+}
+
+// As many sockets under one port as hold a command to every device at once: the system spreads
+// datagrams over them by their addresses. Whether the port is taken shows without sharing alone.
+std::vector<dtctl::Fd> command_sockets(uint16_t port, uint32_t devices) {
+    constexpr uint32_t share = 100; // of devices, which a buffer of the usual size surely holds
+    constexpr uint32_t most = 256;
+    port = dtctl::local_port(command_socket(port, false));
+    std::vector<dtctl::Fd> sockets;
+    for (uint32_t i = 0; i < std::min(most, 1 + devices / share); ++i)
+        sockets.push_back(command_socket(port, true));
+    return sockets;
 }
 
 struct Datagram {
@@ -80,13 +104,18 @@ struct Simulator::Device {
 };
 
 Simulator::Simulator(const SimulatorOptions &options, Loop &loop)
-    : options_(options), loop_(loop), commands_(command_socket(options.port)),
+    : options_(options), loop_(loop), commands_(command_sockets(options.port, options.devices)),
       turns_(options.devices) {
-    options_.port = dtctl::local_port(commands_);
-    loop_.add(commands_.get(), [this] { receive_commands(); });
+    options_.port = dtctl::local_port(commands_.front());
+    for (const dtctl::Fd &socket : commands_)
+        numbers_.push_back(loop_.add(socket.get(), [this, &socket] { receive_commands(socket); }));
 }
 
-Simulator::~Simulator() = default;
+Simulator::~Simulator() {
+    for (size_t i = 0; i < commands_.size(); ++i) loop_.remove(numbers_[i], commands_[i].get());
+    for (const auto &[number, device] : devices_)
+        if (device->socket) loop_.remove(device->number, device->socket.get());
+}
 
 std::string Simulator::address_of(uint32_t device) {
     const uint32_t ip = first_address + device;
@@ -106,26 +135,28 @@ Manner Simulator::manner_of(uint32_t device) const {
     return options_.manners[device % options_.manners.size()];
 }
 
-void Simulator::receive_commands() {
+void Simulator::receive_commands(const dtctl::Fd &socket) {
     for (;;) {
-        const Datagram datagram = receive_datagram(commands_.get());
+        const Datagram datagram = receive_datagram(socket.get());
         if (datagram.size < 0) return;
-        const uint32_t device = datagram.to - first_address;
         dt::decode::Reader words{datagram.bytes, 0};
         const auto length = words.number<uint32_t>();
         const auto command = words.number<uint32_t>();
         const auto token = words.number<uint32_t>();
         const auto port = words.number<uint32_t>();
-        if (length != datagram.size || command > 3 || device >= options_.devices) continue;
-        if (manner_of(device) == Manner::dead) continue;
+        if (length != datagram.size || command > 3) continue;
         sockaddr_in server = datagram.from;
         server.sin_port = htons(static_cast<uint16_t>(port));
-        take_command(device, {server, token, command == 3});
+        const bool to_all = datagram.to == broadcast;
+        const uint32_t first = to_all ? 0 : datagram.to - first_address;
+        for (uint32_t i = first; i < (to_all ? options_.devices : first + 1); ++i)
+            take_command(i, {server, token, command == 3});
     }
 }
 
 // As in a device's socket, commands wait until the run before them is over.
 void Simulator::take_command(uint32_t number, const Command &command) {
+    if (number >= options_.devices || manner_of(number) == Manner::dead) return;
     ++counts_.commands;
     auto &device = devices_[number];
     if (!device) device = std::make_unique<Device>();
@@ -136,7 +167,14 @@ void Simulator::take_command(uint32_t number, const Command &command) {
     known.push_back(command.token);
     if (known.size() > remembered) known.pop_front();
     device->commands.push_back(command);
-    if (device->commands.size() == 1) begin(number);
+    if (device->commands.size() == 1) schedule(number);
+}
+
+// What all of them share bears so many runs a second: the others wait.
+void Simulator::schedule(uint32_t number) {
+    if (options_.rate == 0) return begin(number);
+    free_ = std::max(free_, now()) + Time(std::chrono::seconds(1)) / options_.rate;
+    turns_.set(number, free_);
 }
 
 void Simulator::begin(uint32_t number) {
@@ -147,7 +185,13 @@ void Simulator::begin(uint32_t number) {
     device.message = device.sent = 0;
     device.is_connected = false;
     device.socket = dtctl::Fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    // From its own address, so that no two of them run out of ports together.
+    const sockaddr_in own = address(first_address + number, 0);
     const auto *server = reinterpret_cast<const sockaddr *>(&command.server);
+    const int late = 1;
+    (void)::setsockopt(device.socket.get(), IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &late,
+                       sizeof late);
+    (void)::bind(device.socket.get(), reinterpret_cast<const sockaddr *>(&own), sizeof own);
     const bool begun =
         device.socket && (::connect(device.socket.get(), server, sizeof command.server) == 0 ||
                           errno == EINPROGRESS);
@@ -216,7 +260,7 @@ void Simulator::finish(uint32_t number, bool whole) {
     device.socket = dtctl::Fd();
     device.messages = {};
     device.commands.pop_front();
-    if (!device.commands.empty()) turns_.set(number, now());
+    if (!device.commands.empty()) schedule(number);
 }
 
 } // namespace dtfleet

@@ -20,6 +20,7 @@ struct SimulatorOptions {
     uint32_t devices = 100;
     uint32_t values = 100;
     uint16_t port = 9099;                        // UDP, of all devices
+    uint32_t rate = 0;                           // runs that begin in a second, at most; 0: any
     std::vector<Manner> manners;                 // of the devices in turns; empty: all good
     Time pause = std::chrono::milliseconds(100); // of trickling devices before each byte, of slow
                                                  // ones ten times that before each message
@@ -63,8 +64,9 @@ private:
     struct Device;
 
     Manner manner_of(uint32_t device) const;
-    void receive_commands();
+    void receive_commands(const dtctl::Fd &socket);
     void take_command(uint32_t device, const Command &command);
+    void schedule(uint32_t number);
     void begin(uint32_t number);
     void go_on(uint32_t number);
     void hear(uint32_t number);
@@ -73,9 +75,11 @@ private:
 
     SimulatorOptions options_;
     Loop &loop_;
-    dtctl::Fd commands_;
+    std::vector<dtctl::Fd> commands_;
+    std::vector<uint64_t> numbers_;                                 // of these, in the loop
     std::unordered_map<uint32_t, std::unique_ptr<Device>> devices_; // that have been asked
-    Agenda turns_;                                                  // of slow and trickling ones
+    Agenda turns_;                                                  // when each goes on by itself
+    Time free_{};                                                   // when the next run may begin
     SimulatorCounts counts_;
 };
 
