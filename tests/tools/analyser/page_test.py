@@ -1,18 +1,17 @@
 #!/usr/bin/env python3
 """The page that dtctl fcm --html makes, in a browser: what it shows, how it filters and leads to its lines, that it
 stays small whatever the file holds, and that it takes texts of a device for nothing else. page_test.py BUILD"""
-import json
-import os
 import struct
 import subprocess
 import sys
 import tempfile
 from pathlib import Path
 
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent))
+from browser import Browser, expect
+
 NAME = "<script>fault<!--.log"
 HOSTILE = '</script><script>document.title="x"</script><img src=x onerror=alert(1)>'
-FLAGS = ("no-sandbox disable-gpu disable-quic no-first-run disable-background-networking disable-component-update "
-         "disable-sync headless remote-debugging-pipe")
 
 
 def line(log, fault, stamp, text):
@@ -40,66 +39,8 @@ MANY = b"".join(line("run", f"fault{i % 300}", f"{1 + i // 10:04}/06/01 12:00:00
     value(0, "ids", "II", i, i) + value(0, "x", "II", 1, i) for i in range(100_000))
 
 
-class Browser:
-    """Chromium, driven by its own protocol over two pipes."""
-    def __init__(self, profile):
-        orders, self.orders = os.pipe()
-        self.events, events = os.pipe()
-        self.process = subprocess.Popen(
-            ["bash", "-c", f'exec chromium "$@" 3<&{orders} 4>&{events}', "-", f"--user-data-dir={profile}",
-             *(f"--{flag}" for flag in FLAGS.split())], pass_fds=(orders, events), stderr=subprocess.DEVNULL)
-        os.close(orders), os.close(events)
-        self.received, self.count, self.session, self.trouble = b"", 0, {}, []
-        target = self.call("Target.createTarget", url="about:blank")
-        self.session = {"sessionId": self.call("Target.attachToTarget", flatten=True, **target)["sessionId"]}
-        for domain in ("Page", "Runtime", "Log"):
-            self.call(f"{domain}.enable")
-
-    def until(self, **wanted):
-        message = {}
-        while not message.items() >= wanted.items():
-            while b"\0" not in self.received:
-                self.received += os.read(self.events, 1 << 16) or sys.exit("the browser has ended")
-            message, self.received = self.received.split(b"\0", 1)
-            message = json.loads(message)
-            self.trouble += [message] * (message.get("method") in ("Runtime.exceptionThrown", "Log.entryAdded"))
-        return message
-
-    def call(self, method, **params):
-        self.count += 1
-        order = json.dumps({"id": self.count, "method": method, "params": params, **self.session})
-        os.write(self.orders, order.encode() + b"\0")
-        return self.until(id=self.count)["result"]
-
-    def resize(self, width):
-        self.call("Emulation.setDeviceMetricsOverride", width=width, height=900, deviceScaleFactor=1, mobile=False)
-
-    def do(self, script):
-        """The script's value, once what it caused has been drawn; $ finds all elements of a selector."""
-        return self.call("Runtime.evaluate", awaitPromise=True, returnByValue=True, expression="""(async () => {
-            const $ = (selector) => [...document.querySelectorAll(selector)], done = %s; await new Promise((go) =>
-            requestAnimationFrame(() => setTimeout(go))); return done ?? null; })()""" % script)["result"]["value"]
-
-    def texts(self, selector):
-        return self.do(f"$({selector!r}).map((one) => one.textContent)")
-
-    def shows(self, what, lines, values, *marks):
-        expect(what, self.texts("output#counts, mark"), [f"{lines} lines · {values} values", *marks])
-
-    def press(self, *keys):
-        for key in keys:
-            self.call("Input.dispatchKeyEvent", type="keyDown", key=key, text=key if len(key) == 1 else "")
-
-    def point(self, lane, start, end):
-        """Presses the button in a lane at a share of its width, lets it go at another."""
-        box = self.do(f"$('canvas')[{lane}].getBoundingClientRect().toJSON()")
-        for kind, share in (("mousePressed", start), ("mouseMoved", end), ("mouseReleased", end)):
-            self.call("Input.dispatchMouseEvent", type=kind, button="left", clickCount=1,
-                      x=box["left"] + share * box["width"], y=box["top"] + box["height"] / 2)
-
-
-def expect(what, found, wanted):
-    assert found == wanted, f"{what}: {found} instead of {wanted}"
+def shows(browser, what, lines, values, *marks):
+    expect(what, browser.texts("output#counts, mark"), [f"{lines} lines · {values} values", *marks])
 
 
 def check_what_is_shown(browser):
@@ -127,26 +68,26 @@ def check_filters(browser):
                              ("fault=pump&fault=%3Cb%3Evalve&show=values&q=4711", "0 of 1,212", "1 of 12", "4711"),
                              ("show=constructor&fault=nobody&q=%0A", "0 of 1,212", "0 of 12")):
         browser.do(f"location.hash = '{fragment}'")
-        browser.shows(fragment, *shown)
+        shows(browser, fragment, *shown)
     expect("nothing", browser.do("$('#nothing')[0].hidden"), False)
     browser.do("location.hash = 'fault=%3Cb%3Evalve'")
     expect("hostile texts", browser.texts("#window b, #window p, img"), ["<b>valve", HOSTILE])
     browser.press("Escape", "/", "u", "n")
-    browser.shows("no word of the records is searched", "1 of 1,212", "5 of 12", "un")
+    shows(browser, "no word of the records is searched", "1 of 1,212", "5 of 12", "un")
     browser.press("Escape")
-    browser.shows("cleared", "1,212 of 1,212", "12 of 12")
+    shows(browser, "cleared", "1,212 of 1,212", "12 of 12")
 
 
 def check_timeline(browser):
     for what, start, end, lines in ("clicked", 0.05, 0.05, "11"), ("dragged", 0, 0.97, "1,211"):
         browser.point(0, start, end)
-        browser.shows(what, f"{lines} of 1,212", "12 of 12")
+        shows(browser, what, f"{lines} of 1,212", "12 of 12")
         browser.press("Escape")
     browser.point(3, 0.9828, 0.9828)
     expect("a mark's line", browser.texts("[aria-current] time"), ["01/02 03:00:00"])
     browser.press("ArrowLeft", "+", "+")
     expect("the line before", browser.texts("[aria-current] time"), ["01/02 01:19:59"])
-    browser.shows("nearer", "1,201 of 1,212", "12 of 12")
+    shows(browser, "nearer", "1,201 of 1,212", "12 of 12")
     browser.press("-", "-")
     expect("and back", browser.do("location.hash"), "")
     browser.press("Escape")
@@ -161,7 +102,7 @@ def check_size(browser):
     expect("last", browser.texts("#window time")[-1], "9999/06/01 12:00:00")
     browser.press("/", "b")
     assert 0 < browser.do("$('*').length * Math.sign($('mark').length)") < 4000, "many elements with marks, or none"
-    browser.shows("all", "99,990 of 99,990", "0 of 200,000", *browser.texts("mark"))
+    shows(browser, "all", "99,990 of 99,990", "0 of 200,000", *browser.texts("mark"))
 
 
 with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as folder:

@@ -4,6 +4,7 @@
 #include "fleet/web/web.h"
 #include "host/failure.h"
 #include "host/socket.h"
+#include "tools/fleet/shelf.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -27,64 +28,6 @@ using testing::StartsWith;
 
 constexpr const char *hostile = "</script>\"\\\n<img src=x onerror=alert(1)>";
 constexpr Microseconds long_ago = 1'000'000'000'000'000;
-
-DeviceState device(int64_t id, const std::string &name) {
-    DeviceState state;
-    state.id = id;
-    state.name = name;
-    state.groups = {"hall"};
-    state.interval = Seconds(60);
-    state.last_ok = state.last_try = wall_microseconds();
-    return state;
-}
-
-// What a test puts into the store, and what keeps its reading thread.
-struct Shelf {
-    std::mutex mutex;
-    std::vector<DeviceState> devices;
-    std::vector<Series> series;
-    std::vector<LatestValue> latest;
-    std::shared_future<void> held;
-    std::atomic<bool> is_locked = false;
-    std::atomic<int64_t> version = 1;
-    std::atomic<int> looks = 0;
-};
-
-class Shelved : public Reader {
-public:
-    explicit Shelved(Shelf &shelf) : shelf_(shelf) {}
-    int64_t version() override {
-        if (shelf_.is_locked) throw Unavailable("the database is locked");
-        if (shelf_.held.valid()) shelf_.held.wait();
-        return shelf_.version;
-    }
-    std::vector<DeviceState> devices() override {
-        const std::lock_guard lock(shelf_.mutex);
-        ++shelf_.looks;
-        return shelf_.devices;
-    }
-    std::optional<DeviceState> device(std::string_view name) override {
-        for (const DeviceState &one : devices())
-            if (one.name == name) return one;
-        return std::nullopt;
-    }
-    std::vector<Series> series() override { return shelf_.series; }
-    std::vector<Series> series_of(int64_t) override { return shelf_.series; }
-    std::vector<LatestValue> latest(int64_t, uint32_t) override { return shelf_.latest; }
-    bool values(const ValueQuery &, Place &, size_t, std::vector<FlatValue> &) override {
-        return false;
-    }
-    std::vector<RunRow> runs(int64_t, int64_t, size_t) override { return {}; }
-    std::vector<Point> points(int64_t, int64_t, uint32_t, Microseconds from, Microseconds,
-                              size_t) override {
-        return {Point{from, 2, static_cast<uint64_t>(-7), 9, 9}};
-    }
-    std::vector<LogLine> log(int64_t, int64_t, int64_t, size_t) override { return {}; }
-    std::vector<FaultRow> faults(int64_t, int64_t, size_t) override { return {}; }
-
-private:
-    Shelf &shelf_;
-};
 
 dtctl::Fd connected(uint16_t port) {
     dtctl::Fd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -393,6 +336,7 @@ TEST_F(WebTest, TellsOfValuesExactlyAndOfBytesAsTheyAre) {
     EXPECT_EQ(values[4]["text"], std::string(4095, 'x')) << "cut between characters";
     EXPECT_EQ(values[4]["size"], 4097);
     EXPECT_EQ(values[5]["gone"], true);
+    shelf.points = {{9, 2, static_cast<uint64_t>(-7), 9, 9}};
     const json chart = api("/api/points?from=9&to=99&series=2.0,1.4&" + name)["charts"];
     EXPECT_EQ(chart[0]["min"][0], "-7");
     EXPECT_EQ(chart[1]["ordinal"], 4);

@@ -19,6 +19,9 @@ const timeTexts = [
   [1e-3, '{HH}:{mm}:{ss}', date, null, date, null, null, null, 1],
 ];
 
+// Short enough for the room beside the chart.
+const numberText = (value) => (Math.abs(value) < 1e7 ? grouped(value) : value.toExponential(1));
+
 const colour = (name) => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
 
 export class Chart {
@@ -147,7 +150,8 @@ export class Chart {
     const edge = { stroke: colour('--band'), width: 1, points: { show: false }, paths: window.uPlot.paths.stepped({ align: 1 }) };
     return {
       ...size, legend: { show: false }, cursor: { y: false, drag: { setScale: false }, bind: { dblclick: () => () => this.go({}) } },
-      scales: { x: { time: true, auto: false } }, axes: [{ ...axis, values: timeTexts }, { ...axis, size: 72 }], bands: [{ series: [2, 1], fill: colour('--band') }],
+      scales: { x: { time: true, auto: false } }, axes: [{ ...axis, values: timeTexts }, 
+        { ...axis, size: 72, values: (plot, marks) => marks.map(numberText) }], bands: [{ series: [2, 1], fill: colour('--band') }],
       series: [{}, edge, edge, { stroke: colour('--accent'), width: 1.75, points: { show: false },
                                  paths: window.uPlot.paths.stepped({ align: 1 }) }],
       hooks: {

@@ -94,7 +94,8 @@ function runRow(run) {
   const good = run.outcome === 'whole';
   const parts = [['to connect', run.toConnect], ['to open', run.toOpening], ['to the end', run.toEnd]];
   return element('tr', {}, cell(element('time', { title: `run ${run.run}` }, clockText(run.time))),
-    cell(signOf(good ? 'ok' : 'failing'), ` ${run.outcome}`, run.kind === 'selftest' ? ' · self-test' : ''),
+    element('td', { class: 'end' }, signOf(good ? 'ok' : 'failing'), ` ${run.outcome}`,
+      run.kind === 'selftest' ? ' · self-test' : ''),
     element('td', { class: 'number', title: parts.map(([what, time]) => `${duration(time)} ${what}`).join(', ') },
       duration(run.toConnect + run.toOpening + run.toEnd)),
     element('td', { class: 'number' }, grouped(run.messages)), element('td', { class: 'number' }, grouped(run.bytes)),
@@ -309,17 +310,17 @@ const views = { values: () => new Values(false), log: () => new Logs(), faults: 
 function openView(hash) {
   const series = hash.get('series');
   const tab = hash.get('tab') in tabs ? hash.get('tab') : 'values';
-  const key = series ? `series ${series}` : tab;
+  const what = series ? `series ${series}` : tab;
   for (const link of at('#tabs').children) {
     const chosen = link.dataset.tab === tab;
     link.setAttribute('aria-selected', chosen);
     link.tabIndex = chosen ? 0 : -1;
     link.href = linkTo({ device: name, tab: link.dataset.tab === 'values' ? '' : link.dataset.tab });
   }
-  if (view?.key !== key) {
+  if (view?.what !== what) {
     view?.close?.();
     view = series ? new Chart(name, series) : views[tab]();
-    view.key = key;
+    view.what = what;
     at('#panel').replaceChildren(view.node);
     at('#panel').setAttribute('aria-labelledby', `tab-${tab}`);
   }

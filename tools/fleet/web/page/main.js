@@ -67,8 +67,9 @@ function key(event) {
   }
 }
 
-addEventListener('hashchange', () => {
-  if (!isDevice()) lastFleet = location.hash || '#';
+addEventListener('hashchange', (event) => {
+  const { hash } = new URL(event.oldURL);
+  if (!new URLSearchParams(hash.slice(1)).has('device')) lastFleet = hash || '#';
   at('#back').href = lastFleet;
   show();
 });
