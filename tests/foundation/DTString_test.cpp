@@ -10,6 +10,8 @@ TEST(Format, KnowsTheSizeOfAnArrayAndTrustsAPointer) {
     EXPECT_STREQ(DTString_FormatN(large, 3, "abc"), "ab");
     const wchar_t no_character[] = {wchar_t{0x7FFFFFFF}, 0}; // ends the text
     EXPECT_STREQ(DTString_FormatN(large, 100, "kept %ls lost", no_character), "kept ");
+    EXPECT_STREQ(DTString_FormatN(large, 0, "no room"), "kept ");
+    EXPECT_STREQ(DTString_FormatN(large, 1, "no text"), "");
 }
 
 TEST(HexDump, BreaksLinesAndStopsBeforeTheByteThatDoesNotFit) {

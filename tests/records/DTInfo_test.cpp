@@ -94,6 +94,11 @@ TEST_F(InfoStore, NoRecordBeginsWithAFreeByte) {
     DTInfo_Clear(store); // as with a position that a caller set beyond what there is
     store->use_addr = 1024;
     EXPECT_EQ(keys_of(store), "");
+    DTInfo *damaged = DTInfo_New(1024);
+    for (const size_t size : {100, 900}) append(damaged, "a", many(size));
+    DTMem_memcpy(damaged->memory, 106, "\xFF\xFF", 2); // the second seems to leave the block
+    EXPECT_EQ(append(damaged, "a", many(500)), -1);
+    EXPECT_EQ(DTMem_memcmp(damaged->memory, 0, std::string(104, '\xFF').data(), 104), 0);
 }
 
 TEST_F(InfoStore, ResizingKeepsOrEmpties) {

@@ -203,8 +203,10 @@ TEST_F(Table, IsNotRenderedWithAMissingColumnOrWithoutRoom) {
     EXPECT_EQ(length_with_table(bytes), 7u);
     DTBuf_Release(bytes);
     DTBuf_Release(words);
-    DTTable_SetCaption(table, std::string(150, 'c').c_str());
-    EXPECT_EQ(table->caption, std::string(99, 'c'));
+    const std::string longer(150, 'c');
+    DTTable_SetCaption(table, longer.c_str());
+    DTTable_SetTitle(table, 1, longer.c_str(), DTTABLE_INT32, "%d", 'L');
+    EXPECT_EQ(std::string(table->caption) + column(1)->title, std::string(198, 'c'));
 }
 
 TEST_F(Table, TotalsAddInTheColumnsOwnTypeAndWidenIt) {
