@@ -4,6 +4,7 @@
 #include "fleet/store/sqlite/database.h"
 #include "fleet/store/store.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <string>

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <map>
 #include <random>
 #include <set>
@@ -17,7 +18,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::SizeIs;
 
 // ---- values -------------------------------------------------------------------------------------
 
@@ -175,6 +175,150 @@ TEST(Store, KeepsWhatTheModelKeeps) {
     EXPECT_GT(model.rows.size(), 3000U);
     EXPECT_EQ(set_of(file, flat, 9), model.rows);
     EXPECT_EQ(set_of(file, sums, 12), hours);
+}
+
+// ---- logs ---------------------------------------------------------------------------------------
+
+// As many lines as both can share, by trying all.
+size_t most_in_common(const std::vector<Line> &stored, const std::vector<Line> &fresh) {
+    size_t n = std::min(stored.size(), fresh.size());
+    while (!std::equal(fresh.begin(), fresh.begin() + static_cast<std::ptrdiff_t>(n),
+                       stored.end() - static_cast<std::ptrdiff_t>(n)))
+        --n;
+    return n;
+}
+
+TEST(Logs, OverlapIsTheLongestSuffixThatBeginsTheNewLog) {
+    std::mt19937 random(1); // few different lines, so that they repeat
+    for (int turn = 0; turn < 5000; ++turn) {
+        std::vector<Line> stored(random() % 12), fresh(random() % 12);
+        for (auto *lines : {&stored, &fresh})
+            for (Line &line : *lines) line = {"", random() % 3 == 0 ? "b" : "a"};
+        ASSERT_EQ(overlap(stored, fresh), most_in_common(stored, fresh)) << turn;
+    }
+    EXPECT_TRUE(is_stamp("2026/01/31 12:00:00") && is_stamp("01/31 12:00:00"));
+    for (const char *text :
+         {"", "1/31 12:00:00", "01/31 12:00:0x", "01-31 12:00:00", "01/31 12:00:00 "})
+        EXPECT_FALSE(is_stamp(text)) << text;
+}
+
+// A device sends its last lines in each run; what scrolled away unseen is a gap. A run that broke
+// in the middle of a log must not be taken for one.
+TEST(Logs, LinesAreStoredOnceAndGapsAreMarked) {
+    const Scratch scratch;
+    const std::string file = scratch / "fleet.db";
+    Inventory inventory;
+    inventory.series.push_back({"boot", {}, 2, "", "", false, false});
+    inventory.series.push_back({"boot", {}, 3, "", "", false, true});
+    const auto store = open_store(file, {});
+    store->take_inventory(inventory);
+    uint64_t number = 0;
+    const auto send = [&](std::vector<std::string> lines, Outcome outcome, bool goes_on) {
+        ++number;
+        RunRecord run = make_run(number, "pump", static_cast<Microseconds>(number) * second);
+        run.outcome = outcome;
+        add_log(run, "log", 1, lines);
+        if (goes_on) add_number(run, "plain", 1, 5);
+        store->write({&run, 1});
+    };
+    send({"a", "b"}, Outcome::whole, true);
+    send({"a", "b", "c"}, Outcome::whole, false);
+    send({"a", "b", "c"}, Outcome::whole, true);
+    send({"b"}, Outcome::reset, false); // cut, maybe
+    send({"c", "d"}, Outcome::reset, true);
+    send({"x", "x"}, Outcome::whole, true);
+    send({"x", "x", "x"}, Outcome::whole, true);
+    const char *lines = "SELECT seq, text, gap_before FROM log WHERE series = "
+                        "(SELECT id FROM series WHERE collector = 'log') ORDER BY seq";
+    EXPECT_THAT(rows_of(file, lines, 3),
+                ElementsAre("1|a|0", "2|b|0", "3|c|0", "4|d|0", "5|x|1", "6|x|0", "7|x|0"));
+    EXPECT_THAT(rows_of(file, "SELECT 1 FROM value_flat WHERE collector = 'log'", 1), IsEmpty());
+
+    RunRecord run = make_run(++number, "pump", day); // what the inventory says goes before the form
+    add_log(run, "boot", 2, {"no log"});
+    add_text(run, "boot", 3, "no stamp");
+    add_text(run, "boot", 3, "a log");
+    add_log(run, "boot", 4, {"a log"});
+    add_text(run, "boot", 4, "whose last text is missing");
+    store->write({&run, 1});
+    EXPECT_THAT(
+        rows_of(file, "SELECT key, log FROM series WHERE collector = 'boot' ORDER BY key", 2),
+        ElementsAre("2|0", "3|1", "4|0"));
+}
+
+// ---- devices ------------------------------------------------------------------------------------
+
+TEST(Store, DevicesKeepTheirHistoryThroughWhatOperatorsDo) {
+    const Scratch scratch;
+    const std::string file = scratch / "fleet.db";
+    const auto store = open_store(file, {});
+    Inventory inventory;
+    inventory.devices.resize(2);
+    inventory.devices[0].name = "fan";
+    inventory.devices[1].name = "pump";
+    inventory.devices[1].identity = 0x0102;
+    store->take_inventory(inventory);
+    const auto run = [&](const char *device, uint64_t number, Outcome outcome, Kind kind) {
+        RunRecord record = make_run(number, device, static_cast<Microseconds>(number));
+        record.outcome = outcome;
+        record.kind = kind;
+        record.identity = 0x0103;
+        add_number(record, "c", 1, number);
+        store->write({&record, 1});
+    };
+    run("pump", 1, Outcome::whole, Kind::collection);
+    run("pump", 2, Outcome::silent, Kind::collection);
+    run("pump", 3, Outcome::reset, Kind::selftest);     // no try
+    run("pump", 4, Outcome::stopped, Kind::collection); // not the device's fault
+    run("fan", 5, Outcome::whole, Kind::collection);
+    const char *devices =
+        "SELECT name, listed, identity_expected, identity_seen, last_try, last_ok, failures, "
+        "paused_until FROM device ORDER BY name";
+    EXPECT_THAT(rows_of(file, devices, 8),
+                ElementsAre("fan|1|259|259|5|5|0|0", "pump|1|258|259|2|1|1|0"));
+
+    EXPECT_THROW(store->rename("pump", "fan"), dtctl::Failure);
+    EXPECT_THROW(store->forget("nobody"), dtctl::Failure);
+    store->accept("pump");
+    store->pause("pump", 77);
+    inventory.devices[1].name = "pump2"; // the file first, then the command
+    store->take_inventory(inventory);
+    store->rename("pump", "pump2");
+    EXPECT_THAT(rows_of(file, devices, 8),
+                ElementsAre("fan|1|259|259|5|5|0|0", "pump2|1|259|259|2|1|1|77"));
+    store->take_inventory(inventory); // says nothing new of the identity that was accepted
+    store->forget("fan");
+    while (store->tidy()) {
+    }
+    EXPECT_THAT(rows_of(file, devices, 8), ElementsAre("pump2|1|259|259|2|1|1|77"));
+    EXPECT_THAT(rows_of(file, "SELECT DISTINCT device FROM value_flat", 1), ElementsAre("pump2"));
+    EXPECT_THAT(rows_of(file, "SELECT count(*) FROM value", 1), ElementsAre("4"));
+}
+
+// ---- files --------------------------------------------------------------------------------------
+
+TEST(Store, RefusesWhatIsNotItsOwn) {
+    const Scratch scratch;
+    const std::string file = scratch / "fleet.db";
+    const auto refusal = [](const std::string &path) -> std::string {
+        try {
+            open_store(path, {});
+            return "";
+        } catch (const dtctl::Failure &failure) {
+            return failure.what();
+        }
+    };
+    open_store(file, {});
+    EXPECT_EQ(refusal(file), "");
+    sqlite::Database(file, sqlite::Database::Access::write).execute("PRAGMA user_version = 99");
+    EXPECT_THAT(refusal(file), HasSubstr("newer"));
+    sqlite::Database(scratch / "other", sqlite::Database::Access::make)
+        .execute("CREATE TABLE t(a)");
+    EXPECT_THAT(refusal(scratch / "other"), HasSubstr("another program"));
+    EXPECT_THAT(rows_of(scratch / "other", "PRAGMA journal_mode", 1), ElementsAre("delete"));
+    std::ofstream(scratch / "text") << std::string(5000, 'x');
+    EXPECT_THAT(refusal(scratch / "text"), HasSubstr("not a database"));
+    EXPECT_THAT(refusal(scratch / "no/such/place"), HasSubstr("unable to open"));
 }
 
 } // namespace

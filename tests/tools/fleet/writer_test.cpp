@@ -1,0 +1,228 @@
+// The writer's thread: what it promises when the database is slow, refuses, or the process dies.
+#include "fleet/store/writer.h"
+#include "host/failure.h"
+#include "samples.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <random>
+
+namespace dtfleet {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+template <typename Condition> void wait_until(Condition condition) {
+    while (!condition()) std::this_thread::sleep_for(1ms);
+}
+
+// Holds each transaction until it is let through, and takes all runs but those of "poison".
+struct Gate {
+    std::mutex mutex;
+    std::vector<std::string> taken;
+};
+
+class GatedStore : public Store {
+public:
+    explicit GatedStore(Gate &gate) : gate_(gate) {}
+    void write(std::span<const RunRecord> runs) override {
+        const std::lock_guard lock(gate_.mutex);
+        for (const RunRecord &run : runs)
+            if (run.device == "poison") throw dtctl::Failure(dtctl::Exit::failed, "never");
+        for (const RunRecord &run : runs) gate_.taken.push_back(run.device);
+    }
+    void take_inventory(const Inventory &) override { gate_.taken.push_back("inventory"); }
+    bool tidy() override { return false; }
+    std::string no_room() override { return {}; }
+    bool is_clock_held() override { return true; }
+    void pause(const std::string &, Microseconds) override {}
+    void rename(const std::string &, const std::string &) override {}
+    void forget(const std::string &device) override { gate_.taken.push_back("forget " + device); }
+    void accept(const std::string &) override { throw dtctl::Failure(dtctl::Exit::usage, "no"); }
+    void accept_clock() override {}
+
+private:
+    Gate &gate_;
+};
+
+TEST(Writer, AFullQueueLetsNoRunBeginAndAllIsDoneInOrder) {
+    Gate gate;
+    std::unique_lock closed(gate.mutex);
+    Writer::Bounds bounds;
+    bounds.runs = 3;
+    std::optional<Writer> writer(std::in_place, std::make_unique<GatedStore>(gate), bounds);
+    std::vector<std::string> done;
+    for (const char *device : {"a", "poison", "b"}) {
+        EXPECT_TRUE(writer->has_room());
+        writer->put(make_run(1, device, 1));
+    }
+    EXPECT_FALSE(writer->has_room());
+    EXPECT_THAT(writer->not_ready(), HasSubstr("keep up"));
+    writer->post([](Store &store) { store.forget("a"); },
+                 [&](const std::string &error) { done.push_back("forgot" + error); });
+    writer->post([](Store &store) { store.accept("a"); },
+                 [&](const std::string &error) { done.push_back(error); });
+    closed.unlock();
+    wait_until([&] { return writer->deliver(), done.size() == 2; });
+    EXPECT_THAT(done, ElementsAre("forgot", "no"));
+    EXPECT_TRUE(writer->has_room());
+    const Writer::Counts counts = writer->counts();
+    EXPECT_EQ(std::tuple(counts.stored, counts.dropped, counts.writing), std::tuple(2, 1, 0));
+    EXPECT_TRUE(counts.clock_held);
+    writer->put(make_run(2, "c", 1));
+    writer.reset();
+    EXPECT_THAT(gate.taken, ElementsAre("a", "b", "forget a", "c"));
+}
+
+// How many bytes a file may have, until the end of the scope.
+class FileLimit {
+public:
+    explicit FileLimit(rlim_t bytes) {
+        ::getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit{bytes, before_.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileLimit() { ::setrlimit(RLIMIT_FSIZE, &before_); }
+    FileLimit(const FileLimit &) = delete;
+    FileLimit &operator=(const FileLimit &) = delete;
+
+private:
+    rlimit before_{};
+};
+
+// Locked by another program, then without room on the disk: nothing is asked and nothing is lost,
+// and it goes on by itself.
+TEST(Writer, TroubleStopsAskingAndPasses) {
+    const auto before = std::signal(SIGXFSZ, SIG_IGN);
+    const Scratch scratch;
+    const std::string file = scratch / "fleet.db";
+    Writer writer(open_store(file, {}));
+    uint64_t number = 0;
+    const auto put_some = [&] {
+        for (int i = 0; i < 50; ++i) {
+            RunRecord run = make_run(++number, "pump", 1);
+            add_text(run, "c", 1, std::string(3000, static_cast<char>('a' + number % 26)));
+            writer.put(std::move(run));
+        }
+    };
+    {
+        sqlite::Database other(file, sqlite::Database::Access::write);
+        const sqlite::Transaction transaction(other, sqlite::Transaction::Kind::write);
+        put_some();
+        wait_until([&] { return !writer.not_ready().empty(); });
+        EXPECT_THAT(writer.not_ready(), HasSubstr("locked"));
+        EXPECT_FALSE(writer.has_room());
+        std::string refusal;
+        writer.post([](Store &store) { store.pause("pump", 1); },
+                    [&](const std::string &error) { refusal = error; });
+        wait_until([&] { return writer.deliver(), !refusal.empty(); });
+        EXPECT_THAT(refusal, HasSubstr("locked"));
+    }
+    wait_until([&] { return writer.counts().stored == number; });
+    {
+        const FileLimit limit(100'000);
+        put_some();
+        wait_until([&] { return !writer.not_ready().empty(); });
+        EXPECT_FALSE(writer.has_room());
+    }
+    wait_until([&] { return writer.counts().stored == number; });
+    wait_until([&] { return writer.has_room(); });
+    EXPECT_THAT(rows_of(file, "SELECT count(*), count(DISTINCT run) FROM value_flat", 2),
+                ElementsAre("100|100"));
+    std::signal(SIGXFSZ, before);
+}
+
+// ---- killed -------------------------------------------------------------------------------------
+
+constexpr uint64_t values_a_run = 20;
+
+RunRecord numbered_run(uint64_t number) {
+    RunRecord run = make_run(number, fmt::format("device {}", number % 7), 1);
+    for (uint32_t key = 0; key < values_a_run; ++key) add_number(run, "c", key, number * 100 + key);
+    return run;
+}
+
+// Puts the runs that the one before it may not have stored, and more for ever, and tells how many
+// are stored.
+[[noreturn]] void write_until_killed(const std::string &file, uint64_t first, int told) {
+    Writer writer(open_store(file, {}));
+    for (uint64_t number = first;; ++number) {
+        writer.put(numbered_run(number));
+        do {
+            const uint64_t stored = writer.counts().stored;
+            if (::write(told, &stored, sizeof stored) != sizeof stored) ::_exit(1);
+            std::this_thread::sleep_for(100us);
+        } while (writer.counts().writing > 2000);
+    }
+}
+
+uint64_t last_told(int told) {
+    uint64_t stored = 0;
+    uint64_t last = 0;
+    while (::read(told, &stored, sizeof stored) == sizeof stored) last = stored;
+    return last;
+}
+
+// Runs that were reported stored; the child lives for a random time.
+uint64_t stored_by_child(const std::string &file, uint64_t first, std::chrono::milliseconds life) {
+    int pipe[2];
+    if (::pipe(pipe) != 0) throw std::runtime_error("no pipe");
+    const pid_t child = ::fork();
+    if (child == 0) write_until_killed(file, first, pipe[1]);
+    ::close(pipe[1]);
+    std::thread killer([&] {
+        std::this_thread::sleep_for(life);
+        ::kill(child, SIGKILL);
+    });
+    const uint64_t stored = last_told(pipe[0]);
+    killer.join();
+    ::waitpid(child, nullptr, 0);
+    ::close(pipe[0]);
+    return stored;
+}
+
+TEST(Writer, KilledAtAnyMomentItHasStoredWholeRunsOnce) {
+    const char *wanted = std::getenv("DT_KILLS");
+    const int kills = wanted ? std::atoi(wanted) : 3;
+    const Scratch scratch;
+    const std::string file = scratch / "fleet.db";
+    open_store(file, {});
+    std::mt19937 random(static_cast<unsigned>(::getpid()));
+    uint64_t first = 1;
+    for (int kill = 0; kill < kills; ++kill) {
+        const uint64_t stored =
+            stored_by_child(file, first, std::chrono::milliseconds(300 + random() % 1500));
+        SCOPED_TRACE(fmt::format("kill {}: {} stored from {}", kill, stored, first));
+        const auto there = rows_of(file, "SELECT count(*) FROM collection", 1);
+        ASSERT_GE(std::stoull(there[0]), first - 1 + stored);
+        ASSERT_THAT(rows_of(file, "PRAGMA integrity_check", 1), ElementsAre("ok"));
+        // Each has its values, next to those of the run before it; none is missing or half.
+        ASSERT_THAT(rows_of(file,
+                            "SELECT id FROM collection WHERE count <> 20 OR "
+                            "first <> 20 * (id - 1) + 1",
+                            1),
+                    IsEmpty());
+        ASSERT_THAT(rows_of(file,
+                            "SELECT id FROM value WHERE value <> (id - 1) / 20 * 100 + 100 + "
+                            "(id - 1) % 20",
+                            1),
+                    IsEmpty());
+        ASSERT_THAT(rows_of(file, "SELECT count(*) FROM value", 1),
+                    ElementsAre(std::to_string(std::stoull(there[0]) * values_a_run)));
+        const uint64_t last = std::stoull(there[0]);
+        first = last > 30 ? last - 29 : 1; // some are put again
+    }
+    EXPECT_GT(first, 1U);
+}
+
+} // namespace
+} // namespace dtfleet
