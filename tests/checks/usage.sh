@@ -44,8 +44,21 @@ misled "--bind is given more than once" config --bind a --bind b x
 misled "--json cannot be perhaps" fcm --json=perhaps x
 misled "--output: '' names no file" fcm x --output ""
 misled "--watch: 'nan' is not a number" collect --device 127.0.0.1 --watch nan
-misled "--command: 3 is not within 0 to 2" collect --device a --command 3
-misled "--port: 65536 is not within 0 to 65535" config --port 65536 x
+while read -r command option value range; do
+    misled "$option: $value is not within $range" $command "$option" "$value" x
+done <<'END'
+collect --device-port 0 1 to 65535
+collect --listen 65536 0 to 65535
+collect --sequence -1 0 to 2147483647
+collect --timeout 0 0.1 to 86400
+collect --deadline 0 0.1 to 604800
+collect --resend 101 0 to 100
+collect --max-value 0 1 to 2047
+collect --command 3 0 to 2
+collect --watch 604801 0.1 to 604800
+decode --max-value 0 1 to 2047
+config --port 65536 0 to 65535
+END
 misled "--html" fcm --html --json /dev/null
 [ "$("$dtctl" help fcm)" = "$("$dtctl" fcm --help)" ] && [ "$("$dtctl" help)" = "$("$dtctl" --help)" ] ||
     { echo "dtctl help fails" && failed=1; }
@@ -56,7 +69,6 @@ refuses 5 "$0 does not look like a fault log: byte " fcm "$0"
 refuses 1 "cannot read /nowhere: No such" fcm /nowhere
 refuses 1 "cannot read /: Is a directory" fcm /
 refuses 1 "cannot read /: Is a directory" decode /
-refuses 2 "--timeout: 0 is not within 0.1 to 86400" collect --device 127.0.0.1 --timeout 0
 refuses 1 "cannot read /nowhere" config /nowhere
 refuses 1 "cannot read /dev/zero: File too large" config /dev/zero
 refuses 4 "192.0.2.1" config --bind 192.0.2.1 --port 0 /dev/null

@@ -76,15 +76,20 @@ struct Piece {
     std::string payload;
 };
 
-// The streams that come of some segments; "..." stands for what is missing.
+std::vector<int64_t> times; // of the last stream: begun, opened, ended; whether closed, and reset
+
+// The streams that come of some segments, one each microsecond; "..." stands for what is missing.
 Texts streams_of(const std::vector<Piece> &pieces) {
     Texts streams;
     dtctl::Streams all(3, [&](const dtctl::Collected &collected) {
         streams.push_back(collected.bytes + (collected.incomplete ? "..." : ""));
+        times = {collected.begun, collected.opened, collected.ended, collected.closed,
+                 collected.reset};
     });
+    int64_t now = 0;
     for (const Piece &piece : pieces) {
         const std::string bytes = packet(piece.sequence, piece.flags, piece.payload);
-        all.take(*dtctl::segment_of(101, bytes_of(bytes)), 0);
+        all.take(*dtctl::segment_of(101, bytes_of(bytes)), ++now);
     }
     all.end();
     return streams;
@@ -115,6 +120,13 @@ TEST(Streams, WhereTheyBeginAndEnd) {
     EXPECT_EQ(streams_of({first, {next + 4, fin, ""}}), Texts{opening + "..."});
     EXPECT_EQ(streams_of({first, {4, ack, "x"}, {9, rst, ""}, {next, ack, data}}),
               Texts{opening}); // asked whether it is alive; broken off
+    EXPECT_EQ(times, (std::vector<int64_t>{1, 1, 3, false, true}));
+    EXPECT_EQ(streams_of({begin,
+                          {5, ack, opening.substr(0, 7)},
+                          {12, ack, opening.substr(7)},
+                          {next, fin, data}}),
+              Texts{opening + data});
+    EXPECT_EQ(times, (std::vector<int64_t>{1, 3, 4, true, false}));
     EXPECT_EQ(streams_of({begin, first, {90, syn, ""}, {91, ack, opening}}),
               (Texts{opening, opening})); // the same ports again
     EXPECT_EQ(streams_of({begin, {5, ack, "GET / HTTP"}, {15, fin, ""}, {5, ack, "GET"}}), Texts{});

@@ -8,7 +8,9 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <thread>
 #include <vector>
 
@@ -135,7 +137,10 @@ TEST(Session, SilenceEndsItAfterTheCommandWasRepeated) {
 }
 
 // Single bytes do not put off the time-out, nor whole messages the deadline.
+// Whatever the signals.
 TEST(Session, ADeviceThatFallsSilentOrTricklesEndsIt) {
+    std::signal(SIGALRM, [](int) {});
+    ::ualarm(50'000, 50'000);
     const std::string header = "\x0C\x04"s + end.substr(2); // of the longest message
     for (const auto &[first, piece] :
          {std::pair{opening, ""s}, {opening + header, "x"}, {opening, end}}) {
@@ -155,6 +160,7 @@ TEST(Session, ADeviceThatFallsSilentOrTricklesEndsIt) {
         EXPECT_TRUE(answers != Sizes{1} || outcome.error.starts_with("message ")) << outcome.error;
         EXPECT_EQ(outcome.error.ends_with("the run is not over after 0.3 s"), piece == end);
     }
+    ::ualarm(0, 0);
 }
 
 TEST(Session, AnAddressOrPortThatIsTakenRefusesOrIsLooselyWrittenIsUnreachable) {
