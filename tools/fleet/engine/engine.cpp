@@ -28,14 +28,6 @@ RunId new_id() {
 
 constexpr size_t place_of(size_t slot, Kind kind) { return 2 * slot + static_cast<size_t>(kind); }
 
-// When the wall clock showed that, or will, if nobody sets it.
-Time moment_of(Microseconds wall) {
-    constexpr Microseconds latest = Microseconds{1} << 52; // 142 years: no sum with it wraps
-    return now() +
-           std::chrono::microseconds(std::clamp<Microseconds>(wall, 0, latest) -
-                                     std::clamp<Microseconds>(wall_microseconds(), 0, latest));
-}
-
 // Whether a host may hear what is sent to that broadcast address: of the networks that have it, the
 // largest.
 bool hears(in_addr_t host, in_addr_t broadcast) {
@@ -164,7 +156,7 @@ void Engine::pause(std::string_view device, Time until) {
 
 void Engine::rename(std::string_view from, const std::string &to) {
     const auto known = slots_.find(std::string(from));
-    if (known == slots_.end() || from == to) return;
+    if (known == slots_.end() || find(to) != none) return;
     const size_t slot = known->second;
     slots_.erase(known);
     slots_[to] = slot;

@@ -42,15 +42,14 @@ public:
     void take_inventory(std::shared_ptr<const Inventory> inventory);
     bool is_taking() const { return incoming_.has_value(); }
 
-    bool is_listed(std::string_view device) const { return find(device) != none; }
-
     // Asks a device out of its turn. False, with a reason, when it is unknown or being asked.
     bool ask(std::string_view device, Kind kind, Answer answer, std::string &reason);
 
     // A device's turns are left out until then. An unknown one is nothing to complain about here.
     void pause(std::string_view device, Time until);
 
-    // Its slot, with all that is known of it, gets another name, which must not be listed.
+    // Its slot, with all that is known of it, gets another name; nothing when the inventory has
+    // that name already.
     void rename(std::string_view from, const std::string &to);
 
     // Begins no run on a network until then, and counts those that are open there.

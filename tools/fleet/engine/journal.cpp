@@ -117,4 +117,20 @@ bool Troubles::sum_up(const std::string &device, Trouble &trouble, Time time) {
     return true;
 }
 
+void Hindrance::note(const std::string &reason, uint64_t dropped, Time time) {
+    if (reason.empty() && is_said_) journal_.say(Journal::Level::notice, "devices are asked again");
+    if (reason.empty()) is_said_ = false;
+    if (time < quiet_until_) return;
+    if (!reason.empty() && !is_said_) {
+        is_said_ = true;
+        journal_.say(Journal::Level::error, fmt::format("no device is asked: {}", reason));
+        quiet_until_ = time + std::chrono::minutes(1);
+    }
+    if (dropped == dropped_) return;
+    journal_.say(Journal::Level::error,
+                 fmt::format("{} runs were lost, they could not be stored", dropped - dropped_));
+    dropped_ = dropped;
+    quiet_until_ = time + std::chrono::minutes(1);
+}
+
 } // namespace dtfleet

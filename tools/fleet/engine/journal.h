@@ -60,4 +60,19 @@ private:
     std::unordered_map<std::string, Trouble> devices_;
 };
 
+// That runs cannot be stored, and the end of it.
+class Hindrance {
+public:
+    explicit Hindrance(Journal &journal) : journal_(journal) {}
+
+    // reason: why no run may begin, empty for none; dropped: runs lost since the start.
+    void note(const std::string &reason, uint64_t dropped, Time time);
+
+private:
+    Journal &journal_;
+    bool is_said_ = false;
+    Time quiet_until_{}; // what comes and goes is said once a minute
+    uint64_t dropped_ = 0;
+};
+
 } // namespace dtfleet

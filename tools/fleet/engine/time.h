@@ -1,6 +1,7 @@
 // The engine's clocks.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 
@@ -20,6 +21,13 @@ inline Time now() {
 inline int64_t wall_microseconds() {
     using namespace std::chrono;
     return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+// When the wall clock showed that, or will, if nobody sets it.
+inline Time moment_of(int64_t wall) {
+    constexpr int64_t latest = int64_t{1} << 52; // 142 years: no sum with it wraps
+    return now() + std::chrono::microseconds(std::clamp<int64_t>(wall, 0, latest) -
+                                             std::clamp<int64_t>(wall_microseconds(), 0, latest));
 }
 
 inline uint32_t microseconds_between(Time begin, Time end) {

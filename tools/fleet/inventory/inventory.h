@@ -106,6 +106,9 @@ struct Loaded {
 // complaint.
 Loaded load_inventory(const std::string &path);
 
+// Whether a device or group may be called so: 1 to 200 bytes that can be shown, and no backslash.
+bool is_name(std::string_view text);
+
 // "10s", "5m", "2h", "7d"; nothing for anything else, 0 and what is above ten years.
 std::optional<Seconds> parse_duration(std::string_view text);
 

@@ -12,6 +12,10 @@ constexpr size_t longest_name = 200;
 
 } // namespace
 
+bool is_name(std::string_view text) {
+    return !text.empty() && text.size() <= longest_name && dtctl::escape(text) == text;
+}
+
 void Source::complain(size_t line, const std::string &text) {
     if (complaints_.size() < most_complaints)
         complaints_.push_back({file_, line, dtctl::escape(text)});
@@ -38,8 +42,7 @@ std::optional<std::string> Table::text(std::string_view key) {
 std::optional<std::string> Table::name(std::string_view key) {
     auto value = text(key);
     if (!value) return std::nullopt;
-    if (!value->empty() && value->size() <= longest_name && dtctl::escape(*value) == *value)
-        return value;
+    if (is_name(*value)) return value;
     complain(key, fmt::format("must have 1 to {} bytes, none of them a control character or a "
                               "backslash",
                               longest_name));

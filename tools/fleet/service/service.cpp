@@ -71,27 +71,34 @@ std::string control_path(const Inventory &inventory, const std::string &file) {
     return std::filesystem::path(file).parent_path() / own;
 }
 
-void Service::Witness::put(RunRecord run) {
-    const Time time = now();
-    troubles_.note(run, time);
-    for (const std::string &report : identities_.note(run, time))
-        journal_.say(Level::warning, report);
-    outlet_.put(std::move(run));
+std::string database_path(const Inventory &inventory, const std::string &file) {
+    if (inventory.database.find("://") != std::string::npos) return inventory.database;
+    return std::filesystem::path(file).parent_path() / inventory.database;
 }
 
-Service::Service(std::string file, Outlet &outlet)
+Service::Service(std::string file)
     : file_(std::move(file)),
       inventory_(std::make_shared<const Inventory>(checked_inventory(file_))),
-      witness_(outlet, journal_), signals_(signal_descriptor()),
-      engine_(inventory_, loop_, witness_),
+      signals_(signal_descriptor()),
       control_(
           control_path(*inventory_, file_), loop_,
           [this](const json &request, const Control::Reply &reply) { answer(request, reply); }),
+      writer_(open_store(database_path(*inventory_, file_), inventory_->retention)),
+      witness_(writer_, journal_), engine_(inventory_, loop_, witness_),
+      operators_(inventory_, engine_, writer_, witness_),
       reloader_(file_, loop_, [this](Loaded loaded) { take_loaded(std::move(loaded)); }) {
     loop_.add(signals_.get(), [this] { take_signals(); });
+    loop_.add(writer_.fd(), [this] { writer_.deliver(); });
+    writer_.take_inventory(inventory_);
     witness_.identities().take_inventory(*inventory_);
-    const size_t wanted = inventory_->limits.open + inventory_->limits.waiting + 512;
-    if (const size_t allowed = dtctl::allow_descriptors(); allowed < wanted)
+    check_descriptors();
+}
+
+void Service::check_descriptors() {
+    constexpr size_t besides = 512; // strangers, the page, the database, commands
+    const size_t wanted = inventory_->limits.open + inventory_->limits.waiting + besides;
+    const size_t allowed = dtctl::allow_descriptors();
+    if (allowed < wanted)
         journal_.say(Level::warning,
                      fmt::format("{} descriptors are allowed, and the limits on runs may need {}",
                                  allowed, wanted));
@@ -106,6 +113,8 @@ void Service::run() {
     }
     notify_.stopping();
     engine_.stop();
+    for (const Time end = now() + Seconds(2); witness_.is_holding() && now() < end;)
+        loop_.wait(end);
 }
 
 void Service::turn(Time time) {
@@ -118,10 +127,22 @@ void Service::tick(Time time) {
     next_tick_ = time + tick_time;
     control_.pass(time);
     witness_.troubles().pass(time);
+    Snapshot now = snapshot(time);
+    hindrance_.note(now.not_ready, now.dropped, time);
+    board_.put(std::move(now));
+}
+
+Snapshot Service::snapshot(Time time) const {
     Snapshot snapshot;
     engine_.describe(snapshot);
+    const Writer::Counts counts = writer_.counts();
+    snapshot.stored = counts.stored;
+    snapshot.dropped = counts.dropped;
+    snapshot.writing = counts.writing;
+    snapshot.clock_held = counts.clock_held;
+    snapshot.not_ready = writer_.not_ready();
     snapshot.turned = time;
-    board_.put(std::move(snapshot));
+    return snapshot;
 }
 
 void Service::take_signals() {
@@ -156,6 +177,7 @@ void Service::take_loaded(Loaded loaded) {
         journal_.say(Level::warning, fmt::format("a restart is needed for a new {}", fixed));
     engine_.take_inventory(inventory_);
     witness_.identities().take_inventory(*inventory_);
+    writer_.take_inventory(inventory_);
     is_reloading_ = true;
 }
 
@@ -170,37 +192,19 @@ void Service::finish_reload(const json &answer) {
 // ---- commands -----------------------------------------------------------------------------------
 
 void Service::answer(const json &request, const Control::Reply &reply) {
-    if (request.contains("ask")) return ask(request, reply);
-    if (request.contains("discover")) return hold(request, reply);
+    if (operators_.answer(request, reply)) return;
+    if (request.contains("status")) return reply(status());
     if (!request.contains("reload")) return reply({{"error", "an unknown request"}});
     reload_replies_.push_back(reply);
     reload();
 }
 
-void Service::ask(const json &request, const Control::Reply &reply) {
-    const Kind kind = request.contains("selftest") ? Kind::selftest : Kind::collection;
-    const auto done = [reply](const RunRecord &run) {
-        reply(
-            {{"run", id_text(run.id)}, {"outcome", text_of(run.outcome)}, {"reason", run.reason}});
-    };
-    std::string reason;
-    if (!request["ask"].is_string()) return reply({{"error", "ask takes a device's name"}});
-    if (!engine_.ask(request["ask"].get<std::string>(), kind, done, reason))
-        reply({{"error", reason}});
-}
-
-// Somebody discovers devices on a network: until then it is theirs.
-void Service::hold(const json &request, const Control::Reply &reply) {
-    in_addr broadcast{};
-    const json seconds = request.value("seconds", json(0));
-    if (!request["discover"].is_string() || !seconds.is_number_unsigned() ||
-        seconds.get<uint64_t>() > 60 ||
-        ::inet_pton(AF_INET, request["discover"].get<std::string>().c_str(), &broadcast) != 1)
-        return reply({{"error", "discover takes a broadcast address and up to 60 seconds"}});
-    const Time until = now() + Seconds(seconds.get<int64_t>());
-    const size_t open = engine_.hold(broadcast.s_addr, until);
-    if (open != 0) engine_.hold(0, Time(0));
-    reply({{"open", open}});
+json Service::status() const {
+    const Snapshot now = snapshot(dtfleet::now());
+    return {{"devices", now.devices},    {"queued", now.queued}, {"waiting", now.waiting},
+            {"open", now.connected},     {"stored", now.stored}, {"writing", now.writing},
+            {"dropped", now.dropped},    {"window", now.window}, {"clock_held", now.clock_held},
+            {"not_ready", now.not_ready}};
 }
 
 } // namespace dtfleet

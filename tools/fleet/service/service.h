@@ -3,12 +3,15 @@
 
 #include "fleet/engine/control.h"
 #include "fleet/engine/engine.h"
-#include "fleet/engine/identities.h"
 #include "fleet/engine/journal.h"
 #include "fleet/service/notify.h"
+#include "fleet/service/operators.h"
 #include "fleet/service/reloader.h"
+#include "fleet/service/witness.h"
+#include "fleet/store/writer.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,52 +23,42 @@ Inventory checked_inventory(const std::string &path);
 // The socket of the service that this inventory makes.
 std::string control_path(const Inventory &inventory, const std::string &file);
 
+// Its database: a file, beside the inventory's unless its path begins at the root, or an address.
+std::string database_path(const Inventory &inventory, const std::string &file);
+
 class Service {
 public:
-    // The file is read, and read again on request. Throws dtctl::Failure for its mistakes, and when
-    // a port or the control socket is taken.
-    Service(std::string file, Outlet &outlet);
+    // The file is read, and read again on request. Throws dtctl::Failure for its mistakes, when
+    // a port or the control socket is taken, and when the database cannot be used.
+    explicit Service(std::string file);
 
     // Until SIGINT or SIGTERM; SIGHUP reads the inventory again.
     void run();
 
 private:
-    // Sees each run on its way.
-    class Witness final : public Outlet {
-    public:
-        Witness(Outlet &outlet, Journal &journal) : outlet_(outlet), journal_(journal) {}
-        bool has_room() const override { return outlet_.has_room(); }
-        void put(RunRecord run) override;
-
-        Troubles &troubles() { return troubles_; }
-        Identities &identities() { return identities_; }
-
-    private:
-        Outlet &outlet_;
-        Journal &journal_;
-        Troubles troubles_{journal_};
-        Identities identities_;
-    };
-
+    void check_descriptors();
     void turn(Time time);
     void tick(Time time);
+    Snapshot snapshot(Time time) const;
     void take_signals();
     void reload();
     void take_loaded(Loaded loaded);
     void finish_reload(const nlohmann::json &answer);
     void answer(const nlohmann::json &request, const Control::Reply &reply);
-    void ask(const nlohmann::json &request, const Control::Reply &reply);
-    void hold(const nlohmann::json &request, const Control::Reply &reply);
+    nlohmann::json status() const;
 
     std::string file_;
     std::shared_ptr<const Inventory> inventory_;
     Journal journal_;
+    Hindrance hindrance_{journal_};
     Notify notify_;
-    Witness witness_;
-    Loop loop_;
     dtctl::Fd signals_;
+    Loop loop_;
+    Control control_; // before all that another service at work would not let us have
+    Writer writer_;
+    Witness witness_;
     Engine engine_;
-    Control control_;
+    Operators operators_;
     Reloader reloader_;
     Board board_;
     std::vector<Control::Reply> reload_replies_; // of who waits for its end
