@@ -27,7 +27,7 @@ Comparison::Comparison(State before, const Terms &terms, SameRow same_row)
 // Runs mostly bring the same in the same order.
 Entry *Comparison::find(int64_t series, uint32_t ordinal) {
     const auto is_it = [&](size_t at) {
-        return before_[at].series == series && before_[at].ordinal == ordinal && !taken_[at];
+        return before_[at].series == series && before_[at].ordinal == ordinal;
     };
     if (next_ < before_.size() && is_it(next_)) {
         taken_[next_] = true;
