@@ -1,23 +1,13 @@
 // Who is let in: those that call us by a name of ours and, where there is a token, know it.
 #pragma once
 
-#include "fleet/inventory/inventory.h"
 #include "fleet/web/exchange.h"
-
-#include <netinet/in.h>
 
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace dtfleet {
-
-// Where the page listens, from "ADDRESS:PORT". Throws dtctl::Failure.
-sockaddr_in web_address(const std::string &bind);
-
-// The token in a file: 16 to 1000 visible characters, spaces around them left out. Throws
-// dtctl::Failure.
-std::string read_token(const std::string &path);
 
 class Guard {
 public:

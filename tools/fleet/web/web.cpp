@@ -1,12 +1,10 @@
 #include "fleet/web/web.h"
 
+#include "fleet/inventory/web_settings.h"
 #include "fleet/web/page_text.h"
-#include "host/failure.h"
-#include "host/socket.h"
 
 #include <fmt/format.h>
 
-#include <filesystem>
 #include <functional>
 
 namespace dtfleet {
@@ -41,26 +39,6 @@ std::optional<Answer> page_file(const Request &request) {
     return std::nullopt;
 }
 
-// From another machine nobody gets to it.
-bool is_local(const sockaddr_in &address) {
-    return (ntohl(address.sin_addr.s_addr) >> 24) == IN_LOOPBACKNET;
-}
-
-sockaddr_in checked_address(const Inventory &inventory) {
-    const sockaddr_in address = web_address(inventory.web_bind);
-    if (!is_local(address) && inventory.web_token.empty())
-        throw dtctl::Failure(dtctl::Exit::broken,
-                             fmt::format("web.bind is {}, which others can reach: web.token must "
-                                         "name a file with a token that they have to know",
-                                         inventory.web_bind));
-    return address;
-}
-
-std::string token_of(const Inventory &inventory, const std::string &file) {
-    if (inventory.web_token.empty()) return "";
-    return read_token(std::filesystem::path(file).parent_path() / inventory.web_token);
-}
-
 WebRules rules_of(const Inventory &inventory) {
     WebRules rules{inventory.limits.run, {}};
     for (const Group &group : inventory.groups)
@@ -91,9 +69,9 @@ Answer ready(const Snapshot &snapshot) {
 
 Web::Web(const Inventory &inventory, const std::string &file, const Board &board, OpenReader open,
          const WebBounds &bounds)
-    : board_(board), token_(token_of(inventory, file)), guard_(hosts_of(inventory), token_),
+    : board_(board), token_(web_token(inventory, file)), guard_(hosts_of(inventory), token_),
       rules_(rules_of(inventory)), api_(std::move(open), fmt::format("{:x}", wall_microseconds())),
-      server_(checked_address(inventory), bounds,
+      server_(web_address(inventory), bounds,
               {[this](const Request &request) { return answer_at_once(request); },
                [this](const Request &request) { return answer_later(request); }}) {}
 
