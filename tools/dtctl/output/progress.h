@@ -1,9 +1,9 @@
-// One line on standard error that counts what has arrived.
+// What has arrived, counted in one line on standard error.
 #pragma once
 
 #include "decode/decoder.h"
+#include "host/progress.h"
 
-#include <chrono>
 #include <string>
 
 namespace dtctl {
@@ -11,30 +11,23 @@ namespace dtctl {
 class Progress {
 public:
     // shown: whether there is a line at all; meant for a terminal.
-    explicit Progress(bool shown) : shown_(shown) {}
-    Progress(const Progress &) = delete;
-    Progress &operator=(const Progress &) = delete;
+    explicit Progress(bool shown)
+        : line_("dtctl", shown, [this] {
+              return std::to_string(totals_.messages) + " messages, " +
+                     std::to_string(totals_.values) + " values, " + std::to_string(totals_.bytes) +
+                     " bytes";
+          }) {}
 
-    // Draws the last totals for good.
-    ~Progress();
-
-    // Draws the totals, at most ten times a second.
-    void update(const dt::decode::Totals &totals);
-
-    // Takes the line away, so that other output on the same terminal has it.
-    void clear();
-
-    // A remark for the user, shown on any kind of standard error.
-    void note(const std::string &text);
+    void update(const dt::decode::Totals &totals) {
+        totals_ = totals;
+        line_.update();
+    }
+    void clear() { line_.clear(); }
+    void note(const std::string &text) { line_.note(text); }
 
 private:
-    void draw();
-
-    bool shown_;
-    bool drawn_ = false;
-    bool begun_ = false;
     dt::decode::Totals totals_;
-    std::chrono::steady_clock::time_point next_{};
+    ProgressLine line_; // tells of the totals up to its end
 };
 
 } // namespace dtctl

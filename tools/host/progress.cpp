@@ -1,6 +1,4 @@
-#include "dtctl/output/progress.h"
-
-#include <fmt/format.h>
+#include "host/progress.h"
 
 #include <cstdio>
 
@@ -12,14 +10,13 @@ void say(const std::string &text) { (void)std::fputs(text.c_str(), stderr); }
 
 } // namespace
 
-Progress::~Progress() {
+ProgressLine::~ProgressLine() {
     if (!shown_ || !begun_) return;
     draw();
     say("\n");
 }
 
-void Progress::update(const dt::decode::Totals &totals) {
-    totals_ = totals;
+void ProgressLine::update() {
     begun_ = true;
     const auto now = std::chrono::steady_clock::now();
     if (!shown_ || now < next_) return;
@@ -27,20 +24,19 @@ void Progress::update(const dt::decode::Totals &totals) {
     draw();
 }
 
-void Progress::clear() {
+void ProgressLine::clear() {
     if (drawn_) say("\r\033[K");
     drawn_ = false;
 }
 
-void Progress::note(const std::string &text) {
+void ProgressLine::note(const std::string &remark) {
     clear();
-    say("dtctl: " + text + '\n');
+    say(program_ + ": " + remark + '\n');
 }
 
-void Progress::draw() {
+void ProgressLine::draw() {
     clear();
-    say(fmt::format("{} messages, {} values, {} bytes", totals_.messages, totals_.values,
-                    totals_.bytes));
+    say(text_());
     drawn_ = true;
 }
 
