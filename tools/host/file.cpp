@@ -15,8 +15,6 @@
 namespace dtctl {
 namespace {
 
-constexpr size_t max_whole_file = size_t{16} * 1024 * 1024;
-
 Fd checked(int descriptor, const std::string &path) {
     Fd file(descriptor);
     struct stat about {};
@@ -52,7 +50,7 @@ void report_unreadable(const std::string &path) {
                               std::strerror(errno)));
 }
 
-std::string read_whole_file(const std::string &path) {
+std::string read_whole_file(const std::string &path, size_t most) {
     const Fd file = open_file(path);
     std::string text;
     std::array<uint8_t, 16'384> buffer;
@@ -60,8 +58,8 @@ std::string read_whole_file(const std::string &path) {
         if (count > 0) {
             text.append(reinterpret_cast<const char *>(buffer.data()), static_cast<size_t>(count));
         }
-        if (text.size() > max_whole_file) errno = EFBIG;
-        if (count < 0 || text.size() > max_whole_file) report_unreadable(path);
+        if (text.size() > most) errno = EFBIG;
+        if (count < 0 || text.size() > most) report_unreadable(path);
     }
     return text;
 }

@@ -19,7 +19,7 @@ ssize_t read_some(const Fd &file, std::span<uint8_t> buffer);
 
 [[noreturn]] void report_unreadable(const std::string &path);
 
-// All of a file of at most 16 MiB; "-" is a file like any other.
-std::string read_whole_file(const std::string &path);
+// All of a file of at most so many bytes; "-" is a file like any other.
+std::string read_whole_file(const std::string &path, size_t most = size_t{16} << 20);
 
 } // namespace dtctl

@@ -17,6 +17,10 @@ void add_config(CLI::App &command, std::string &file);
 // The file that this rule finds.
 std::string config_file(const std::string &given);
 
+// What that file says of the fleet as a whole, whatever its devices are. Throws dtctl::Failure with
+// its mistakes, a line each.
+Inventory fleet_settings(const std::string &file);
+
 // What the running service answers to a request. Throws dtctl::Failure when none runs, and with the
 // service's own words when it refuses.
 nlohmann::json ask_service(const std::string &file, const nlohmann::json &what);

@@ -1,7 +1,6 @@
 #include "fleet/inventory/inventory.h"
 
 #include "fleet/inventory/table.h"
-#include "fleet/inventory/web_settings.h"
 #include "host/failure.h"
 #include "host/file.h"
 #include "host/toml_guard.h"
@@ -10,10 +9,8 @@
 
 #include <arpa/inet.h>
 #include <glob.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <map>
@@ -22,9 +19,8 @@
 namespace dtfleet {
 namespace {
 
+constexpr size_t largest_file = size_t{64} << 20; // half a million devices
 constexpr auto longest_duration = Seconds(int64_t{10} * 366 * 24 * 3600);
-
-constexpr size_t most_toml = size_t{16} << 20; // bytes, of 100,000 devices and more
 
 struct Unit {
     std::string_view name;
@@ -65,10 +61,17 @@ struct Entry {
 
 class Loader {
 public:
-    explicit Loader(Loaded &loaded) : loaded_(loaded), inventory_(loaded.inventory) {}
+    explicit Loader(Loaded &loaded, const Overlay *overlay = nullptr)
+        : loaded_(loaded), inventory_(loaded.inventory), overlay_(overlay) {}
+
+    void load_settings(const std::string &path) {
+        settings_alone_ = true;
+        read_file(path, true);
+    }
 
     void load(const std::string &path) {
         read_file(path, true);
+        if (overlay_) read_file(overlay_->file, false);
         for (Entry &entry : entries_) finish(entry);
         std::stable_sort(entries_.begin(), entries_.end(), [](const Entry &a, const Entry &b) {
             return a.device.name < b.device.name;
@@ -79,10 +82,10 @@ public:
     }
 
 private:
+    std::string text_of(const std::string &path, Source &source);
     void read_file(const std::string &path, bool main);
     void read_fleet(Table &top);
     void read_web(Table web);
-    void check_web(Table &web);
     void read_limits(Table limits);
     void read_retention(Table retention);
     void read_lists(Table &top);
@@ -99,6 +102,8 @@ private:
 
     Loaded &loaded_;
     Inventory &inventory_;
+    const Overlay *overlay_; // not read yet
+    bool settings_alone_ = false;
     Seconds interval_{60};
     Seconds selftest_{0};
     Keep keep_ = Keep::changes;
@@ -106,22 +111,32 @@ private:
     std::vector<Entry> entries_;
 };
 
+std::string Loader::text_of(const std::string &path, Source &source) {
+    std::error_code error;
+    if (!overlay_ ||
+        (path != overlay_->file && !std::filesystem::equivalent(path, overlay_->file, error)))
+        return dtctl::read_whole_file(path, largest_file);
+    source.was_made_from(overlay_->origin, overlay_->lines);
+    return std::exchange(overlay_, nullptr)->text;
+}
+
 void Loader::read_file(const std::string &path, bool main) {
     Source source(path, loaded_.complaints);
     try {
-        const std::string text = dtctl::read_whole_file(path);
-        dtctl::guard_toml(text, {.size = most_toml});
+        const std::string text = text_of(path, source);
+        dtctl::guard_toml(text, {.size = largest_file});
         const toml::table parsed = toml::parse(text);
         Table top(parsed, source);
         if (main) read_fleet(top);
+        if (settings_alone_) return;
+        if (main)
+            for (const std::string &pattern : top.texts("include")) include(top, pattern);
         read_lists(top);
         top.finish();
     } catch (const toml::parse_error &error) {
         source.complain(error.source().begin.line, std::string(error.description()));
     } catch (const dtctl::Failure &failure) {
-        const bool is_unread = failure.code() == dtctl::Exit::failed;
-        source.complain(0,
-                        is_unread ? failure.what() : fmt::format("{}: {}", path, failure.what()));
+        source.complain(0, failure.what());
     }
 }
 
@@ -137,7 +152,7 @@ std::optional<Keep> Loader::keep(Table &table) {
 void Loader::read_fleet(Table &top) {
     if (const auto text = top.name("database")) inventory_.database = *text;
     if (const auto text = top.name("control")) inventory_.control = *text;
-    if (const auto port = top.number("listen", 0, UINT16_MAX))
+    if (const auto port = top.number("listen", 1, UINT16_MAX))
         inventory_.listen = static_cast<uint16_t>(*port);
     if (const auto port = top.number("announce", 1, UINT16_MAX))
         inventory_.announce = static_cast<uint16_t>(*port);
@@ -147,31 +162,13 @@ void Loader::read_fleet(Table &top) {
     if (auto web = top.table("web")) read_web(*web);
     if (auto limits = top.table("limits")) read_limits(*limits);
     if (auto retention = top.table("retention")) read_retention(*retention);
-    for (const std::string &pattern : top.texts("include")) include(top, pattern);
 }
 
 void Loader::read_web(Table web) {
     if (const auto text = web.text("bind")) inventory_.web_bind = *text;
     if (const auto text = web.name("token")) inventory_.web_token = *text;
     inventory_.web_hosts = web.texts("hosts");
-    check_web(web);
     web.finish();
-}
-
-void Loader::check_web(Table &web) {
-    const auto check = [&](const char *key, const auto &settle) {
-        try {
-            settle();
-        } catch (const dtctl::Failure &failure) {
-            web.complain(key, failure.what());
-        }
-    };
-    const std::string &file = web.source().file();
-    if (!inventory_.web_bind.empty()) check("bind", [&] { (void)web_address(inventory_); });
-    // Whoever may not read the token cannot say either whether it is good.
-    const std::string token = beside(file, inventory_.web_token);
-    if (::access(token.c_str(), R_OK) == 0 || errno != EACCES)
-        check("token", [&] { (void)web_token(inventory_, file); });
 }
 
 void Loader::read_limits(Table limits) {
@@ -241,7 +238,7 @@ void Loader::read_device(Table device) {
     entry.selftest = device.duration("selftest", true);
     entry.keep = keep(device);
     entry.file = device.source().file();
-    entry.line = device.line();
+    entry.line = device.source().line_of(device.line());
     device.finish();
     entries_.push_back(std::move(entry));
 }
@@ -266,8 +263,9 @@ void Loader::read_series(Table series) {
 // In the order of their names; a pattern without a match is none to complain about, an empty
 // directory is as good as no devices.
 void Loader::include(Table &top, const std::string &pattern) {
+    const auto base = std::filesystem::path(top.source().file()).parent_path();
     glob_t found{};
-    if (::glob(beside(top.source().file(), pattern).c_str(), 0, nullptr, &found) == 0)
+    if (::glob((base / pattern).c_str(), 0, nullptr, &found) == 0)
         for (size_t i = 0; i < found.gl_pathc; ++i) read_file(found.gl_pathv[i], false);
     ::globfree(&found);
 }
@@ -321,18 +319,31 @@ const Device *Inventory::find(std::string_view name) const {
     return found != devices.end() && found->name == name ? &*found : nullptr;
 }
 
-std::string beside(const std::string &file, const std::string &path) {
-    return std::filesystem::path(file).parent_path() / path;
+Loaded load_settings(const std::string &path) {
+    Loaded loaded;
+    Loader(loaded).load_settings(path);
+    return loaded;
 }
 
-Loaded load_inventory(const std::string &path) {
+Loaded load_inventory(const std::string &path, const Overlay *overlay) {
     Loaded loaded;
-    Loader(loaded).load(path);
+    Loader(loaded, overlay).load(path);
     std::stable_sort(loaded.complaints.begin(), loaded.complaints.end(),
                      [](const Complaint &a, const Complaint &b) {
                          return std::tie(a.file, a.line) < std::tie(b.file, b.line);
                      });
     return loaded;
+}
+
+std::string text_of(const std::vector<Complaint> &complaints) {
+    std::string text;
+    for (const Complaint &complaint : complaints) {
+        text += text.empty() ? "" : "\n";
+        text += complaint.line == 0
+                    ? complaint.text
+                    : fmt::format("{}:{}: {}", complaint.file, complaint.line, complaint.text);
+    }
+    return text;
 }
 
 std::optional<Seconds> parse_duration(std::string_view text) {

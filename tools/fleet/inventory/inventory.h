@@ -73,11 +73,11 @@ struct SeriesMeaning {
 
 struct Inventory {
     std::string database = "fleet.db"; // relative to the file's directory
-    uint16_t listen = 9098;            // 0: any free port
-    uint16_t announce = 0;             // what devices are told to connect to; 0: as listen
-    std::string control;               // the socket for commands; empty: dtfleet.sock
-    std::string web_bind;              // empty: no page
-    std::string web_token;             // a file; empty: none
+    uint16_t listen = 9098;
+    uint16_t announce = 0; // what devices are told to connect to; 0: as listen
+    std::string control;   // the socket for commands; empty: beside the database
+    std::string web_bind;  // empty: no page
+    std::string web_token; // a file; empty: none
     std::vector<std::string>
         web_hosts; // names by which the page may be called, besides its address
     Limits limits;
@@ -96,18 +96,30 @@ struct Complaint {
     std::string text;
 };
 
+// A line each, with file and line in front.
+std::string text_of(const std::vector<Complaint> &complaints);
+
 struct Loaded {
     Inventory inventory; // to be used only without complaints
     std::vector<Complaint> complaints;
 };
 
+// A file that is to be: read as if it held this text already and were included.
+struct Overlay {
+    std::string file;
+    std::string text;
+    std::string origin;        // the file that the text was made from: mistakes are told there,
+    std::vector<size_t> lines; // in the line that belongs to each of the text
+};
+
 // Reads the file and those that it includes, and checks them as a whole: all mistakes are found at
 // once, up to a hundred. Never throws for what the files hold; a file that cannot be read is a
 // complaint.
-Loaded load_inventory(const std::string &path);
+Loaded load_inventory(const std::string &path, const Overlay *overlay = nullptr);
 
-// A path in an inventory: without a / at its beginning it begins at the directory of that file.
-std::string beside(const std::string &file, const std::string &path);
+// The same without groups, devices and series, and what the file includes: quick for any fleet, and
+// good while mistakes in those are being mended.
+Loaded load_settings(const std::string &path);
 
 // Whether a device or group may be called so: 1 to 200 bytes that can be shown, and no backslash.
 bool is_name(std::string_view text);

@@ -18,7 +18,7 @@ bool is_name(std::string_view text) {
 
 void Source::complain(size_t line, const std::string &text) {
     if (complaints_.size() < most_complaints)
-        complaints_.push_back({file_, line, dtctl::escape(text)});
+        complaints_.push_back({file_, line_of(line), dtctl::escape(text)});
 }
 
 void Table::complain(std::string_view key, const std::string &text) {

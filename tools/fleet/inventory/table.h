@@ -19,8 +19,20 @@ public:
     void complain(size_t line, const std::string &text);
     const std::string &file() const { return file_; }
 
+    // What is read was made from another file, line by line: mistakes are that one's.
+    void was_made_from(const std::string &file, const std::vector<size_t> &lines) {
+        file_ = file;
+        lines_ = &lines;
+    }
+
+    // Where the text's line comes from.
+    size_t line_of(size_t line) const {
+        return lines_ && line != 0 && line <= lines_->size() ? (*lines_)[line - 1] : line;
+    }
+
 private:
     std::string file_;
+    const std::vector<size_t> *lines_ = nullptr;
     std::vector<Complaint> &complaints_;
 };
 

@@ -30,17 +30,6 @@ dtctl::Fd signal_descriptor() {
     return dtctl::Fd(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
-std::string text_of(const std::vector<Complaint> &complaints) {
-    std::string text;
-    for (const Complaint &complaint : complaints) {
-        text += text.empty() ? "" : "\n";
-        text += complaint.line == 0
-                    ? complaint.text
-                    : fmt::format("{}:{}: {}", complaint.file, complaint.line, complaint.text);
-    }
-    return text;
-}
-
 // What of an inventory is fixed when the service starts.
 std::string fixed_changes(const Inventory &before, const Inventory &after) {
     std::string changes;
