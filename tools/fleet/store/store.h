@@ -178,14 +178,18 @@ public:
     virtual std::vector<Series> series() = 0; // of the whole fleet
     virtual std::vector<Series> series_of(int64_t device) = 0;
 
-    // What a device's collections (or, for 3, self-tests) brought last.
+    // What a device's runs of a command brought last; 0 stands for collections of any command where
+    // none of 0 has been made.
     virtual std::vector<LatestValue> latest(int64_t device, uint32_t command) = 0;
 
-    // Values in the order of the history, `after` a place in it that the call moves on. At most
-    // about `limit` rows; false when there is nothing behind them.
+    // Values in the order of the history or, of one device, in that of time. `after` is a place
+    // among them that the call moves on. `rows` becomes the slice, at most `limit` of them and
+    // perhaps none; false when there is nothing behind it.
     struct Place {
-        int64_t collection = 0;
+        int64_t collection = 0; // 0: before the first
+        Microseconds time = 0;
         int64_t value = 0;
+        int64_t last = 0; // no wanted run has a larger id; 0: not known
     };
     virtual bool values(const ValueQuery &query, Place &after, size_t limit,
                         std::vector<FlatValue> &rows) = 0;
@@ -193,8 +197,9 @@ public:
     // The last runs of a device that are older than `before`, the newest first.
     virtual std::vector<RunRow> runs(int64_t device, int64_t before, size_t limit) = 0;
 
-    // A series over time in at most `columns` columns; what is older than the values comes from the
-    // hours' sums. The first point may be of the value that held when `from` came.
+    // A series of a device's collections over time in at most `columns` columns, as if each run had
+    // stored all its values; what is older than the values, and columns of an hour and more, come
+    // from the hours' sums. A first point with a count of 0 is of the value that held at `from`.
     virtual std::vector<Point> points(int64_t device, int64_t series, uint32_t ordinal,
                                       Microseconds from, Microseconds to, size_t columns) = 0;
 

@@ -48,7 +48,7 @@ void RunWriter::write(const RunRecord &run) {
         count = write_values(run, device, arrivals, std::move(state));
     if (!is_history) write_logs(run, device, arrivals);
     if (!is_history) note_run(database_, device, run);
-    insert_collection(run, device, count);
+    insert_collection(run, device, count, is_history);
 }
 
 bool RunWriter::is_there(const RunRecord &run) {
@@ -150,16 +150,17 @@ void RunWriter::write_logs(const RunRecord &run, int64_t device, const Arrivals 
                               lines_of(log.strings)});
 }
 
-void RunWriter::insert_collection(const RunRecord &run, int64_t device, size_t count) {
+void RunWriter::insert_collection(const RunRecord &run, int64_t device, size_t count,
+                                  bool is_history) {
     Statement &insert = database_.statement(
         "INSERT INTO collection(id, run, device, time, command, outcome, reason, address, "
-        "messages, bytes, resends, to_connect, to_opening, to_end, first, count, identity) "
-        "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+        "messages, bytes, resends, to_connect, to_opening, to_end, first, count, history, "
+        "identity) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     insert.with(next_collection_, bytes_of(run.id), device, run.time, run.command,
                 static_cast<int>(run.outcome), std::string_view(run.reason),
                 std::string_view(run.address), run.messages, run.bytes, run.resends, run.to_connect,
-                run.to_opening, run.to_end, next_value_, count, nullptr);
-    if (run.identity) insert.bind(17, int64_t{*run.identity});
+                run.to_opening, run.to_end, next_value_, count, is_history, nullptr);
+    if (run.identity) insert.bind(18, int64_t{*run.identity});
     insert.step();
     insert.reset();
     ++next_collection_;

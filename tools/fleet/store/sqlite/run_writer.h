@@ -31,7 +31,7 @@ private:
     size_t write_history(const RunRecord &run, int64_t device, Arrivals &arrivals);
     void insert_rows(const std::vector<Row> &rows);
     void write_logs(const RunRecord &run, int64_t device, const Arrivals &arrivals);
-    void insert_collection(const RunRecord &run, int64_t device, size_t count);
+    void insert_collection(const RunRecord &run, int64_t device, size_t count, bool is_history);
 
     Database &database_;
     SeriesTable &series_;

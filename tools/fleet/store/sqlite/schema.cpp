@@ -72,7 +72,9 @@ CREATE TABLE collection(
     to_opening INTEGER NOT NULL,
     to_end INTEGER NOT NULL,
     first INTEGER NOT NULL,
-    count INTEGER NOT NULL);
+    count INTEGER NOT NULL,
+    history INTEGER NOT NULL DEFAULT 0);       -- imported behind its time: the run after it in time
+                                               -- was not compared with it
 CREATE INDEX collection_device_time ON collection(device, time);
 
 -- Append-only. value: INTEGER, the 64-bit pattern; BLOB, bytes; NULL, the key was missing.
@@ -195,9 +197,7 @@ void set_up(Database &database) {
                      "PRAGMA cache_size = -32768; PRAGMA temp_store = MEMORY");
 }
 
-} // namespace
-
-int64_t open_schema(Database &database) {
+int64_t version_of(Database &database) {
     const int64_t version = database.number("PRAGMA user_version");
     const int64_t application = database.number("PRAGMA application_id");
     const bool is_empty = database.number("SELECT count(*) FROM sqlite_schema") == 0;
@@ -207,9 +207,27 @@ int64_t open_schema(Database &database) {
         throw Failure(Exit::broken,
                       fmt::format("{}: version {} of this database is newer than this program's {}",
                                   database.path(), version, schema_version));
-    set_up(database);
-    if (is_empty) make_tables(database);
     return is_empty ? 0 : version;
+}
+
+} // namespace
+
+int64_t open_schema(Database &database) {
+    const int64_t version = version_of(database);
+    set_up(database);
+    if (version == 0) make_tables(database);
+    return version;
+}
+
+void check_schema(Database &database) {
+    const int64_t version = version_of(database);
+    if (version == schema_version) return;
+    throw Failure(Exit::broken,
+                  version == 0
+                      ? database.path() + ": nothing has been stored in this database yet"
+                      : fmt::format("{}: version {} of this database is older than this program's "
+                                    "{}; start the service once",
+                                    database.path(), version, schema_version));
 }
 
 } // namespace dtfleet::sqlite

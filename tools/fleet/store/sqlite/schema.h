@@ -13,4 +13,7 @@ constexpr int64_t schema_version = 1;          // PRAGMA user_version
 // the version that was there; 0: the file was empty.
 int64_t open_schema(Database &database);
 
+// Throws dtctl::Failure unless the file has the tables of this version.
+void check_schema(Database &database);
+
 } // namespace dtfleet::sqlite

@@ -1,0 +1,299 @@
+// The store's read side: a random history, read back through every call.
+#include "fleet/store/number.h"
+#include "host/failure.h"
+#include "samples.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <map>
+#include <random>
+
+namespace dtfleet {
+namespace {
+
+using dt::decode::Kind;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr Microseconds start = 20'000 * day + 5 * hour;
+
+// What has been received, by time, of the number under key 1.
+using Received = std::map<Microseconds, uint64_t>;
+
+// Three days of one device, stored by changes and whole: a number with a sign, one that stands
+// still, a text and one that comes and goes. A third of the runs break, half of them without a
+// value.
+class History {
+public:
+    History() {
+        Inventory inventory;
+        Device listed;
+        listed.name = "pump";
+        listed.groups = {"hall \"2\""};
+        inventory.devices = {listed};
+        inventory.series = {{"plain", {}, 1, "speed", "1/min", true, {}}};
+        for (auto &store : stores) store->take_inventory(inventory);
+        for (uint64_t i = 1; time < start + 3 * day; ++i) write(i);
+    }
+
+    RunRecord run(uint64_t number) {
+        RunRecord run = make_run(number, below(20) == 0 ? "fan" : "pump", time);
+        if (run.device == "pump" && below(15) == 0) run.kind = dtfleet::Kind::selftest;
+        run.command = run.kind == dtfleet::Kind::selftest ? 3 : 0;
+        if (below(3) == 0) run.outcome = Outcome::reset;
+        if (!is_whole(run.outcome) && below(2) == 0) return run;
+        const bool fresh = !is_whole(run.outcome) || below(4) == 0;
+        if (fresh) speed = static_cast<uint32_t>(below(2'000'001) - 1'000'000);
+        add_number(run, "plain", 1, speed);
+        if (!is_whole(run.outcome)) return run;
+        add_number(run, "plain", 2, 7);
+        add_text(run, "other", 1, std::string(below(4) * 100, 'x'));
+        if (below(5) != 0) add_number(run, "plain", 3, number);
+        add_log(run, "log", 9, {"a", "b", std::to_string(number / 50)});
+        return run;
+    }
+
+    void write(uint64_t number) {
+        time += 5 * 60 * second + static_cast<Microseconds>(below(60 * second));
+        RunRecord one = run(number);
+        stores[0]->write({&one, 1});
+        one.keeps_all = true;
+        stores[1]->write({&one, 1});
+        if (one.device != "pump" || one.command != 0) return;
+        ++runs;
+        if (!one.samples.list.empty()) received[time] = one.samples.list[0].number;
+        if (!one.samples.list.empty()) last = one;
+    }
+
+    uint64_t below(uint64_t bound) { return random() % bound; }
+
+    const Scratch scratch;
+    const std::string files[2] = {scratch / "changes.db", scratch / "all.db"};
+    std::unique_ptr<Store> stores[2] = {open_store(files[0], {}), open_store(files[1], {})};
+    std::mt19937_64 random{7};
+    Microseconds time = start;
+    uint64_t speed = 0;
+    size_t runs = 0;
+    Received received;
+    RunRecord last;
+};
+
+int64_t id_of_series(Reader &reader, const char *collector, uint32_t key) {
+    for (const Series &series : reader.series())
+        if (series.collector == collector && series.key == key) return series.id;
+    return 0;
+}
+
+// Each point tells of all that was received from its time to the next one's.
+void expect_points(const std::vector<Point> &points, const Received &received, Microseconds end) {
+    const auto less = [](uint64_t a, uint64_t b) { return is_less(a, b, Kind::int32, true); };
+    for (size_t i = 0; i < points.size(); ++i) {
+        const Point &point = points[i];
+        if (point.count == 0) {
+            EXPECT_EQ(i, 0);
+            EXPECT_EQ(point.last, std::prev(received.lower_bound(point.time))->second);
+            continue;
+        }
+        std::vector<uint64_t> values;
+        const Microseconds to = i + 1 < points.size() ? points[i + 1].time : end;
+        for (auto at = received.lower_bound(point.time); at != received.lower_bound(to); ++at)
+            values.push_back(at->second);
+        ASSERT_EQ(point.count, values.size()) << i;
+        ASSERT_EQ(point.last, values.back()) << i;
+        ASSERT_EQ(point.min, std::ranges::min(values, less)) << i;
+        ASSERT_EQ(point.max, std::ranges::max(values, less)) << i;
+    }
+}
+
+uint64_t sum_of(const std::vector<Point> &points) {
+    uint64_t sum = 0;
+    for (const Point &point : points) sum += point.count;
+    return sum;
+}
+
+TEST(Reader, ChartsTellWhatWasReceivedHoweverItIsStored) {
+    History history;
+    const Received &received = history.received;
+    for (const std::string &file : history.files) {
+        const auto reader = open_reader(file);
+        const int64_t device = reader->device("pump")->id;
+        const int64_t speed = id_of_series(*reader, "plain", 1);
+        const auto points = [&](Microseconds from, Microseconds to, size_t columns) {
+            return reader->points(device, speed, 0, from, to, columns);
+        };
+        for (const size_t columns : {1, 3, 71, 72, 500, 10'000}) {
+            const auto all = points(0, INT64_MAX, columns);
+            EXPECT_LE(all.size(), columns);
+            EXPECT_GT(2 * all.size(), std::min<size_t>(columns, 72)) << "as fine as asked for";
+            EXPECT_EQ(sum_of(all), received.size());
+            expect_points(all, received, INT64_MAX);
+        }
+        for (int i = 0; i < 200; ++i) {
+            const auto from = start + static_cast<Microseconds>(history.below(3 * day));
+            const auto to = from + 1 + static_cast<Microseconds>(history.below(12 * hour));
+            const auto some = points(from, to, 13 + history.below(100)); // finer than hours
+            expect_points(some, received, to);
+            EXPECT_EQ(sum_of(some), static_cast<size_t>(std::distance(received.lower_bound(from),
+                                                                      received.lower_bound(to))));
+        }
+        EXPECT_THAT(points(start + day, start + day, 10), IsEmpty());
+        EXPECT_THAT(points(start + 9 * day, INT64_MAX, 10), IsEmpty());
+        EXPECT_THAT(reader->points(device, id_of_series(*reader, "other", 1), 0, 0, INT64_MAX, 9),
+                    IsEmpty())
+            << "texts have no chart";
+        EXPECT_THAT(reader->points(device, speed, 1, 0, INT64_MAX, 9), IsEmpty());
+    }
+}
+
+std::string text_of(const FlatValue &value) {
+    using Form = StoredValue::Form;
+    const StoredValue &stored = value.value;
+    return fmt::format("{}|{}|{}|{}|{}|{}|{}", id_text(value.run), value.device, value.time,
+                       text_of(value.outcome), value.series, value.ordinal,
+                       stored.form == Form::gone    ? "-"
+                       : stored.form == Form::bytes ? stored.bytes
+                                                    : std::to_string(stored.number));
+}
+
+std::vector<std::string> all_values(Reader &reader, const ValueQuery &query, size_t limit) {
+    std::vector<std::string> texts;
+    Reader::Place place;
+    int64_t collection = 0;
+    for (bool more = true; more;) {
+        std::vector<FlatValue> rows;
+        more = reader.values(query, place, limit, rows);
+        EXPECT_LE(rows.size(), limit);
+        for (const FlatValue &row : rows) {
+            EXPECT_LE(std::exchange(collection, row.collection), row.collection);
+            texts.push_back(text_of(row));
+        }
+    }
+    std::ranges::sort(texts);
+    return texts;
+}
+
+// In slices of any size, without a row twice or left out, as any sqlite3 reads it.
+TEST(Reader, HistoryComesInSlicesAndIsWhatTheViewHas) {
+    History history;
+    const auto reader = open_reader(history.files[0]);
+    const int64_t pump = reader->device("pump")->id;
+    const int64_t speed = id_of_series(*reader, "plain", 1);
+    const Microseconds from = start + day / 2, to = start + 2 * day;
+    const auto in_view = [&](const std::string &filter) {
+        const std::string sql = fmt::format(
+            "SELECT f.run, d.id, f.time, f.status, s.id, f.ordinal, coalesce(f.number, f.bytes, "
+            "'-') FROM value_flat f JOIN device d ON d.name = f.device JOIN series s ON "
+            "s.collector = f.collector AND s.section = f.section AND s.key = f.key WHERE {}",
+            filter);
+        auto rows = rows_of(history.files[0], sql.c_str(), 7);
+        std::ranges::sort(rows);
+        return rows;
+    };
+    const auto time = fmt::format("f.time >= {} AND f.time < {}", from, to);
+    const auto of_device = fmt::format(" AND d.id = {} AND s.id = {}", pump, speed);
+    EXPECT_EQ(all_values(*reader, {}, 7), in_view("1"));
+    EXPECT_EQ(all_values(*reader, {}, 100'000), in_view("1"));
+    EXPECT_EQ(all_values(*reader, {{}, {}, from, to}, 13), in_view(time));
+    EXPECT_EQ(all_values(*reader, {pump, {}, from, to}, 1),
+              in_view(time + fmt::format(" AND d.id = {}", pump)));
+    EXPECT_EQ(all_values(*reader, {pump, {speed}, from, to}, 10), in_view(time + of_device));
+
+    Reader::Place place;
+    std::vector<FlatValue> rows;
+    while (reader->values({}, place, 1000, rows)) {
+    }
+    EXPECT_FALSE(reader->values({}, place, 1000, rows));
+    EXPECT_THAT(rows, IsEmpty());
+    const int64_t version = reader->version();
+    RunRecord fresh = make_run(1'000'000, "pump", history.time);
+    add_number(fresh, "new", 1, 5);
+    history.stores[0]->write({&fresh, 1});
+    EXPECT_GT(reader->version(), version);
+    EXPECT_FALSE(reader->values({}, place, 1000, rows));
+    EXPECT_EQ(rows.front().value.number, 5) << "what was stored since, and nothing twice";
+}
+
+TEST(Reader, ListsTellTheNewestOfADevice) {
+    History history;
+    const auto reader = open_reader(history.files[0]);
+    const auto devices = reader->devices();
+    ASSERT_THAT(devices, SizeIs(2));
+    EXPECT_EQ(devices[0].name, "fan");
+    EXPECT_FALSE(devices[0].is_listed);
+    EXPECT_THAT(devices[1].groups, ElementsAre("hall \"2\""));
+    EXPECT_FALSE(reader->device("hall"));
+    const int64_t pump = devices[1].id;
+
+    size_t found = 0;
+    Microseconds before = INT64_MAX;
+    for (int64_t place = INT64_MAX;;) {
+        const auto runs = reader->runs(pump, place, 10);
+        for (const RunRow &row : runs) {
+            EXPECT_LT(row.record.time, std::exchange(before, row.record.time));
+            found += row.record.command == 0;
+            EXPECT_EQ(row.record.kind == dtfleet::Kind::selftest, row.record.command == 3);
+        }
+        if (runs.empty()) break;
+        place = runs.back().collection;
+    }
+    EXPECT_EQ(found, history.runs);
+
+    RunRecord whole = make_run(2'000'000, "pump", history.time);
+    add_number(whole, "plain", 1, 1);
+    add_text(whole, "plain", 8, std::string(5000, 'y'));
+    history.stores[0]->write({&whole, 1});
+    std::map<std::string, LatestValue> latest;
+    for (const LatestValue &value : reader->latest(pump, 0))
+        for (const Series &series : reader->series_of(pump))
+            if (series.id == value.series)
+                latest[fmt::format("{} {}", series.collector, series.key)] = value;
+    EXPECT_EQ(latest.at("plain 1").value.number, 1);
+    EXPECT_EQ(latest.at("plain 8").value.bytes, std::string(5000, 'y'));
+    EXPECT_EQ(latest.at("plain 2").value.form, StoredValue::Form::gone);
+    EXPECT_EQ(latest.count("log 9"), 0);
+    EXPECT_NE(reader->latest(pump, 3)[0].time, history.time) << "self-tests by themselves";
+
+    const int64_t log = id_of_series(*reader, "log", 9);
+    const auto newest = reader->log(pump, log, INT64_MAX, 4);
+    ASSERT_THAT(newest, SizeIs(4));
+    EXPECT_EQ(newest[3].seq, newest[2].seq + 1);
+    const auto older = reader->log(pump, log, newest[0].seq, 100'000);
+    EXPECT_EQ(older.front().seq, 1);
+    EXPECT_EQ(older.back().seq + 1, newest[0].seq);
+}
+
+// Imports of a time before do not change what later runs brought.
+TEST(Reader, ChartsKeepImportsApartFromWhatTheyCameBefore) {
+    const Scratch scratch;
+    const auto store = open_store(scratch / "fleet.db", {});
+    std::vector<RunRecord> runs;
+    for (const auto &[minute, number] : {std::pair(0, 5), {10, 5}, {20, 5}, {5, 8}, {30, 5}}) {
+        runs.push_back(
+            make_run(static_cast<uint64_t>(minute) + 1, "pump", start + minute * 60 * second));
+        runs.back().imported = minute == 5;
+        add_number(runs.back(), "plain", 1, static_cast<uint64_t>(number));
+    }
+    store->write(runs);
+    const auto reader = open_reader(scratch / "fleet.db");
+    std::vector<uint64_t> values;
+    for (const Point &point : reader->points(1, 1, 0, 0, INT64_MAX, 10'000))
+        values.push_back(point.last);
+    EXPECT_THAT(values, ElementsAre(5, 8, 5, 5, 5));
+}
+
+TEST(Reader, RefusesWhatItCannotRead) {
+    const Scratch scratch;
+    EXPECT_THROW(open_reader(scratch / "none.db"), dtctl::Failure);
+    sqlite::Database(scratch / "other.db", sqlite::Database::Access::make)
+        .execute("CREATE TABLE other(x)");
+    EXPECT_THROW(open_reader(scratch / "other.db"), dtctl::Failure);
+    open_store(scratch / "newer.db", {});
+    sqlite::Database(scratch / "newer.db", sqlite::Database::Access::write)
+        .execute("PRAGMA user_version = 99");
+    EXPECT_THROW(open_reader(scratch / "newer.db"), dtctl::Failure);
+}
+
+} // namespace
+} // namespace dtfleet

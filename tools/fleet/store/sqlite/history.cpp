@@ -1,0 +1,137 @@
+#include "fleet/store/sqlite/history.h"
+
+#include "fleet/store/sqlite/rows.h"
+
+#include <algorithm>
+
+namespace dtfleet::sqlite {
+namespace {
+
+// What a slice looks at, wanted or not: some hundredths of a second.
+constexpr size_t most_looks = 100'000;
+
+constexpr const char *runs_by_time =
+    "SELECT id, run, device, time, outcome, command, first, count FROM collection WHERE "
+    "device = ?1 AND time >= ?2 AND time < ?3 AND (time > ?4 OR id >= ?5) ORDER BY time, id";
+constexpr const char *runs_by_id =
+    "SELECT id, run, device, time, outcome, command, first, count FROM collection WHERE id >= ? "
+    "AND id <= ? ORDER BY id";
+
+class Slice {
+public:
+    Slice(Database &database, const ValueQuery &query, Reader::Place &after, size_t limit,
+          std::vector<FlatValue> &rows)
+        : database_(database), query_(query), after_(after), limit_(limit), rows_(rows),
+          series_(query.series) {
+        std::sort(series_.begin(), series_.end());
+    }
+
+    // False when there is nothing behind it.
+    bool read() {
+        rows_.clear();
+        Statement &runs = query_.device ? runs_of_device() : runs_of_all();
+        bool more = false;
+        while (!more && runs.step()) more = !read_run(runs);
+        runs.reset();
+        if (!more) after_.last = 0; // more may be stored later
+        return more;
+    }
+
+private:
+    Statement &runs_of_device() {
+        const Microseconds from = std::max(query_.from, after_.time);
+        return database_.statement(runs_by_time)
+            .with(*query_.device, after_.collection ? from : query_.from, query_.to, after_.time,
+                  after_.collection);
+    }
+
+    // By their ids alone: a search for the time within SQLite could take as long as it likes.
+    Statement &runs_of_all() {
+        int64_t begin = after_.collection;
+        if (begin == 0 && query_.from > 0) begin = first_id();
+        if (after_.last == 0) after_.last = query_.to < INT64_MAX ? last_id() : INT64_MAX;
+        return database_.statement(runs_by_id).with(begin, after_.last);
+    }
+
+    // Ids grow with the time, unless the clock is set: of each device the first and the last run
+    // within the time tell where to look. The whole table would be read otherwise.
+    int64_t first_id() {
+        return bound_of("SELECT min((SELECT id FROM collection WHERE device = d.id AND time >= ? "
+                        "ORDER BY time, id LIMIT 1)) FROM device d",
+                        query_.from, INT64_MAX);
+    }
+    int64_t last_id() {
+        return bound_of("SELECT max((SELECT id FROM collection WHERE device = d.id AND time < ? "
+                        "ORDER BY time DESC, id DESC LIMIT 1)) FROM device d",
+                        query_.to, 1);
+    }
+    int64_t bound_of(const char *sql, Microseconds time, int64_t bound) {
+        each_row(database_.statement(sql).with(time), [&](const Statement &row) {
+            if (!row.is_null(0)) bound = row.number(0);
+        });
+        return bound;
+    }
+
+    // False when the slice is full before the run is at its end.
+    bool read_run(const Statement &run) {
+        const int64_t id = run.number(0);
+        const int64_t first = run.number(6);
+        const int64_t end = first + run.number(7);
+        const bool is_begun = id == after_.collection && after_.value != 0;
+        const int64_t begin = is_begun ? after_.value + 1 : first;
+        after_ = {id, run.number(3), begin - 1, after_.last};
+        if (++looks_ > most_looks) return false;
+        const bool is_wanted = run.number(3) >= query_.from && run.number(3) < query_.to;
+        if (begin >= end || !is_wanted) return true;
+        FlatValue shared{id,
+                         run_id(run.bytes(1)),
+                         run.number(2),
+                         run.number(3),
+                         outcome_of(run.number(4)),
+                         static_cast<uint32_t>(run.number(5)),
+                         0,
+                         0,
+                         {}};
+        return read_values(begin, end, shared);
+    }
+
+    bool read_values(int64_t begin, int64_t end, FlatValue &shared) {
+        Statement &values = database_.statement(
+            "SELECT id, series, ordinal, value FROM value WHERE id >= ? AND id < ?");
+        values.with(begin, end);
+        bool has_room = true;
+        while (has_room && values.step()) {
+            has_room = rows_.size() < limit_ && ++looks_ <= most_looks;
+            if (has_room) take(values, shared);
+        }
+        values.reset();
+        return has_room;
+    }
+
+    void take(const Statement &value, FlatValue &shared) {
+        after_.value = value.number(0);
+        shared.series = value.number(1);
+        if (!series_.empty() && !std::binary_search(series_.begin(), series_.end(), shared.series))
+            return;
+        shared.ordinal = static_cast<uint32_t>(value.number(2));
+        shared.value = stored_value(value, 3);
+        rows_.push_back(shared);
+    }
+
+    Database &database_;
+    const ValueQuery &query_;
+    Reader::Place &after_;
+    size_t limit_;
+    std::vector<FlatValue> &rows_;
+    std::vector<int64_t> series_;
+    size_t looks_ = 0;
+};
+
+} // namespace
+
+bool read_history(Database &database, const ValueQuery &query, Reader::Place &after, size_t limit,
+                  std::vector<FlatValue> &rows) {
+    return Slice(database, query, after, limit, rows).read();
+}
+
+} // namespace dtfleet::sqlite
