@@ -1,6 +1,7 @@
 #include "fleet/inventory/inventory.h"
 
 #include "fleet/inventory/table.h"
+#include "fleet/inventory/web_settings.h"
 #include "host/failure.h"
 #include "host/file.h"
 #include "host/toml_guard.h"
@@ -9,8 +10,10 @@
 
 #include <arpa/inet.h>
 #include <glob.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <map>
@@ -19,8 +22,9 @@
 namespace dtfleet {
 namespace {
 
-constexpr size_t largest_file = size_t{64} << 20; // half a million devices
 constexpr auto longest_duration = Seconds(int64_t{10} * 366 * 24 * 3600);
+
+constexpr size_t most_toml = size_t{64} << 20; // bytes, of half a million devices
 
 struct Unit {
     std::string_view name;
@@ -86,6 +90,7 @@ private:
     void read_file(const std::string &path, bool main);
     void read_fleet(Table &top);
     void read_web(Table web);
+    void check_web(Table &web);
     void read_limits(Table limits);
     void read_retention(Table retention);
     void read_lists(Table &top);
@@ -115,7 +120,7 @@ std::string Loader::text_of(const std::string &path, Source &source) {
     std::error_code error;
     if (!overlay_ ||
         (path != overlay_->file && !std::filesystem::equivalent(path, overlay_->file, error)))
-        return dtctl::read_whole_file(path, largest_file);
+        return dtctl::read_whole_file(path, most_toml);
     source.was_made_from(overlay_->origin, overlay_->lines);
     return std::exchange(overlay_, nullptr)->text;
 }
@@ -124,7 +129,7 @@ void Loader::read_file(const std::string &path, bool main) {
     Source source(path, loaded_.complaints);
     try {
         const std::string text = text_of(path, source);
-        dtctl::guard_toml(text, {.size = largest_file});
+        dtctl::guard_toml(text, {.size = most_toml});
         const toml::table parsed = toml::parse(text);
         Table top(parsed, source);
         if (main) read_fleet(top);
@@ -136,7 +141,9 @@ void Loader::read_file(const std::string &path, bool main) {
     } catch (const toml::parse_error &error) {
         source.complain(error.source().begin.line, std::string(error.description()));
     } catch (const dtctl::Failure &failure) {
-        source.complain(0, failure.what());
+        const bool is_unread = failure.code() == dtctl::Exit::failed;
+        source.complain(0,
+                        is_unread ? failure.what() : fmt::format("{}: {}", path, failure.what()));
     }
 }
 
@@ -152,7 +159,7 @@ std::optional<Keep> Loader::keep(Table &table) {
 void Loader::read_fleet(Table &top) {
     if (const auto text = top.name("database")) inventory_.database = *text;
     if (const auto text = top.name("control")) inventory_.control = *text;
-    if (const auto port = top.number("listen", 1, UINT16_MAX))
+    if (const auto port = top.number("listen", 0, UINT16_MAX))
         inventory_.listen = static_cast<uint16_t>(*port);
     if (const auto port = top.number("announce", 1, UINT16_MAX))
         inventory_.announce = static_cast<uint16_t>(*port);
@@ -168,7 +175,24 @@ void Loader::read_web(Table web) {
     if (const auto text = web.text("bind")) inventory_.web_bind = *text;
     if (const auto text = web.name("token")) inventory_.web_token = *text;
     inventory_.web_hosts = web.texts("hosts");
+    check_web(web);
     web.finish();
+}
+
+void Loader::check_web(Table &web) {
+    const auto check = [&](const char *key, const auto &settle) {
+        try {
+            settle();
+        } catch (const dtctl::Failure &failure) {
+            web.complain(key, failure.what());
+        }
+    };
+    const std::string &file = web.source().file();
+    if (!inventory_.web_bind.empty()) check("bind", [&] { (void)web_address(inventory_); });
+    // Whoever may not read the token cannot say either whether it is good.
+    const std::string token = beside(file, inventory_.web_token);
+    if (::access(token.c_str(), R_OK) == 0 || errno != EACCES)
+        check("token", [&] { (void)web_token(inventory_, file); });
 }
 
 void Loader::read_limits(Table limits) {
@@ -263,9 +287,8 @@ void Loader::read_series(Table series) {
 // In the order of their names; a pattern without a match is none to complain about, an empty
 // directory is as good as no devices.
 void Loader::include(Table &top, const std::string &pattern) {
-    const auto base = std::filesystem::path(top.source().file()).parent_path();
     glob_t found{};
-    if (::glob((base / pattern).c_str(), 0, nullptr, &found) == 0)
+    if (::glob(beside(top.source().file(), pattern).c_str(), 0, nullptr, &found) == 0)
         for (size_t i = 0; i < found.gl_pathc; ++i) read_file(found.gl_pathv[i], false);
     ::globfree(&found);
 }
@@ -317,6 +340,10 @@ const Device *Inventory::find(std::string_view name) const {
         std::lower_bound(devices.begin(), devices.end(), name,
                          [](const Device &d, std::string_view n) { return d.name < n; });
     return found != devices.end() && found->name == name ? &*found : nullptr;
+}
+
+std::string beside(const std::string &file, const std::string &path) {
+    return std::filesystem::path(file).parent_path() / path;
 }
 
 Loaded load_settings(const std::string &path) {

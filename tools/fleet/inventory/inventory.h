@@ -73,11 +73,11 @@ struct SeriesMeaning {
 
 struct Inventory {
     std::string database = "fleet.db"; // relative to the file's directory
-    uint16_t listen = 9098;
-    uint16_t announce = 0; // what devices are told to connect to; 0: as listen
-    std::string control;   // the socket for commands; empty: beside the database
-    std::string web_bind;  // empty: no page
-    std::string web_token; // a file; empty: none
+    uint16_t listen = 9098;            // 0: any free port
+    uint16_t announce = 0;             // what devices are told to connect to; 0: as listen
+    std::string control;               // the socket for commands; empty: dtfleet.sock
+    std::string web_bind;              // empty: no page
+    std::string web_token;             // a file; empty: none
     std::vector<std::string>
         web_hosts; // names by which the page may be called, besides its address
     Limits limits;
@@ -120,6 +120,9 @@ Loaded load_inventory(const std::string &path, const Overlay *overlay = nullptr)
 // The same without groups, devices and series, and what the file includes: quick for any fleet, and
 // good while mistakes in those are being mended.
 Loaded load_settings(const std::string &path);
+
+// A path in an inventory: without a / at its beginning it begins at the directory of that file.
+std::string beside(const std::string &file, const std::string &path);
 
 // Whether a device or group may be called so: 1 to 200 bytes that can be shown, and no backslash.
 bool is_name(std::string_view text);

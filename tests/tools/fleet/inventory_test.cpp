@@ -1,0 +1,137 @@
+// What an inventory says, and what is wrong with it.
+#include "fleet/inventory/inventory.h"
+#include "samples.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <fstream>
+
+namespace dtfleet {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+struct InventoryTest : testing::Test {
+    void write(const char *file, const std::string &text) { std::ofstream(scratch / file) << text; }
+
+    // "FILE:LINE the text up to its first colon"
+    std::vector<std::string> mistakes() {
+        std::vector<std::string> list;
+        loaded = load_inventory(scratch / "fleet.toml");
+        for (const Complaint &one : loaded.complaints)
+            list.push_back(fmt::format("{}:{} {}", one.file.substr(one.file.rfind('/') + 1),
+                                       one.line, one.text.substr(0, one.text.find(':'))));
+        return list;
+    }
+
+    Scratch scratch;
+    Loaded loaded;
+};
+
+TEST_F(InventoryTest, GroupsDecideWhatADeviceLeavesOpen) {
+    write("fleet.toml", R"(interval = "2m"
+selftest = "1d"
+include = "*.list"
+[[group]]
+name = "hall"
+interval = "10s"
+keep = "all"
+[[group]]
+name = "roof"
+interval = "20s"
+selftest = "never"
+)");
+    write("a.list", R"([[device]]
+name = "b"
+address = "10.0.0.2"
+groups = ["roof", "hall"]
+[[device]]
+name = "a"
+address = "10.0.0.1"
+interval = "1h"
+keep = "changes"
+groups = ["hall"]
+[[device]]
+name = "c"
+address = "10.0.0.3"
+port = 7
+)");
+    ASSERT_THAT(mistakes(), IsEmpty());
+    const auto told = [](const Device &d) {
+        return fmt::format("{} {} {} {} {}", d.name, d.interval.count(), d.selftest.count(),
+                           d.keep == Keep::all ? "all" : "changes", d.port);
+    };
+    const std::vector<Device> &devices = loaded.inventory.devices;
+    ASSERT_THAT(devices, SizeIs(3));
+    EXPECT_EQ(told(devices[0]), "a 3600 86400 changes 9099");
+    EXPECT_EQ(told(devices[1]), "b 10 0 all 9099") << "the shortest time of its groups, and all";
+    EXPECT_EQ(told(devices[2]), "c 120 86400 changes 7");
+    EXPECT_EQ(loaded.inventory.announce, 9098) << "as it listens";
+}
+
+TEST_F(InventoryTest, AllMistakesAreFoundWithTheirPlaces) {
+    write("fleet.toml", R"(intervall = "60s"
+interval = "60"
+listen = 70000
+include = "more.toml"
+[web]
+bind = "0.0.0.0:8098"
+token = "token"
+[limits]
+silence = "0s"
+[[group]]
+name = "hall"
+[[group]]
+name = "hall"
+[[series]]
+collector = "pump"
+)");
+    write("token", "short\n");
+    write("more.toml", R"([[device]]
+name = "a"
+address = "10.0.0.1"
+groups = ["halls"]
+[[device]]
+name = "a"
+address = "10.0.0.1"
+[[device]]
+name = "b\n"
+address = "pump.example"
+)");
+    EXPECT_THAT(
+        mistakes(),
+        ElementsAre("fleet.toml:1 there is no key 'intervall' here", "fleet.toml:2 interval",
+                    "fleet.toml:3 listen", "fleet.toml:7 token", "fleet.toml:9 silence",
+                    "fleet.toml:12 there is another group \"hall\"",
+                    "fleet.toml:14 a series needs a collector and a key",
+                    "more.toml:1 there is no group \"halls\"",
+                    "more.toml:5 there is another device \"a\", at " + (scratch / "more.toml"),
+                    "more.toml:5 \"a\" has this address and port, too",
+                    "more.toml:8 a device needs a name and an address", "more.toml:9 name",
+                    "more.toml:10 address"));
+    for (const char *bind :
+         {"0.0.0.0:8098", "127.0.0.1", "127.0.0.1:70000", "here:8098", ":8098"}) {
+        write("fleet.toml", fmt::format("[web]\nbind = \"{}\"", bind));
+        EXPECT_THAT(mistakes(), ElementsAre("fleet.toml:2 bind")) << bind;
+    }
+    write("fleet.toml", "interval = \"60s\n");
+    EXPECT_THAT(mistakes(), SizeIs(1)) << "no TOML at all";
+    write("fleet.toml", "include = [\"gone.toml\", \"*.none\"]");
+    EXPECT_THAT(mistakes(), IsEmpty()) << "a pattern without a match";
+}
+
+TEST_F(InventoryTest, OneMistakeInAHundredThousandLines) {
+    std::string text;
+    for (int i = 0; i < 25'000; ++i)
+        text += fmt::format("[[device]]\nname = \"d{}\"\naddress = \"10.{}.{}.1\"\n{}\n", i,
+                            i / 256, i % 256, i == 20'000 ? "port = 0" : "");
+    write("fleet.toml", text);
+    EXPECT_THAT(mistakes(), ElementsAre("fleet.toml:80004 port"));
+}
+
+} // namespace
+} // namespace dtfleet
