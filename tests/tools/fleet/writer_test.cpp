@@ -44,6 +44,7 @@ public:
     }
     void take_inventory(const Inventory &) override { gate_.taken.push_back("inventory"); }
     bool tidy() override { return false; }
+    bool back_up(const std::string &) override { return false; }
     std::string no_room() override { return {}; }
     bool is_clock_held() override { return true; }
     void pause(const std::string &, Microseconds) override {}

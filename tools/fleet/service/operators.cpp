@@ -42,10 +42,10 @@ Writer::Done done(
 } // namespace
 
 const Operators::Command Operators::commands[] = {
-    {"ask", &Operators::ask},           {"pause", &Operators::pause},
-    {"rename", &Operators::rename},     {"forget", &Operators::forget},
-    {"accept", &Operators::accept},     {"accept_clock", &Operators::accept_clock},
-    {"discover", &Operators::discover},
+    {"ask", &Operators::ask},         {"pause", &Operators::pause},
+    {"rename", &Operators::rename},   {"forget", &Operators::forget},
+    {"accept", &Operators::accept},   {"accept_clock", &Operators::accept_clock},
+    {"back_up", &Operators::back_up}, {"discover", &Operators::discover},
 };
 
 bool Operators::answer(const json &request, const Control::Reply &reply) {
@@ -130,6 +130,23 @@ void Operators::accept(const json &request, const Control::Reply &reply) {
 
 void Operators::accept_clock(const json &, const Control::Reply &reply) {
     writer_.post([](Store &store) { store.accept_clock(); }, done(reply));
+}
+
+void Operators::back_up(const json &request, const Control::Reply &reply) {
+    const std::string file = text_of(request, "back_up");
+    if (!file.starts_with('/')) return reply(error("back_up takes the absolute name of a file"));
+    copy_on(file, reply);
+}
+
+// Bit by bit, so that runs are stored in between.
+void Operators::copy_on(const std::string &file, const Control::Reply &reply) {
+    const auto has_more = std::make_shared<bool>(false);
+    writer_.post([file, has_more](Store &store) { *has_more = store.back_up(file); },
+                 [this, file, has_more, reply](const std::string &mistake) {
+                     if (!mistake.empty()) return reply(error(mistake));
+                     if (!*has_more) return reply({{"done", true}});
+                     copy_on(file, reply);
+                 });
 }
 
 // Somebody looks for devices on a network: until then it is theirs.

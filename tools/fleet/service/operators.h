@@ -19,6 +19,7 @@ namespace dtfleet {
 //   {"pause": DEVICE or GROUP, "until": microseconds since 1970, 0: go on} -> {"paused": devices}
 //   {"rename": DEVICE, "to": NAME}       -> {"done": true}
 //   {"forget": DEVICE}, {"accept": DEVICE}, {"accept_clock": true} -> {"done": true}
+//   {"back_up": absolute name of a file that is not there} -> {"done": true}
 //   {"discover": broadcast address, "seconds": up to 60} -> {"open": runs that are open there};
 //                                           with none, none begins there for so long
 // and {"error": a sentence} for what cannot be done.
@@ -46,6 +47,8 @@ private:
     void forget(const nlohmann::json &request, const Control::Reply &reply);
     void accept(const nlohmann::json &request, const Control::Reply &reply);
     void accept_clock(const nlohmann::json &request, const Control::Reply &reply);
+    void back_up(const nlohmann::json &request, const Control::Reply &reply);
+    void copy_on(const std::string &file, const Control::Reply &reply);
     void discover(const nlohmann::json &request, const Control::Reply &reply);
     std::vector<std::string> devices_of(const std::string &name) const;
 

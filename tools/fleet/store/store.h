@@ -135,6 +135,11 @@ public:
     // Does a slice of housekeeping: retention, freed pages, the clock. True: there is more to do.
     virtual bool tidy() = 0;
 
+    // Copies for well under a second what back_up of upkeep.h copies, with what is written
+    // meanwhile. True: the file is not whole yet, and the call is to be made again. Throws
+    // dtctl::Failure, also while another file is being made.
+    virtual bool back_up(const std::string &file) = 0;
+
     // Why nothing new may be asked (no disk, no database, ...); empty: there is room.
     virtual std::string no_room() = 0;
 

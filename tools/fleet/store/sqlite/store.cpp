@@ -1,9 +1,12 @@
 #include "fleet/store/store.h"
 
+#include "fleet/store/sqlite/backup.h"
 #include "fleet/store/sqlite/devices.h"
 #include "fleet/store/sqlite/retention.h"
 #include "fleet/store/sqlite/run_writer.h"
 #include "fleet/store/sqlite/schema.h"
+
+#include "host/failure.h"
 
 #include <fmt/format.h>
 
@@ -11,6 +14,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 
 namespace dtfleet {
 namespace sqlite {
@@ -43,6 +47,20 @@ public:
     }
 
     bool tidy() override { return purge_some(database_) || sqlite::tidy(database_, retention_); }
+
+    bool back_up(const std::string &file) override {
+        if (backup_ && backup_->file() != file)
+            throw dtctl::Failure(dtctl::Exit::failed, backup_->file() + ": is being written");
+        try {
+            if (!backup_) backup_.emplace(database_, file);
+            if (backup_->step()) return true;
+        } catch (...) {
+            backup_.reset();
+            throw;
+        }
+        backup_.reset();
+        return false;
+    }
 
     std::string no_room() override {
         struct statvfs disk {};
@@ -90,6 +108,7 @@ private:
     Retention retention_;
     SeriesTable series_;
     RunWriter runs_;
+    std::optional<Backup> backup_; // that is under way
 };
 
 } // namespace
