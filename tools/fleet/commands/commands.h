@@ -10,6 +10,7 @@ void add_run(CLI::App &app);
 void add_check(CLI::App &app);
 void add_ask(CLI::App &app);
 void add_reload(CLI::App &app);
+void add_discover(CLI::App &app);
 void add_import(CLI::App &app);
 void add_simulate(CLI::App &app);
 

@@ -24,6 +24,7 @@ void describe(CLI::App &app) {
     dtfleet::add_run(app);
     dtfleet::add_ask(app);
     dtfleet::add_reload(app);
+    dtfleet::add_discover(app);
     dtfleet::add_check(app);
     dtfleet::add_import(app);
     dtfleet::add_simulate(app);

@@ -21,6 +21,11 @@ Commander::Commander() : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | S
                              fmt::format("cannot make a socket: {}", std::strerror(errno)));
 }
 
+void Commander::allow_broadcast() {
+    const int on = 1;
+    (void)::setsockopt(socket_.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+}
+
 bool Commander::send(const Endpoint &device, uint32_t command, uint32_t token, uint16_t port) {
     namespace wire = dt::decode::wire;
     const uint32_t words[] = {wire::command_size, command, token, port};

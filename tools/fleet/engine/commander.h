@@ -24,6 +24,9 @@ public:
 
     int fd() const { return socket_.get(); }
 
+    // Otherwise a broadcast address is refused: no device of an inventory has one.
+    void allow_broadcast();
+
     // Asks a device to connect back to that port with that token. False, with errno, when it could
     // not even be sent; what the network holds up counts as sent.
     bool send(const Endpoint &device, uint32_t command, uint32_t token, uint16_t port);

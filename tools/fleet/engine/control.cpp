@@ -171,11 +171,13 @@ void send_all(const dtctl::Fd &socket, std::string_view text, const std::string 
 
 } // namespace
 
-json request(const std::string &path, const json &request) {
+std::optional<json> request_if_running(const std::string &path, const json &request) {
     const dtctl::Fd socket = unix_socket(0);
-    if (!connects(socket, address_of(path)))
+    if (!connects(socket, address_of(path))) {
+        if (errno == ENOENT || errno == ECONNREFUSED) return std::nullopt;
         fail(path, errno == EACCES ? "permission denied: only members of its group may ask"
-                                   : "no dtfleet is running there");
+                                   : std::strerror(errno));
+    }
     send_all(socket, line_of(request), path);
     std::string answer;
     char bytes[4096];
@@ -186,6 +188,12 @@ json request(const std::string &path, const json &request) {
     json parsed = json::parse(answer, nullptr, false);
     if (!parsed.is_object()) fail(path, "the service ended before it answered");
     return parsed;
+}
+
+json request(const std::string &path, const json &request) {
+    auto answer = request_if_running(path, request);
+    if (!answer) fail(path, "no dtfleet is running there");
+    return *std::move(answer);
 }
 
 } // namespace dtfleet

@@ -3,11 +3,12 @@
 
 #include "fleet/engine/loop.h"
 
-#include <nlohmann/json_fwd.hpp>
+#include <nlohmann/json.hpp>
 
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace dtfleet {
@@ -59,5 +60,9 @@ private:
 // What a client does: sends the request and returns the answer. Throws dtctl::Failure when no
 // service answers there.
 nlohmann::json request(const std::string &path, const nlohmann::json &request);
+
+// The same; nothing when no service answers there. Throws for one that we may not ask.
+std::optional<nlohmann::json> request_if_running(const std::string &path,
+                                                 const nlohmann::json &request);
 
 } // namespace dtfleet
