@@ -22,6 +22,7 @@ struct Shelf {
     std::vector<FaultRow> faults;
     std::shared_future<void> held;
     std::atomic<bool> is_locked = false;
+    std::atomic<int> reads = 0; // that have begun
     std::atomic<int64_t> version = 1;
 };
 
@@ -40,6 +41,7 @@ public:
     explicit Shelved(Shelf &shelf) : shelf_(shelf) {}
     int64_t version() override {
         if (shelf_.is_locked) throw Unavailable("the database is locked");
+        ++shelf_.reads;
         if (shelf_.held.valid()) shelf_.held.wait();
         return shelf_.version;
     }

@@ -10,7 +10,6 @@
 #include <sys/signalfd.h>
 
 #include <csignal>
-#include <filesystem>
 
 namespace dtfleet {
 namespace {
@@ -55,14 +54,12 @@ Inventory checked_inventory(const std::string &path) {
 }
 
 std::string control_path(const Inventory &inventory, const std::string &file) {
-    const std::filesystem::path own =
-        inventory.control.empty() ? "dtfleet.sock" : inventory.control;
-    return std::filesystem::path(file).parent_path() / own;
+    return beside(file, inventory.control.empty() ? "dtfleet.sock" : inventory.control);
 }
 
 std::string database_path(const Inventory &inventory, const std::string &file) {
     if (inventory.database.find("://") != std::string::npos) return inventory.database;
-    return std::filesystem::path(file).parent_path() / inventory.database;
+    return beside(file, inventory.database);
 }
 
 Service::Service(std::string file)
@@ -80,7 +77,26 @@ Service::Service(std::string file)
     loop_.add(writer_.fd(), [this] { writer_.deliver(); });
     writer_.take_inventory(inventory_);
     witness_.identities().take_inventory(*inventory_);
+    restore();
+    open_web();
     check_descriptors();
+}
+
+// Who failed goes on waiting, who is paused stays so, and what was reported is not reported again.
+void Service::restore() {
+    const auto reader = open_reader(database_path(*inventory_, file_));
+    const std::vector<DeviceState> states = reader->devices();
+    engine_.restore(states);
+    witness_.identities().restore(states);
+}
+
+void Service::open_web() {
+    if (inventory_->web_bind.empty()) return;
+    web_.emplace(*inventory_, file_, board_,
+                 [path = database_path(*inventory_, file_)] { return open_reader(path); });
+    const std::string &bind = inventory_->web_bind;
+    journal_.say(Level::info, fmt::format("the page is at http://{}:{}/",
+                                          bind.substr(0, bind.rfind(':')), web_->port()));
 }
 
 void Service::check_descriptors() {
@@ -167,6 +183,7 @@ void Service::take_loaded(Loaded loaded) {
     engine_.take_inventory(inventory_);
     witness_.identities().take_inventory(*inventory_);
     writer_.take_inventory(inventory_);
+    if (web_) web_->take_inventory(*inventory_);
     is_reloading_ = true;
 }
 

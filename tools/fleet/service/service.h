@@ -9,6 +9,7 @@
 #include "fleet/service/reloader.h"
 #include "fleet/service/witness.h"
 #include "fleet/store/writer.h"
+#include "fleet/web/web.h"
 
 #include <memory>
 #include <optional>
@@ -36,6 +37,8 @@ public:
     void run();
 
 private:
+    void restore();
+    void open_web();
     void check_descriptors();
     void turn(Time time);
     void tick(Time time);
@@ -61,6 +64,7 @@ private:
     Operators operators_;
     Reloader reloader_;
     Board board_;
+    std::optional<Web> web_;
     std::vector<Control::Reply> reload_replies_; // of who waits for its end
     bool is_reloading_ = false;
     bool is_stopping_ = false;

@@ -1,0 +1,254 @@
+// The whole service in a process of its own, which may be killed, beside a simulated fleet in
+// another.
+#include "fleet/service/service.h"
+
+#include "fleet/simulate/simulator.h"
+#include "host/failure.h"
+#include "host/file.h"
+#include "host/socket.h"
+#include "samples.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+namespace dtfleet {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class Child {
+public:
+    explicit Child(const std::function<int()> &body) : pid_(::fork()) {
+        if (pid_ != 0) return;
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        ::_exit(body());
+    }
+    ~Child() {
+        if (pid_ != 0) (void)end(SIGKILL);
+    }
+    Child(const Child &) = delete;
+    Child &operator=(const Child &) = delete;
+
+    void signal(int number) const { ::kill(pid_, number); }
+    int end(int number = 0) { // 0: by itself
+        int status = 0;
+        if (number != 0) signal(number);
+        ::waitpid(std::exchange(pid_, 0), &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+private:
+    pid_t pid_;
+};
+
+template <typename Done> void until(Done done) {
+    while (!done()) std::this_thread::sleep_for(10ms);
+}
+
+// Eight devices, the last of them slow, the first two in a hall; sim000007 is always being asked.
+struct ServiceTest : testing::Test {
+    ServiceTest()
+        : simulator(simulated(), loop), devices([this] {
+              for (;;) {
+                  loop.wait(simulator.next_pass());
+                  simulator.pass();
+              }
+              return 0;
+          }) {}
+
+    static SimulatorOptions simulated() {
+        SimulatorOptions options;
+        options.devices = 8;
+        options.port = 0;
+        options.manners.assign(8, Manner::good);
+        options.manners.back() = Manner::slow;
+        return options;
+    }
+
+    std::string device(const std::string &name, uint32_t number, const char *more = "") const {
+        return fmt::format("[[device]]\nname = \"{}\"\naddress = \"{}\"\nport = {}\n{}\n", name,
+                           Simulator::address_of(number), simulator.port(), more);
+    }
+    std::string hall() const {
+        return "[[group]]\nname = \"hall\"\n" + device("a", 0, "groups = [\"hall\"]") +
+               device("b", 1, "groups = [\"hall\"]");
+    }
+    void write(const std::string &lists, const char *top = "listen = 0") const {
+        std::ofstream(scratch / "fleet.toml")
+            << top << "\ninterval = \"1s\"\n[web]\nbind = \"127.0.0.1:0\"\n" + lists;
+    }
+
+    int serve() const {
+        const int to = ::open((scratch / "journal").c_str(), O_CREAT | O_APPEND | O_WRONLY, 0600);
+        ::dup2(to, STDERR_FILENO);
+        try {
+            Service(scratch / "fleet.toml").run();
+        } catch (const dtctl::Failure &failure) {
+            ::dprintf(STDERR_FILENO, "%s\n", failure.what());
+            return static_cast<int>(failure.code());
+        }
+        return 0;
+    }
+    void start() {
+        service.reset();
+        service.emplace([this] { return serve(); });
+        until([this] { return request_if_running(scratch / "dtfleet.sock", {{"status", true}}); });
+    }
+    json ask(const json &what) const { return request(scratch / "dtfleet.sock", what); }
+    std::string error(const json &what) const { return ask(what).value("error", ""); }
+    std::string journal() const { return dtctl::read_whole_file(scratch / "journal"); }
+
+    int64_t number(const std::string &sql) const {
+        return std::stoll(rows_of(scratch / "fleet.db", sql.c_str(), 1).at(0));
+    }
+    int64_t runs(const std::string &device) const {
+        return number("SELECT count(*) FROM collection c JOIN device d ON d.id = c.device "
+                      "WHERE d.name = '" +
+                      device + "'");
+    }
+    void wait_for_more(const std::string &device, int more = 2) const {
+        until([&, before = runs(device)] { return runs(device) >= before + more; });
+    }
+
+    const Scratch scratch;
+    Loop loop;
+    Simulator simulator;
+    Child devices;
+    std::optional<Child> service;
+};
+
+TEST_F(ServiceTest, KilledItGoesOnWithWhatItKnew) {
+    write(hall() + device("c", 2, "identity = 7"));
+    start();
+    for (const char *name : {"a", "b", "c"}) wait_for_more(name, 1);
+    const json answer = ask({{"ask", "a"}});
+    EXPECT_EQ(answer.value("outcome", ""), "whole");
+    until([&, id = answer.value("run", "?")] {
+        return number("SELECT count(*) FROM collection WHERE lower(hex(run)) = '" + id + "'") == 1;
+    });
+    EXPECT_EQ(ask({{"pause", "hall"}, {"until", wall_microseconds() + hour}}),
+              json({{"paused", 2}}));
+    EXPECT_EQ(service->end(SIGKILL), -SIGKILL);
+    const int64_t before = runs("a") + runs("b");
+    start(); // the socket of the other is still there
+    wait_for_more("c", 3);
+    EXPECT_EQ(runs("a") + runs("b"), before) << "they are still paused";
+    EXPECT_EQ(ask({{"ask", "a"}, {"selftest", true}}).value("outcome", ""), "whole") << "by hand";
+    EXPECT_EQ(ask({{"pause", "b"}, {"until", 0}}), json({{"paused", 1}}));
+    wait_for_more("b");
+    EXPECT_EQ(service->end(SIGTERM), 0);
+    const std::string told = journal(), report = "c: has identity 0200, not 0007";
+    ASSERT_THAT(told, HasSubstr(report));
+    EXPECT_EQ(told.find(report), told.rfind(report)) << "it is told once, not at each start";
+}
+
+TEST_F(ServiceTest, DoesWhatOperatorsAskOfIt) {
+    write(hall() + device("c", 2, "identity = 7") + device("slow", 7));
+    start();
+    for (const char *name : {"a", "b", "c"}) wait_for_more(name, 1);
+    EXPECT_THAT(error({{"ask", "nobody"}}), HasSubstr("no such device"));
+    EXPECT_THAT(error({{"pause", "nobody"}, {"until", 0}}), HasSubstr("no device and no group"));
+    EXPECT_NE(error({{"rename", "nobody"}, {"to", "d"}}), "");
+    EXPECT_NE(error({{"rename", "a"}, {"to", "b"}}), "") << "that one is another device";
+    EXPECT_NE(error({{"accept", "nobody"}}), "");
+    EXPECT_NE(error({{"forget", "nobody"}}), "");
+    EXPECT_THAT(error({{"forget", "b"}}), HasSubstr("is in the inventory"));
+    EXPECT_THAT(error({{"unheard", "of"}}), HasSubstr("unknown request"));
+
+    EXPECT_EQ(ask({{"accept", "c"}}), json({{"done", true}}));
+    EXPECT_EQ(number("SELECT identity_expected FROM device WHERE name = 'c'"), 0x0200);
+    EXPECT_EQ(ask({{"accept_clock", true}}), json({{"done", true}}));
+
+    const int64_t id = number("SELECT id FROM device WHERE name = 'a'");
+    EXPECT_EQ(ask({{"rename", "a"}, {"to", "pump"}}), json({{"done", true}}));
+    wait_for_more("pump");
+    write(device("pump", 0) + device("c", 2) + device("slow", 7)); // and b is gone
+    EXPECT_EQ(ask({{"reload", true}}), json({{"reloaded", true}}));
+    wait_for_more("pump");
+    EXPECT_EQ(number("SELECT id FROM device WHERE name = 'pump'"), id);
+    EXPECT_EQ(number("SELECT count(*) FROM device WHERE name = 'a'"), 0);
+    EXPECT_EQ(ask({{"forget", "b"}}), json({{"done", true}}));
+    EXPECT_EQ(number("SELECT count(*) FROM device WHERE name = 'b'"), 0);
+
+    EXPECT_EQ(ask({{"discover", "10.0.0.255"}, {"seconds", 1}}), json({{"open", 0}}));
+    until([&] { return ask({{"discover", "127.255.255.255"}, {"seconds", 1}})["open"] == 1; });
+    EXPECT_NE(error({{"discover", "127.255.255.255"}, {"seconds", 61}}), "");
+    wait_for_more("pump");
+}
+
+TEST_F(ServiceTest, KeepsItsInventoryUntilThereIsAGoodOne) {
+    write(device("a", 0));
+    start();
+    wait_for_more("a", 1);
+    write(device("a", 0) + device("b", 1, "identity = 70000"));
+    const std::string mistake = "fleet.toml:14: identity";
+    EXPECT_THAT(error({{"reload", true}}), HasSubstr(mistake));
+    service->signal(SIGHUP);
+    until([&] { return journal().find(mistake) != journal().rfind(mistake); });
+    wait_for_more("a");
+    write(device("b", 1));
+    service->signal(SIGHUP);
+    wait_for_more("b");
+    const int64_t before = runs("a");
+    wait_for_more("b");
+    EXPECT_EQ(runs("a"), before);
+}
+
+TEST_F(ServiceTest, EndsInOrderAndIsAlone) {
+    write(device("slow", 7));
+    start();
+    until([&] { return ask({{"status", true}})["open"] == 1; });
+    EXPECT_EQ(Child([this] { return serve(); }).end(), 4);
+    EXPECT_THAT(journal(), HasSubstr("another dtfleet is running"));
+    EXPECT_EQ(service->end(SIGTERM), 0);
+    EXPECT_THAT(rows_of(scratch / "fleet.db",
+                        "SELECT o.text FROM collection c JOIN outcome o ON o.id = c.outcome", 1),
+                ElementsAre("stopped"));
+    const dtctl::Fd taken = dtctl::listen_on(0, 1);
+    const uint16_t port = dtctl::local_port(taken);
+    write(device("slow", 7), fmt::format("listen = {}", port).c_str());
+    EXPECT_EQ(Child([this] { return serve(); }).end(), 4);
+    EXPECT_THAT(journal(), HasSubstr(fmt::format("port {}", port)));
+    EXPECT_FALSE(std::filesystem::exists(scratch / "dtfleet.sock"));
+}
+
+TEST_F(ServiceTest, ShowsAPageAndSaysWhere) {
+    write(device("a", 0));
+    start();
+    wait_for_more("a", 1);
+    const std::string told = journal(), place = "the page is at http://127.0.0.1:";
+    ASSERT_THAT(told, HasSubstr(place));
+    const auto port = std::stoul(told.substr(told.find(place) + place.size()));
+    const auto get = [&](const std::string &path) {
+        const dtctl::Fd socket(::socket(AF_INET, SOCK_STREAM, 0));
+        const sockaddr_in to = dtctl::resolve("127.0.0.1", static_cast<uint16_t>(port));
+        (void)::connect(socket.get(), reinterpret_cast<const sockaddr *>(&to), sizeof to);
+        const std::string head =
+            "GET " + path + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
+        (void)::send(socket.get(), head.data(), head.size(), MSG_NOSIGNAL);
+        std::string answer;
+        char bytes[4096];
+        for (ssize_t count; (count = ::recv(socket.get(), bytes, sizeof bytes, 0)) > 0;)
+            answer.append(bytes, static_cast<size_t>(count));
+        return answer;
+    };
+    until([&] { return get("/-/ready").starts_with("HTTP/1.1 200"); });
+    EXPECT_THAT(get("/api/fleet"), HasSubstr("\"a\""));
+    EXPECT_THAT(get("/metrics"), HasSubstr("dtfleet_"));
+}
+
+} // namespace
+} // namespace dtfleet
