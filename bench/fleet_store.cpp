@@ -8,6 +8,8 @@
 #include "fleet/store/sqlite/database.h"
 #include "fleet/store/store.h"
 
+#include <endian.h>
+
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -41,7 +43,7 @@ uint64_t number_of(const Load &load, uint64_t run, uint32_t key) {
 
 RunRecord make_run(const Load &load, uint64_t number) {
     RunRecord run;
-    const uint64_t id = scatter(number);
+    const uint64_t id = htobe64(number); // they grow, as the engine's do
     std::memcpy(run.id.data(), &id, sizeof id);
     run.device = "device " + std::to_string(number % load.devices);
     run.time = static_cast<Microseconds>(1'800'000'000 + number / load.devices * 60) * 1'000'000;
@@ -94,7 +96,7 @@ private:
 Side bare(const std::string &file) {
     auto database = std::make_shared<sqlite::Database>(file, sqlite::Database::Access::make);
     database->execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL;"
-                      "PRAGMA cache_size = -32768;"
+                      "PRAGMA wal_autocheckpoint = 4000; PRAGMA cache_size = -32768;"
                       "CREATE TABLE value(id INTEGER PRIMARY KEY, series INTEGER NOT NULL, "
                       "ordinal INTEGER NOT NULL, value)");
     return Side([database, id = int64_t{0}](const Runs &runs) mutable {

@@ -113,7 +113,7 @@ public:
         }
         run.keeps_all = once_in(10);
         if (once_in(4)) run.outcome = Outcome::reset;
-        const size_t count = once_in(10) ? 0 : 1 + below(12);
+        const size_t count = once_in(10) ? 0 : 1 + below(once_in(20) ? 80 : 12);
         for (size_t i = 0; i < count; ++i) add_value(run, i);
         if (once_in(3)) std::reverse(run.samples.list.begin(), run.samples.list.end());
         return run;

@@ -19,10 +19,13 @@ constexpr Time busy = Seconds(1);         // until a device that is being asked 
 constexpr Time shortly = std::chrono::milliseconds(50); // until what is full or behind is
 constexpr size_t slice = 1000;                          // devices of a new inventory taken at once
 
-RunId new_id() {
+// The time goes first: then the index of all runs grows at its end, and not everywhere at once.
+RunId new_id(Microseconds begun) {
     RunId id;
     while (::getrandom(id.data(), id.size(), 0) != static_cast<ssize_t>(id.size())) {
     }
+    for (unsigned i = 0; i < 6; ++i)
+        id[i] = static_cast<uint8_t>(begun / 1000 >> (40 - 8 * i)); // milliseconds
     return id;
 }
 
@@ -51,9 +54,9 @@ struct Engine::Target {
 };
 
 struct Engine::Run {
-    RunId id = new_id();
     uint32_t token = 0;
     Microseconds begun = wall_microseconds();
+    RunId id = new_id(begun);
     Microseconds opened = 0;
     Time sent{}; // the first command
     Time opening{};

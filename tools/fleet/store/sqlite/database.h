@@ -44,6 +44,9 @@ public:
     }
     template <typename... Values> void run(const Values &...values) {
         with(values...);
+        run_bound();
+    }
+    void run_bound() {
         while (step()) {
         }
         reset();

@@ -14,6 +14,39 @@ Bytes bytes_of(const RunId &id) {
     return {std::string_view(reinterpret_cast<const char *>(id.data()), id.size())};
 }
 
+// SQLite spends more on a statement's beginning and end than on its rows: together these take two
+// thirds of the time.
+constexpr size_t rows_at_once = 25;
+
+std::string insert_values(size_t rows) {
+    std::string sql = "INSERT INTO value VALUES(?, ?, ?, ?)";
+    for (; rows > 1; --rows) sql += ", (?, ?, ?, ?)";
+    return sql;
+}
+
+void bind_value(Statement &statement, int at, const Row &row) {
+    switch (row.form) {
+    case StoredValue::Form::number:
+        return statement.bind(at, static_cast<int64_t>(row.number));
+    case StoredValue::Form::bytes:
+        return statement.bind(at, Bytes{row.bytes});
+    case StoredValue::Form::gone:
+        return statement.bind_null(at);
+    }
+}
+
+// As many rows as the statement has places for, with the ids from this one.
+void insert(Statement &statement, int64_t id, std::span<const Row> rows) {
+    int at = 0;
+    for (const Row &row : rows) {
+        statement.bind(++at, id++);
+        statement.bind(++at, row.series);
+        statement.bind(++at, int64_t{row.ordinal});
+        bind_value(statement, ++at, row);
+    }
+    statement.run_bound();
+}
+
 // The sums of another hour are over.
 void go_to_hour(Database &database, int64_t device, uint32_t command, int64_t hour, State &state) {
     if (hour != state.hour || state.entries.size() > most_entries)
@@ -123,23 +156,15 @@ size_t RunWriter::write_history(const RunRecord &run, int64_t device, Arrivals &
     return comparison.rows().size();
 }
 
-void RunWriter::insert_rows(const std::vector<Row> &rows) {
-    Statement &insert = database_.statement("INSERT INTO value VALUES(?, ?, ?, ?)");
+void RunWriter::insert_rows(std::span<const Row> rows) {
+    static const std::string insert_many = insert_values(rows_at_once);
     int64_t id = next_value_;
-    for (const Row &row : rows) {
-        switch (row.form) {
-        case StoredValue::Form::number:
-            insert.run(id, row.series, row.ordinal, row.number);
-            break;
-        case StoredValue::Form::bytes:
-            insert.run(id, row.series, row.ordinal, Bytes{row.bytes});
-            break;
-        case StoredValue::Form::gone:
-            insert.run(id, row.series, row.ordinal, nullptr);
-            break;
-        }
-        ++id;
+    for (; rows.size() >= rows_at_once; rows = rows.subspan(rows_at_once)) {
+        insert(database_.statement(insert_many.c_str()), id, rows.first(rows_at_once));
+        id += rows_at_once;
     }
+    Statement &insert_one = database_.statement("INSERT INTO value VALUES(?, ?, ?, ?)");
+    for (; !rows.empty(); rows = rows.subspan(1)) insert(insert_one, id++, rows.first(1));
 }
 
 // ---- the rest of a run --------------------------------------------------------------------------

@@ -6,7 +6,7 @@
 #include "fleet/store/sqlite/database.h"
 #include "fleet/store/sqlite/series.h"
 
-#include <vector>
+#include <span>
 
 namespace dtfleet::sqlite {
 
@@ -29,7 +29,7 @@ private:
     void save_state(int64_t device, uint32_t command, const State &state);
     size_t write_values(const RunRecord &run, int64_t device, Arrivals &arrivals, State state);
     size_t write_history(const RunRecord &run, int64_t device, Arrivals &arrivals);
-    void insert_rows(const std::vector<Row> &rows);
+    void insert_rows(std::span<const Row> rows);
     void write_logs(const RunRecord &run, int64_t device, const Arrivals &arrivals);
     void insert_collection(const RunRecord &run, int64_t device, size_t count, bool is_history);
 
