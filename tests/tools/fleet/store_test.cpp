@@ -60,7 +60,7 @@ struct Model {
         const auto row = [&](const std::string &place, const char *type, const std::string &value) {
             rows.insert(fmt::format("{}|{}|{}|{}|{}", id_text(run.id), source, place, type, value));
         };
-        std::set<std::string> seen;
+        std::set<std::string> seen; // series, and places
         std::map<std::string, uint32_t> arrivals;
         for (const Sample &sample : run.samples.list) {
             const std::string key = fmt::format(
@@ -71,7 +71,7 @@ struct Model {
             const std::string series = place + "|" + type;
             const std::string value = number ? std::to_string(static_cast<int64_t>(sample.number))
                                              : std::string(run.samples.bytes_of(sample));
-            seen.insert(series);
+            seen.insert({series, place});
             if (number) sum(fmt::format("{}|{}|{}", source, run.time / hour, series), sample);
             const auto before = s.last.find(series);
             if (full || run.keeps_all || before == s.last.end() || before->second != value)
@@ -80,7 +80,8 @@ struct Model {
         }
         for (auto at = s.last.begin(); whole && at != s.last.end();) {
             const bool gone = !seen.count(at->first);
-            if (gone) row(at->first.substr(0, at->first.rfind('|')), "gone", "");
+            const std::string place = at->first.substr(0, at->first.rfind('|'));
+            if (gone && !seen.count(place)) row(place, "gone", "");
             at = gone ? s.last.erase(at) : std::next(at);
         }
     }

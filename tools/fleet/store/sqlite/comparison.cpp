@@ -86,12 +86,14 @@ void Comparison::take(const Arrival &arrival) {
     if (is_number(arrival.type)) add(entry.sum, arrival);
 }
 
-void Comparison::finish() {
+// A key that came as something else is not gone, but its series has nothing any more.
+void Comparison::finish(const HasCome &has_come) {
     for (size_t i = 0; i < before_.size(); ++i) {
         if (taken_[i]) continue;
         Entry &entry = after_.entries.emplace_back(std::move(before_[i]));
         if (!terms_.is_whole || entry.form == Entry::Form::gone) continue;
-        rows_.push_back({entry.series, entry.ordinal, StoredValue::Form::gone, 0, {}});
+        if (!has_come(entry.series, entry.ordinal))
+            rows_.push_back({entry.series, entry.ordinal, StoredValue::Form::gone, 0, {}});
         entry.form = Entry::Form::gone;
         entry.time = terms_.time;
         entry.bytes.clear();

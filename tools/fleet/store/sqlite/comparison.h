@@ -32,6 +32,9 @@ public:
     // Whether the bytes of that row of values are these.
     using SameRow = std::function<bool(int64_t row, std::string_view bytes)>;
 
+    // Whether that arrival of the series' key came, as another type or as a part of a log.
+    using HasCome = std::function<bool(int64_t series, uint32_t ordinal)>;
+
     struct Terms {
         Microseconds time = 0;   // of the run
         bool is_whole = false;   // what does not arrive is gone
@@ -44,7 +47,7 @@ public:
     void take(const Arrival &arrival);
 
     // After the last arrival: the rows, and the state that holds now.
-    void finish();
+    void finish(const HasCome &has_come);
     const std::vector<Row> &rows() const { return rows_; }
     State &state() { return after_; }
 

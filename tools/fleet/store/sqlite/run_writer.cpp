@@ -138,7 +138,8 @@ size_t RunWriter::write_values(const RunRecord &run, int64_t device, Arrivals &a
     Comparison comparison(std::move(state),
                           {run.time, whole, run.keeps_all || is_full, next_value_}, same_row);
     arrivals.give(comparison);
-    comparison.finish();
+    comparison.finish(
+        [this](int64_t series, uint32_t ordinal) { return series_.arrivals_of(series) > ordinal; });
     insert_rows(comparison.rows());
     save_state(device, run.command, comparison.state());
     return comparison.rows().size();
@@ -150,7 +151,7 @@ size_t RunWriter::write_history(const RunRecord &run, int64_t device, Arrivals &
     nothing.hour = hour_of(run.time);
     Comparison comparison(std::move(nothing), {run.time, false, true, next_value_}, {});
     arrivals.give(comparison);
-    comparison.finish();
+    comparison.finish({});
     insert_rows(comparison.rows());
     close_hour(database_, device, run.command, comparison.state());
     return comparison.rows().size();

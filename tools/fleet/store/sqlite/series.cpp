@@ -89,6 +89,20 @@ int64_t SeriesTable::id_of(Key &key, dt::decode::Kind type) {
     return id = database_.last_id();
 }
 
+uint32_t SeriesTable::arrivals_of(int64_t series) const {
+    Statement &find =
+        database_.statement("SELECT collector, section, key FROM series WHERE id = ?");
+    find.with(series);
+    if (!find.step()) return 0;
+    const auto collector = numbers_.find(std::string(find.bytes(0)));
+    const auto section = static_cast<uint32_t>(find.number(1));
+    const auto key = static_cast<uint32_t>(find.number(2));
+    find.reset();
+    if (collector == numbers_.end()) return 0;
+    const auto known = keys_.find({uint64_t{collector->second} << 32 | section, key});
+    return known != keys_.end() && known->second.run == run_ ? known->second.arrivals : 0;
+}
+
 void SeriesTable::mark_log(Key &key) {
     if (key.is_known_log) return;
     database_.statement("UPDATE series SET log = 1 WHERE id = ?")

@@ -39,6 +39,9 @@ public:
     // Its series of this type, which is made when it is new.
     int64_t id_of(Key &key, dt::decode::Kind type);
 
+    // How often the key of a series has arrived in this run, as whatever type.
+    uint32_t arrivals_of(int64_t series) const;
+
     void mark_log(Key &key);
 
     // What keys mean, from now on and for the series that are there.
