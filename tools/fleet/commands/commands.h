@@ -7,6 +7,11 @@
 namespace dtfleet {
 
 void add_run(CLI::App &app);
+void add_status(CLI::App &app);
+void add_devices(CLI::App &app);
+void add_history(CLI::App &app);
+void add_compare(CLI::App &app);
+void add_export(CLI::App &app);
 void add_check(CLI::App &app);
 void add_ask(CLI::App &app);
 void add_reload(CLI::App &app);

@@ -22,6 +22,11 @@ void describe(CLI::App &app) {
     app.set_version_flag("--version", "dtfleet " DTCTL_VERSION, "Print the version and exit");
     dtfleet::add_footer(app, examples, text);
     dtfleet::add_run(app);
+    dtfleet::add_status(app);
+    dtfleet::add_devices(app);
+    dtfleet::add_history(app);
+    dtfleet::add_compare(app);
+    dtfleet::add_export(app);
     dtfleet::add_ask(app);
     dtfleet::add_reload(app);
     dtfleet::add_discover(app);
