@@ -2,13 +2,45 @@
 #include "fleet/commands/commands.h"
 #include "fleet/commands/config.h"
 #include "fleet/commands/help.h"
+#include "fleet/store/record.h"
+#include "host/failure.h"
 #include "host/output.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <memory>
+#include <utility>
 
 namespace dtfleet {
+
+namespace {
+
+using dtctl::Exit;
+using dtctl::Failure;
+
+// As dtctl's status for a collection that ends so.
+constexpr std::pair<Outcome, Exit> endings[] = {
+    {Outcome::unanswered, Exit::timeout}, {Outcome::silent, Exit::timeout},
+    {Outcome::too_long, Exit::timeout},   {Outcome::refused, Exit::unreachable},
+    {Outcome::reset, Exit::broken},       {Outcome::malformed, Exit::broken},
+    {Outcome::too_large, Exit::broken},   {Outcome::stopped, Exit::unreachable},
+};
+
+void ask(const std::string &config, const std::string &device, bool selftest) {
+    nlohmann::json what{{"ask", device}};
+    if (selftest) what["selftest"] = true;
+    const nlohmann::json answer = ask_service(config_file(config), what);
+    dtctl::Output out(stdout);
+    out.put(answer.dump() + "\n");
+    out.flush();
+    for (const auto &[outcome, code] : endings)
+        if (answer.at("outcome") == text_of(outcome))
+            throw Failure(code, fmt::format("{}: {}: {}", device, text_of(outcome),
+                                            answer.at("reason").get<std::string>()));
+}
+
+} // namespace
 
 void add_ask(CLI::App &app) {
     CLI::App &command = *app.add_subcommand("ask", "Have the running service ask a device now");
@@ -21,13 +53,7 @@ void add_ask(CLI::App &app) {
     command.add_flag("--selftest", options->selftest, "Have it test itself");
     add_config(command, options->file);
     add_footer(command, "dtfleet ask pump7\ndtfleet ask pump7 --selftest");
-    command.callback([options] {
-        nlohmann::json what{{"ask", options->device}};
-        if (options->selftest) what["selftest"] = true;
-        dtctl::Output out(stdout);
-        out.put(ask_service(config_file(options->file), what).dump() + "\n");
-        out.flush();
-    });
+    command.callback([options] { ask(options->file, options->device, options->selftest); });
 }
 
 void add_reload(CLI::App &app) {

@@ -1,33 +1,75 @@
 // dtfleet check: what is wrong, before the service finds it.
 #include "fleet/commands/commands.h"
-#include "fleet/commands/config.h"
+#include "fleet/commands/fleet.h"
 #include "fleet/commands/help.h"
 #include "fleet/service/service.h"
+#include "fleet/store/upkeep.h"
+#include "host/failure.h"
 #include "host/output.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
+#include <filesystem>
 #include <memory>
 
 namespace dtfleet {
 namespace {
 
+void say(const std::string &text) {
+    dtctl::Output out(stdout);
+    out.put(text + '\n');
+    out.flush();
+}
+
+void check_history(const std::string &database) {
+    std::vector<std::string> complaints;
+    {
+        Percent percent("checked");
+        complaints = check_database(database, percent.advance());
+    }
+    std::string text;
+    for (const std::string &complaint : complaints)
+        text += (text.empty() ? "" : "\n") + database + ": " + complaint;
+    if (!text.empty()) throw dtctl::Failure(dtctl::Exit::broken, text);
+    say(database + ": nothing is wrong");
+}
+
 void check(const std::string &file) {
     const Inventory inventory = checked_inventory(file);
-    dtctl::Output out(stdout);
-    out.put(fmt::format("{}: {} devices in {} groups\n", file, inventory.devices.size(),
-                        inventory.groups.size()));
-    out.flush();
+    say(fmt::format("{}: {} devices in {} groups", file, inventory.devices.size(),
+                    inventory.groups.size()));
+    const std::string database = database_path(inventory, file);
+    if (std::filesystem::exists(database)) check_history(database);
+}
+
+void accept_clock(const std::string &given) {
+    change(given, {{"accept_clock", true}}, [](Store &store) {
+        store.accept_clock();
+        return nlohmann::json();
+    });
 }
 
 } // namespace
 
 void add_check(CLI::App &app) {
-    CLI::App &command = *app.add_subcommand("check", "Say what is wrong with the configuration");
+    CLI::App &command =
+        *app.add_subcommand("check", "Say what is wrong with the configuration or the database");
     auto file = std::make_shared<std::string>();
+    auto accepts_clock = std::make_shared<bool>(false);
+    command.add_flag("--accept-clock", *accepts_clock,
+                     "The clock is right, though it has moved by more than an hour");
     add_config(command, *file);
-    add_footer(command, "dtfleet check\ndtfleet check --config new.toml");
-    command.callback([file] { check(config_file(*file)); });
+    add_footer(
+        command, "dtfleet check\ndtfleet check --config new.toml",
+        R"(All mistakes of the configuration and the files that it includes are told, each with file and
+line. While the clock has moved by more than an hour nothing is deleted by its age;
+--accept-clock ends that.
+)");
+    command.callback([file, accepts_clock] {
+        if (*accepts_clock) return accept_clock(*file);
+        check(config_file(*file));
+    });
 }
 
 } // namespace dtfleet

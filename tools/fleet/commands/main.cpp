@@ -28,9 +28,14 @@ void describe(CLI::App &app) {
     dtfleet::add_compare(app);
     dtfleet::add_export(app);
     dtfleet::add_ask(app);
+    dtfleet::add_pause(app);
+    dtfleet::add_rename(app);
+    dtfleet::add_forget(app);
+    dtfleet::add_accept(app);
     dtfleet::add_reload(app);
     dtfleet::add_discover(app);
     dtfleet::add_check(app);
+    dtfleet::add_backup(app);
     dtfleet::add_import(app);
     dtfleet::add_simulate(app);
 }

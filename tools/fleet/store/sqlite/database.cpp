@@ -2,8 +2,11 @@
 
 #include "fleet/store/store.h"
 #include "host/failure.h"
+#include "host/socket.h"
 
 #include <sqlite3.h>
+
+#include <fcntl.h>
 
 namespace dtfleet::sqlite {
 namespace {
@@ -116,6 +119,10 @@ std::string_view Statement::bytes(int column) const {
 Database::Database(const std::string &path, Access access) : path_(path) {
     constexpr int flags[] = {SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, SQLITE_OPEN_READWRITE,
                              SQLITE_OPEN_READONLY};
+    // SQLite's own mode would keep the members of a group from writing; the files that it makes
+    // beside this one get the same.
+    if (access == Access::make)
+        (void)dtctl::Fd(::open(path.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0660));
     sqlite3 *opened = nullptr;
     const int code = sqlite3_open_v2(
         path.c_str(), &opened, flags[static_cast<int>(access)] | SQLITE_OPEN_NOMUTEX, nullptr);
