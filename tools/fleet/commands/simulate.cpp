@@ -29,6 +29,7 @@ constexpr BadKind kinds[] = {
     {Manner::slow, "--slow", "... that wait a second before each message"},
     {Manner::trickle, "--trickle", "... that send a byte at a time"},
     {Manner::broken, "--broken", "... that break the format"},
+    {Manner::stuck, "--stuck", "... that stop in the middle"},
     {Manner::clashing, "--clashing", "... that have one identity together"},
     {Manner::empty, "--empty", "... whose collectors put nothing"},
     {Manner::logging, "--logging", "... that send a log, too, which grows"},

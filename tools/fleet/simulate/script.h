@@ -13,6 +13,7 @@ enum class Manner : uint8_t {
     slow,     // waits before each message
     trickle,  // sends a byte at a time
     broken,   // breaks the format in the middle
+    stuck,    // stops in the middle, connected
     clashing, // good, with the identity of another
     empty,    // has collectors that put nothing
     logging,  // good, and sends a log that grows

@@ -223,7 +223,9 @@ void Simulator::hear(uint32_t number) {
     if (device.sent != device.messages[device.message].size()) return; // came unasked
     device.sent = 0;
     if (++device.message == device.messages.size()) return finish(number, true);
-    if (manner_of(number) == Manner::slow)
+    const Manner manner = manner_of(number);
+    if (manner == Manner::stuck && device.message == device.messages.size() / 2) return;
+    if (manner == Manner::slow)
         turns_.set(number, now() + 10 * options_.pause);
     else
         send_some(number);
