@@ -6,13 +6,10 @@
 // usage: fleet_store [MILLIONS OF VALUES [DEVICES]]
 #include "fleet.h"
 #include "fleet/store/sqlite/database.h"
-#include "fleet/store/store.h"
-
-#include <endian.h>
+#include "fleet_runs.h"
 
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <functional>
@@ -21,42 +18,8 @@
 namespace {
 
 using namespace dtfleet;
+using namespace fleet;
 using Clock = std::chrono::steady_clock;
-using Runs = std::vector<RunRecord>;
-
-constexpr uint32_t values_a_run = 100;
-constexpr uint64_t runs_a_transaction = 250;
-
-struct Load {
-    uint64_t runs = 0;
-    uint64_t devices = 0;
-    bool keeps_all = false;
-};
-
-uint64_t scatter(uint64_t number) { return number * 0x9e3779b97f4a7c15U; }
-
-// With keep = "all" another number each time, with "changes" in every tenth run.
-uint64_t number_of(const Load &load, uint64_t run, uint32_t key) {
-    const uint64_t turn = load.keeps_all ? run : (run / load.devices + key) / 10;
-    return scatter(turn * values_a_run + key) >> 32;
-}
-
-RunRecord make_run(const Load &load, uint64_t number) {
-    RunRecord run;
-    const uint64_t id = htobe64(number); // they grow, as the engine's do
-    std::memcpy(run.id.data(), &id, sizeof id);
-    run.device = "device " + std::to_string(number % load.devices);
-    run.time = static_cast<Microseconds>(1'800'000'000 + number / load.devices * 60) * 1'000'000;
-    run.keeps_all = load.keeps_all;
-    run.outcome = Outcome::whole;
-    run.samples.collectors = {"collector"};
-    for (uint32_t key = 0; key < values_a_run; ++key) {
-        Sample &sample = run.samples.list.emplace_back();
-        sample.key = key;
-        sample.number = number_of(load, number, key);
-    }
-    return run;
-}
 
 double processor_seconds() {
     timespec now{};
@@ -118,9 +81,7 @@ Side stored(const std::string &file) {
 // written at the end does.
 void write(const Load &load, const std::vector<Side *> &sides) {
     for (uint64_t done = 0; done < load.runs;) {
-        Runs some;
-        for (uint64_t i = 0; i < runs_a_transaction && done < load.runs; ++i)
-            some.push_back(make_run(load, done++));
+        const Runs some = make_runs(load, done);
         for (Side *side : sides) side->write(some);
     }
     for (Side *side : sides) side->close();
