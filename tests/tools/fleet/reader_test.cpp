@@ -1,5 +1,6 @@
 // The store's read side: a random history, read back through every call.
 #include "fleet/store/number.h"
+#include "fleet/store/sqlite/chart.h"
 #include "host/failure.h"
 #include "samples.h"
 
@@ -19,12 +20,13 @@ using testing::SizeIs;
 
 constexpr Microseconds start = 20'000 * day + 5 * hour;
 
-// What has been received, by time, of the number under key 1.
-using Received = std::map<Microseconds, uint64_t>;
+using Received = std::map<Microseconds, uint64_t>; // by time
+using Place = std::pair<uint32_t, uint32_t>;       // a key and its ordinal
 
-// Three days of one device, stored by changes and whole: a number with a sign, one that stands
-// still, a text and one that comes and goes. A third of the runs break, half of them without a
-// value.
+constexpr uint32_t with_sign = 1, unchanged = 2, at_times = 3, without_sign = 4, wide = 5;
+
+// Three days of one device, stored by changes and whole, with everything that a run may bring. A
+// third of the runs break, half of them without a value.
 class History {
 public:
     History() {
@@ -33,7 +35,8 @@ public:
         listed.name = "pump";
         listed.groups = {"hall \"2\""};
         inventory.devices = {listed};
-        inventory.series = {{"plain", {}, 1, "speed", "1/min", true, {}}};
+        inventory.series = {{"plain", {}, with_sign, "speed", "1/min", true, {}},
+                            {"plain", {}, wide, "", "", true, {}}};
         for (auto &store : stores) store->take_inventory(inventory);
         for (uint64_t i = 1; time < start + 3 * day; ++i) write(i);
     }
@@ -44,13 +47,15 @@ public:
         run.command = run.kind == dtfleet::Kind::selftest ? 3 : 0;
         if (below(3) == 0) run.outcome = Outcome::reset;
         if (!is_whole(run.outcome) && below(2) == 0) return run;
-        const bool fresh = !is_whole(run.outcome) || below(4) == 0;
-        if (fresh) speed = static_cast<uint32_t>(below(2'000'001) - 1'000'000);
-        add_number(run, "plain", 1, speed);
+        if (!is_whole(run.outcome) || below(4) == 0)
+            speed = static_cast<uint32_t>(below(2'000'001) - 1'000'000);
+        add_number(run, "plain", with_sign, speed);
         if (!is_whole(run.outcome)) return run;
-        add_number(run, "plain", 2, 7);
+        add_number(run, "plain", unchanged, 7);
+        add_number(run, "plain", without_sign, speed);
+        add_number(run, "plain", wide, speed << 32 | 1);
         add_text(run, "other", 1, std::string(below(4) * 100, 'x'));
-        if (below(5) != 0) add_number(run, "plain", 3, number);
+        for (uint64_t i = below(3); i != 0; --i) add_number(run, "plain", at_times, below(3));
         add_log(run, "log", 9, {"a", "b", std::to_string(number / 50)});
         return run;
     }
@@ -61,10 +66,18 @@ public:
         stores[0]->write({&one, 1});
         one.keeps_all = true;
         stores[1]->write({&one, 1});
-        if (one.device != "pump" || one.command != 0) return;
+        if (one.device == "pump" && one.command == 0) take(one);
+    }
+
+    void take(const RunRecord &run) {
         ++runs;
-        if (!one.samples.list.empty()) received[time] = one.samples.list[0].number;
-        if (!one.samples.list.empty()) last = one;
+        if (is_whole(run.outcome)) latest.clear();
+        std::map<uint32_t, uint32_t> arrivals;
+        for (const Sample &sample : run.samples.list) {
+            if (sample.kind == Kind::string) continue;
+            const Place place{sample.key, arrivals[sample.key]++};
+            received[place][time] = latest[place] = sample.number;
+        }
     }
 
     uint64_t below(uint64_t bound) { return random() % bound; }
@@ -76,8 +89,8 @@ public:
     Microseconds time = start;
     uint64_t speed = 0;
     size_t runs = 0;
-    Received received;
-    RunRecord last;
+    std::map<Place, Received> received; // the numbers of collections
+    std::map<Place, uint64_t> latest;   // that are not gone
 };
 
 int64_t id_of_series(Reader &reader, const char *collector, uint32_t key) {
@@ -87,19 +100,23 @@ int64_t id_of_series(Reader &reader, const char *collector, uint32_t key) {
 }
 
 // Each point tells of all that was received from its time to the next one's.
-void expect_points(const std::vector<Point> &points, const Received &received, Microseconds end) {
-    const auto less = [](uint64_t a, uint64_t b) { return is_less(a, b, Kind::int32, true); };
+void expect_points(const std::vector<Point> &points, uint32_t key, const Received &received,
+                   Microseconds end) {
+    const auto less = [&](uint64_t a, uint64_t b) {
+        return is_less(a, b, key == wide ? Kind::int64 : Kind::int32,
+                       key == with_sign || key == wide);
+    };
     for (size_t i = 0; i < points.size(); ++i) {
         const Point &point = points[i];
+        const auto begin = received.lower_bound(point.time);
         if (point.count == 0) {
             EXPECT_EQ(i, 0);
-            EXPECT_EQ(point.last, std::prev(received.lower_bound(point.time))->second);
+            EXPECT_EQ(point.last, std::prev(begin)->second);
             continue;
         }
         std::vector<uint64_t> values;
-        const Microseconds to = i + 1 < points.size() ? points[i + 1].time : end;
-        for (auto at = received.lower_bound(point.time); at != received.lower_bound(to); ++at)
-            values.push_back(at->second);
+        const auto to = received.lower_bound(i + 1 < points.size() ? points[i + 1].time : end);
+        for (auto at = begin; at != to; ++at) values.push_back(at->second);
         ASSERT_EQ(point.count, values.size()) << i;
         ASSERT_EQ(point.last, values.back()) << i;
         ASSERT_EQ(point.min, std::ranges::min(values, less)) << i;
@@ -113,37 +130,77 @@ uint64_t sum_of(const std::vector<Point> &points) {
     return sum;
 }
 
+// The series that may be drawn, as one of the two databases has them.
+class Charts {
+public:
+    explicit Charts(const std::string &file)
+        : database_(file, sqlite::Database::Access::read), reader_(open_reader(file)),
+          device_(reader_->device("pump")->id) {}
+
+    std::vector<Point> points(const char *collector, Place place, Microseconds from,
+                              Microseconds to, size_t columns, size_t most_looks = 1'000'000) {
+        return sqlite::read_chart(database_,
+                                  {device_, id_of_series(*reader_, collector, place.first),
+                                   place.second, from, to, columns, most_looks});
+    }
+
+    // All that was received is told, whatever part of it is stored.
+    void expect_all(const History &history, size_t columns, size_t most_looks = 1'000'000) {
+        for (const auto &[place, received] : history.received) {
+            const auto all = points("plain", place, 0, INT64_MAX, columns, most_looks);
+            EXPECT_LE(all.size(), columns);
+            EXPECT_EQ(sum_of(all), received.size()) << place.first;
+            expect_points(all, place.first, received, INT64_MAX);
+        }
+    }
+
+private:
+    sqlite::Database database_;
+    std::unique_ptr<Reader> reader_;
+    int64_t device_;
+};
+
 TEST(Reader, ChartsTellWhatWasReceivedHoweverItIsStored) {
     History history;
-    const Received &received = history.received;
     for (const std::string &file : history.files) {
-        const auto reader = open_reader(file);
-        const int64_t device = reader->device("pump")->id;
-        const int64_t speed = id_of_series(*reader, "plain", 1);
-        const auto points = [&](Microseconds from, Microseconds to, size_t columns) {
-            return reader->points(device, speed, 0, from, to, columns);
-        };
-        for (const size_t columns : {1, 3, 71, 72, 500, 10'000}) {
-            const auto all = points(0, INT64_MAX, columns);
-            EXPECT_LE(all.size(), columns);
-            EXPECT_GT(2 * all.size(), std::min<size_t>(columns, 72)) << "as fine as asked for";
-            EXPECT_EQ(sum_of(all), received.size());
-            expect_points(all, received, INT64_MAX);
+        Charts charts(file);
+        const Place speed{with_sign, 0};
+        for (const size_t columns : {1, 71, 72, 500}) {
+            charts.expect_all(history, columns);
+            EXPECT_GT(2 * charts.points("plain", speed, 0, INT64_MAX, columns).size(),
+                      std::min<size_t>(columns, 72))
+                << "as fine as asked for";
         }
+        charts.expect_all(history, 500, 1000); // too many values: from the hours
+        EXPECT_LE(charts.points("plain", speed, 0, INT64_MAX, 500, 1000).size(), 73);
+        const Received &received = history.received[speed];
         for (int i = 0; i < 200; ++i) {
             const auto from = start + static_cast<Microseconds>(history.below(3 * day));
             const auto to = from + 1 + static_cast<Microseconds>(history.below(12 * hour));
-            const auto some = points(from, to, 13 + history.below(100)); // finer than hours
-            expect_points(some, received, to);
+            const auto some = charts.points("plain", speed, from, to, 13 + history.below(100));
+            expect_points(some, with_sign, received, to);
             EXPECT_EQ(sum_of(some), static_cast<size_t>(std::distance(received.lower_bound(from),
                                                                       received.lower_bound(to))));
         }
-        EXPECT_THAT(points(start + day, start + day, 10), IsEmpty());
-        EXPECT_THAT(points(start + 9 * day, INT64_MAX, 10), IsEmpty());
-        EXPECT_THAT(reader->points(device, id_of_series(*reader, "other", 1), 0, 0, INT64_MAX, 9),
-                    IsEmpty())
-            << "texts have no chart";
-        EXPECT_THAT(reader->points(device, speed, 1, 0, INT64_MAX, 9), IsEmpty());
+        EXPECT_THAT(charts.points("plain", speed, start + day, start + day, 10), IsEmpty());
+        EXPECT_THAT(charts.points("plain", speed, start + 9 * day, INT64_MAX, 10), IsEmpty());
+        EXPECT_THAT(charts.points("plain", {with_sign, 1}, 0, INT64_MAX, 9), IsEmpty());
+        EXPECT_THAT(charts.points("other", {1, 0}, 0, INT64_MAX, 9), IsEmpty()) << "texts";
+    }
+}
+
+// Of the days whose values are gone, the hours are left.
+TEST(Reader, ChartsGoBackBehindTheValues) {
+    History history;
+    for (const std::string &file : history.files) {
+        sqlite::Database(file, sqlite::Database::Access::write)
+            .execute(
+                "DELETE FROM value WHERE id < (SELECT min(first) FROM collection WHERE time >= "
+                "20001 * 86400000000);"
+                "DELETE FROM collection WHERE time < 20001 * 86400000000");
+        Charts charts(file);
+        for (const size_t columns : {1, 100, 500}) charts.expect_all(history, columns);
+        EXPECT_GT(charts.points("plain", {with_sign, 0}, 0, INT64_MAX, 500).size(), 100);
     }
 }
 
@@ -152,9 +209,10 @@ std::string text_of(const FlatValue &value) {
     const StoredValue &stored = value.value;
     return fmt::format("{}|{}|{}|{}|{}|{}|{}", id_text(value.run), value.device, value.time,
                        text_of(value.outcome), value.series, value.ordinal,
-                       stored.form == Form::gone    ? "-"
-                       : stored.form == Form::bytes ? stored.bytes
-                                                    : std::to_string(stored.number));
+                       stored.form == Form::gone ? "-"
+                       : stored.form == Form::bytes
+                           ? stored.bytes
+                           : std::to_string(static_cast<int64_t>(stored.number)));
 }
 
 std::vector<std::string> all_values(Reader &reader, const ValueQuery &query, size_t limit) {
@@ -240,20 +298,22 @@ TEST(Reader, ListsTellTheNewestOfADevice) {
     }
     EXPECT_EQ(found, history.runs);
 
-    RunRecord whole = make_run(2'000'000, "pump", history.time);
-    add_number(whole, "plain", 1, 1);
-    add_text(whole, "plain", 8, std::string(5000, 'y'));
+    const auto latest = [&] {
+        std::map<Place, uint64_t> numbers;
+        for (const LatestValue &value : reader->latest(pump, 0))
+            for (const Series &series : reader->series_of(pump))
+                if (series.id == value.series && series.collector == "plain" &&
+                    value.value.form == StoredValue::Form::number)
+                    numbers[{series.key, value.ordinal}] = value.value.number;
+        return numbers;
+    };
+    EXPECT_EQ(latest(), history.latest);
+    RunRecord whole = make_run(2'000'000, "pump", history.time + 1);
+    add_text(whole, "other", 1, std::string(5000, 'y'));
     history.stores[0]->write({&whole, 1});
-    std::map<std::string, LatestValue> latest;
-    for (const LatestValue &value : reader->latest(pump, 0))
-        for (const Series &series : reader->series_of(pump))
-            if (series.id == value.series)
-                latest[fmt::format("{} {}", series.collector, series.key)] = value;
-    EXPECT_EQ(latest.at("plain 1").value.number, 1);
-    EXPECT_EQ(latest.at("plain 8").value.bytes, std::string(5000, 'y'));
-    EXPECT_EQ(latest.at("plain 2").value.form, StoredValue::Form::gone);
-    EXPECT_EQ(latest.count("log 9"), 0);
-    EXPECT_NE(reader->latest(pump, 3)[0].time, history.time) << "self-tests by themselves";
+    EXPECT_THAT(latest(), IsEmpty()) << "gone";
+    EXPECT_EQ(reader->latest(pump, 0)[0].value.bytes, std::string(5000, 'y'));
+    EXPECT_LT(reader->latest(pump, 3)[0].time, history.time) << "self-tests by themselves";
 
     const int64_t log = id_of_series(*reader, "log", 9);
     const auto newest = reader->log(pump, log, INT64_MAX, 4);

@@ -169,7 +169,7 @@ struct ValueQuery {
     Microseconds to = INT64_MAX; // the first time that is not wanted
 };
 
-// Every call is one short read transaction, of well under a second. Lists come in slices: the next
+// Every call reads in short transactions, of well under a second. Lists come in slices: the next
 // slice begins behind the last row of the one before. Throws Unavailable.
 class Reader {
 public:
@@ -203,8 +203,9 @@ public:
     virtual std::vector<RunRow> runs(int64_t device, int64_t before, size_t limit) = 0;
 
     // A series of a device's collections over time in at most `columns` columns, as if each run had
-    // stored all its values; what is older than the values, and columns of an hour and more, come
-    // from the hours' sums. A first point with a count of 0 is of the value that held at `from`.
+    // stored all its values. What is older than the values comes from the hours' sums, and so does
+    // all where a column is an hour and more, or the values are too many. A first point with a
+    // count of 0 is of the value that held at `from`.
     virtual std::vector<Point> points(int64_t device, int64_t series, uint32_t ordinal,
                                       Microseconds from, Microseconds to, size_t columns) = 0;
 

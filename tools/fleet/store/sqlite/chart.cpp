@@ -13,9 +13,9 @@ namespace {
 
 using dt::decode::wire::selftest_command;
 
-// What one transaction looks at: rows of values, or as many bytes of sums.
-constexpr size_t most_looks = 200'000;
+// What looks are counted by: a row of values is one.
 constexpr size_t bytes_a_look = 64;
+constexpr size_t looks_a_run = 16;
 
 // How far back a value is looked for that holds at the begin. The first whole run of each day
 // stores all values, so it stands there unless the device was out of reach.
@@ -38,40 +38,24 @@ Run run_in(const Statement &row) {
 
 constexpr const char *runs_forwards =
     "SELECT id, time, outcome, first, count, history FROM collection WHERE device = ?1 AND "
-    "time >= ?2 AND time < ?3 AND (time > ?2 OR id > ?4) AND command = ?5 ORDER BY time, id";
+    "time >= ?2 AND time < ?3 AND command = ?4 ORDER BY time, id";
 constexpr const char *runs_backwards =
     "SELECT id, time, outcome, first, count, history FROM collection WHERE device = ?1 AND "
     "time >= ?2 AND time < ?3 AND command = ?4 ORDER BY time DESC, id DESC";
-
-// Where a command's values and sums are.
-struct Extent {
-    uint32_t command = 0;
-    State state;
-    std::optional<Microseconds> first_run, last_run;
-    std::optional<int64_t> first_hour, last_hour;
-
-    Microseconds begin() const {
-        const Microseconds runs = first_run.value_or(INT64_MAX);
-        return first_hour ? std::min(runs, *first_hour * microseconds_an_hour) : runs;
-    }
-    Microseconds end() const {
-        if (last_run) return *last_run + 1;
-        return last_hour ? (*last_hour + 1) * microseconds_an_hour : 0;
-    }
-};
 
 class Chart {
 public:
     Chart(Database &database, const ChartQuery &query) : database_(database), query_(query) {}
 
     std::vector<Point> read() {
-        transaction_.emplace(database_, Transaction::Kind::read);
+        begin_transaction();
         if (!find_series()) return {};
         for (CommandState &one : states_of(database_, query_.device))
-            if (one.command != selftest_command) add_extent(one);
+            if (one.command != selftest_command) states_.push_back(std::move(one));
+        first_run_ = end_of_runs("SELECT time FROM collection WHERE device = ? ORDER BY time "
+                                 "LIMIT 1");
         if (!trim()) return {};
-        columns_.emplace(query_.from, query_.to, query_.columns, type_, is_signed_);
-        for (const Extent &extent : extents_) read_extent(extent);
+        if (!read_states(false)) read_states(true);
         std::vector<Point> points = columns_->points();
         if (edge_ && (points.empty() || points.front().time > query_.from))
             points.insert(points.begin(), {query_.from, 0, *edge_, *edge_, *edge_});
@@ -94,36 +78,34 @@ private:
         return found;
     }
 
-    void add_extent(CommandState &one) {
-        Extent extent{one.command, std::move(one.state), {}, {}, {}, {}};
-        extent.first_run = end_of("SELECT time FROM collection WHERE device = ? AND command = ? "
-                                  "ORDER BY time LIMIT 1",
-                                  one.command);
-        extent.last_run = end_of("SELECT time FROM collection WHERE device = ? AND command = ? "
-                                 "ORDER BY time DESC LIMIT 1",
-                                 one.command);
-        extent.first_hour = end_of("SELECT hour FROM rollup WHERE device = ? AND command = ? "
-                                   "ORDER BY hour LIMIT 1",
-                                   one.command);
-        extent.last_hour = end_of("SELECT hour FROM rollup WHERE device = ? AND command = ? "
-                                  "ORDER BY hour DESC LIMIT 1",
-                                  one.command);
-        extents_.push_back(std::move(extent));
+    std::optional<int64_t> end_of_runs(const char *sql) {
+        return one_number(database_.statement(sql).with(query_.device));
     }
-
-    std::optional<int64_t> end_of(const char *sql, uint32_t command) {
+    std::optional<int64_t> end_of_hours(const char *sql, uint32_t command) {
+        return one_number(database_.statement(sql).with(query_.device, command));
+    }
+    static std::optional<int64_t> one_number(Statement &statement) {
         std::optional<int64_t> found;
-        each_row(database_.statement(sql).with(query_.device, command),
-                 [&](const Statement &row) { found = row.number(0); });
+        each_row(statement, [&](const Statement &row) { found = row.number(0); });
         return found;
     }
 
     // The columns are for what there is. False when that is nothing.
     bool trim() {
-        Microseconds begin = INT64_MAX, end = 0;
-        for (const Extent &extent : extents_) {
-            begin = std::min(begin, extent.begin());
-            end = std::max(end, extent.end());
+        Microseconds begin = first_run_.value_or(INT64_MAX);
+        Microseconds end = 0;
+        if (const auto last = end_of_runs("SELECT time FROM collection WHERE device = ? "
+                                          "ORDER BY time DESC LIMIT 1"))
+            end = *last + 1;
+        for (const CommandState &one : states_) {
+            const auto first = end_of_hours("SELECT hour FROM rollup WHERE device = ? AND "
+                                            "command = ? ORDER BY hour LIMIT 1",
+                                            one.command);
+            const auto last = end_of_hours("SELECT hour FROM rollup WHERE device = ? AND "
+                                           "command = ? ORDER BY hour DESC LIMIT 1",
+                                           one.command);
+            if (first) begin = std::min(begin, *first * microseconds_an_hour);
+            if (last && !first_run_) end = std::max(end, (*last + 1) * microseconds_an_hour);
         }
         query_.from = std::max(query_.from, begin);
         query_.to = std::min(query_.to, end);
@@ -132,37 +114,45 @@ private:
 
     // ---- reading --------------------------------------------------------------------------------
 
-    // Hours where no more is left or a column is as wide; what is finer from the values themselves.
-    // Days are deleted as a whole, so the hours end where the first day with values begins.
-    void read_extent(const Extent &extent) {
-        const bool is_coarse = columns_->width() >= microseconds_an_hour;
-        const Microseconds raw =
-            is_coarse ? query_.to
-                      : std::clamp(extent.first_run.value_or(INT64_MAX), query_.from, query_.to);
-        const int64_t first_hour = hour_of(query_.from);
-        const int64_t end_hour = raw == query_.to ? hour_of(query_.to - 1) + 1 : hour_of(raw);
-        if (first_hour < end_hour) read_hours(extent, first_hour, end_hour);
-        if (raw < query_.to) read_runs(extent, raw);
+    // False when the values are too many: their hours' sums have to do.
+    bool read_states(bool by_hours) {
+        columns_.emplace(query_.from, query_.to, query_.columns, type_, is_signed_);
+        edge_.reset();
+        const bool is_coarse = by_hours || columns_->width() >= microseconds_an_hour;
+        return std::all_of(states_.begin(), states_.end(),
+                           [&](const CommandState &one) { return read_state(one, is_coarse); });
     }
 
-    void read_hours(const Extent &extent, int64_t first, int64_t end) {
-        for (bool more = true; more; rest()) {
+    // Hours where no more is left or wanted, the values themselves behind them. Days are deleted
+    // as a whole, so the hours end where the first day with values begins.
+    bool read_state(const CommandState &one, bool is_coarse) {
+        const Microseconds raw =
+            is_coarse ? query_.to
+                      : std::clamp(first_run_.value_or(INT64_MAX), query_.from, query_.to);
+        const int64_t first_hour = hour_of(query_.from);
+        const int64_t end_hour = raw == query_.to ? hour_of(query_.to - 1) + 1 : hour_of(raw);
+        if (first_hour < end_hour) read_hours(one, first_hour, end_hour);
+        return raw == query_.to || read_runs(one, raw);
+    }
+
+    void read_hours(const CommandState &one, int64_t first, int64_t end) {
+        for (bool more = true; more; begin_transaction()) {
             Statement &hours =
                 database_.statement("SELECT hour, entries FROM rollup WHERE device = ? AND "
                                     "command = ? AND hour >= ? AND hour < ? ORDER BY hour");
-            hours.with(query_.device, extent.command, first, end);
-            while (looks_ <= most_looks && hours.step()) {
+            hours.with(query_.device, one.command, first, end);
+            while (looks_ <= query_.most_looks && hours.step()) {
                 first = hours.number(0) + 1;
                 looks_ += 1 + hours.bytes(1).size() / bytes_a_look;
                 if (const auto sum = find_sum(hours.bytes(1), query_.series, query_.ordinal))
                     add_hour(hours.number(0), *sum);
             }
-            more = looks_ > most_looks;
+            more = looks_ > query_.most_looks;
             hours.reset();
         }
-        const int64_t running = extent.state.hour;
+        const int64_t running = one.state.hour;
         if (running < hour_of(query_.from) || running >= end) return;
-        for (const Entry &entry : extent.state.entries)
+        for (const Entry &entry : one.state.entries)
             if (is_asked_for(entry) && entry.sum.n != 0) add_hour(running, entry.sum);
     }
 
@@ -174,23 +164,17 @@ private:
         columns_->add(std::max(hour * microseconds_an_hour, query_.from), sum);
     }
 
-    // A whole run that stored no value has brought the same as before.
-    void read_runs(const Extent &extent, Microseconds from) {
-        std::optional<uint64_t> held = held_at(extent, from);
+    // A whole run that stored no value has brought the same as before. False when they are too
+    // many.
+    bool read_runs(const CommandState &one, Microseconds from) {
+        begin_transaction();
+        std::optional<uint64_t> held = held_at(one, from);
         if (from == query_.from && held) edge_ = held;
-        int64_t last_id = INT64_MIN;
-        for (bool more = true; more; rest()) {
-            Statement &runs = database_.statement(runs_forwards);
-            runs.with(query_.device, from, query_.to, last_id, extent.command);
-            while (looks_ <= most_looks && runs.step()) {
-                const Run run = run_in(runs);
-                from = run.time;
-                last_id = run.id;
-                take(run, held);
-            }
-            more = looks_ > most_looks;
-            runs.reset();
-        }
+        Statement &runs = database_.statement(runs_forwards);
+        runs.with(query_.device, from, query_.to, one.command);
+        while (looks_ <= query_.most_looks && runs.step()) take(run_in(runs), held);
+        runs.reset();
+        return looks_ <= query_.most_looks;
     }
 
     void take(const Run &run, std::optional<uint64_t> &held) {
@@ -207,16 +191,15 @@ private:
     }
 
     // Nothing when the run before did not bring it.
-    std::optional<uint64_t> held_at(const Extent &extent, Microseconds time) {
+    std::optional<uint64_t> held_at(const CommandState &one, Microseconds time) {
         Statement &runs = database_.statement(runs_backwards);
-        runs.with(query_.device, time - longest_hold, time, extent.command);
+        runs.with(query_.device, time - longest_hold, time, one.command);
         std::optional<StoredValue> stored;
-        while (!stored && looks_ <= most_looks && runs.step()) {
+        while (!stored && looks_ <= query_.most_looks && runs.step()) {
             const Run run = run_in(runs);
             if (!run.is_history) stored = find_value(run);
         }
         runs.reset();
-        rest();
         return stored ? number_of(*stored) : std::nullopt;
     }
 
@@ -224,7 +207,7 @@ private:
 
     // Runs that store everything have it at the same place, one after the other.
     std::optional<StoredValue> find_value(const Run &run) {
-        ++looks_;
+        looks_ += looks_a_run;
         std::optional<StoredValue> found;
         if (run.count == 0) return found;
         if (run.count == place_count_) found = value_at(run.first + place_);
@@ -259,11 +242,10 @@ private:
     }
 
     // Between two statements: nobody is kept from tidying up for long.
-    void rest() {
-        if (looks_ <= most_looks) return;
-        looks_ = 0;
+    void begin_transaction() {
         transaction_.reset();
         transaction_.emplace(database_, Transaction::Kind::read);
+        looks_ = 0;
     }
 
     Database &database_;
@@ -272,7 +254,8 @@ private:
     size_t looks_ = 0; // since it began
     dt::decode::Kind type_ = dt::decode::Kind::int32;
     bool is_signed_ = false;
-    std::vector<Extent> extents_;
+    std::vector<CommandState> states_;
+    std::optional<Microseconds> first_run_;
     std::optional<Columns> columns_;
     std::optional<uint64_t> edge_; // what held at the begin
     int64_t place_ = 0;            // in a run of place_count_ values

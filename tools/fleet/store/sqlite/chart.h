@@ -15,6 +15,7 @@ struct ChartQuery {
     Microseconds from = 0;
     Microseconds to = 0;
     size_t columns = 0;
+    size_t most_looks = 2'000'000; // about a quarter of a second
 };
 
 // Reader::points, in short transactions of its own.

@@ -117,6 +117,7 @@ class SqliteReader final : public Reader {
 public:
     explicit SqliteReader(const std::string &path) : database_(path, Database::Access::read) {
         check_schema(database_);
+        database_.execute("PRAGMA cache_size = -16384"); // kB: a day's runs of a device
     }
 
     int64_t version() override {
