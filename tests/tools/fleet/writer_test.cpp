@@ -144,23 +144,36 @@ TEST(Writer, TroubleStopsAskingAndPasses) {
     std::signal(SIGXFSZ, before);
 }
 
-// A part of the file has been overwritten: the service says so, and keeps what it cannot store.
-TEST(Writer, ADamagedDatabaseIsToldAndNoRunIsGivenUp) {
-    const Scratch scratch;
-    const std::string file = scratch / "fleet.db";
-    open_store(file, {});
-    const auto page = rows_of(file, "SELECT rootpage FROM sqlite_schema WHERE name = 'value'", 1);
-    std::fstream(file).seekp((std::stol(page[0]) - 1) * 4096) << std::string(4096, '\xff');
+// What the service says of a database that cannot take a run; it keeps the run.
+std::string trouble_with(const std::string &file) {
     Writer::Bounds bounds;
     bounds.farewell = 1ms;
     Writer writer(open_store(file, {}), bounds);
     RunRecord run = make_run(1, "pump", 1);
     add_number(run, "c", 1, 1);
     writer.put(run);
-    wait_until([&] { return !writer.not_ready().empty(); });
-    EXPECT_THAT(writer.not_ready(), HasSubstr("fleet.db: database disk image is malformed"));
+    wait_until([&] { return writer.counts().writing == 0 || !writer.not_ready().empty(); });
     const Writer::Counts counts = writer.counts();
     EXPECT_EQ(std::tuple(counts.stored, counts.dropped, counts.writing), std::tuple(0, 0, 1));
+    return writer.not_ready();
+}
+
+TEST(Writer, ADamagedDatabaseIsToldAndNoRunIsGivenUp) {
+    const Scratch scratch;
+    const std::string file = scratch / "fleet.db";
+    const auto store = open_store(file, {});
+    const auto page = rows_of(file, "SELECT rootpage FROM sqlite_schema WHERE name = 'value'", 1);
+    EXPECT_EQ(store->no_room(), "");
+    std::filesystem::rename(file, scratch / "moved.db");
+    EXPECT_THAT(store->no_room(), HasSubstr("moved"));
+    std::filesystem::rename(scratch / "moved.db", file);
+    sqlite::Database(file, sqlite::Database::Access::write)
+        .execute("ALTER TABLE value RENAME TO renamed");
+    EXPECT_THAT(trouble_with(file), HasSubstr("fleet.db: no such table"));
+    sqlite::Database(file, sqlite::Database::Access::write)
+        .execute("ALTER TABLE renamed RENAME TO value; PRAGMA wal_checkpoint(TRUNCATE)");
+    std::fstream(file).seekp((std::stol(page[0]) - 1) * 4096) << std::string(4096, '\xff');
+    EXPECT_THAT(trouble_with(file), HasSubstr("fleet.db: database disk image is malformed"));
 }
 
 // ---- killed -------------------------------------------------------------------------------------

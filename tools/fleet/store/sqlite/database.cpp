@@ -26,6 +26,21 @@ bool may_pass(int code) {
     case SQLITE_PROTOCOL:
     case SQLITE_CANTOPEN:
     case SQLITE_INTERRUPT:
+    case SQLITE_READONLY: // the file system may have become so after an error
+    case SQLITE_PERM:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// What was to be written cannot be, whatever the database.
+bool is_unfit(int code) {
+    switch (code & 0xff) {
+    case SQLITE_TOOBIG:
+    case SQLITE_CONSTRAINT:
+    case SQLITE_MISMATCH:
+    case SQLITE_RANGE:
         return true;
     default:
         return false;
@@ -37,9 +52,7 @@ bool may_pass(int code) {
     const char *path = sqlite3_db_filename(database, "main");
     const std::string text = std::string(path ? path : "?") + ": " + sqlite3_errmsg(database);
     if (may_pass(code)) throw Unavailable(text);
-    throw Failure((code & 0xff) == SQLITE_CORRUPT || (code & 0xff) == SQLITE_NOTADB ? Exit::broken
-                                                                                    : Exit::failed,
-                  text);
+    throw Failure(is_unfit(code) ? Exit::failed : Exit::broken, text);
 }
 
 void check(int code, sqlite3 *database) {
@@ -154,6 +167,12 @@ int64_t Database::number(const char *sql, int64_t otherwise) {
 
 void Database::reset_statements() noexcept {
     for (auto &[sql, statement] : statements_) statement.reset();
+}
+
+bool Database::has_moved() const {
+    int moved = 0;
+    sqlite3_file_control(handle_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+    return moved != 0;
 }
 
 int64_t Database::changes() const { return sqlite3_changes64(handle_.get()); }

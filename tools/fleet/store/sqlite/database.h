@@ -74,7 +74,8 @@ private:
 };
 
 // Throws Unavailable for what may pass (locked, full, no file left to open, ...), dtctl::Failure
-// with the file's name for the rest.
+// with the file's name for the rest: Exit::failed for values that cannot be stored, Exit::broken
+// for a database that cannot be used.
 class Database {
 public:
     enum class Access {
@@ -98,6 +99,8 @@ public:
     int64_t number(const char *sql, int64_t otherwise = 0);
 
     void reset_statements() noexcept; // those that are kept
+
+    bool has_moved() const; // no file of this name is this one any more
 
     int64_t changes() const; // rows of the last statement
     int64_t last_id() const; // of the last row that got its id from SQLite

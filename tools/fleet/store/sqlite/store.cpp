@@ -63,6 +63,7 @@ public:
     }
 
     std::string no_room() override {
+        if (database_.has_moved()) return database_.path() + ": the file has been moved or deleted";
         struct statvfs disk {};
         const auto directory = std::filesystem::absolute(database_.path()).parent_path();
         if (::statvfs(directory.c_str(), &disk) != 0) return {}; // writing will tell
