@@ -45,6 +45,9 @@ install(DIRECTORY man/man3 man/man7 DESTINATION ${CMAKE_INSTALL_MANDIR})
 if(TARGET dtctl)
     install(FILES man/man1/dtctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dt_tools)
 endif()
+if(TARGET dtfleet)
+    install(FILES man/man1/dtfleet.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dt_fleet)
+endif()
 
 # What was installed goes again; in a larger project that is the project's business.
 if(DT_ALONE)

@@ -1,4 +1,5 @@
-# The Debian packages: libdt1 and libdt-dev; dtctl from a build that has it (see `./dt package`).
+# The Debian packages: libdt1 and libdt-dev; dtctl and dtfleet from a build that has them (see
+# `./dt package`).
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "libdt developers <libdt@example.org>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
@@ -45,4 +46,15 @@ set(CPACK_DEBIAN_DT_TOOLS_DESCRIPTION
     "diagnostics and data collection for devices - host program\n${purpose}\n
 This is the host's side: collection server, configuration server and
 fault log reader.")
+
+set(scripts ${CMAKE_CURRENT_SOURCE_DIR}/cmake/debian/dtfleet)
+set(CPACK_DEBIAN_DT_FLEET_PACKAGE_NAME dtfleet)
+set(CPACK_DEBIAN_DT_FLEET_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_DT_FLEET_PACKAGE_DEPENDS "systemd | systemd-standalone-sysusers")
+set(CPACK_DEBIAN_DT_FLEET_PACKAGE_CONTROL_EXTRA
+    ${scripts}/postinst ${scripts}/prerm ${scripts}/postrm ${scripts}/conffiles)
+set(CPACK_DEBIAN_DT_FLEET_DESCRIPTION
+    "diagnostics and data collection for devices - service for a fleet\n${purpose}\n
+This is a service of the host's side: it asks many devices for their data on a
+schedule, keeps the history in a database, and shows it on a page.")
 include(CPack)

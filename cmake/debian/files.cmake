@@ -6,6 +6,12 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     configure_file(${CPACK_DT_SOURCE_DIR}/LICENSE ${root}/doc/${package}/copyright COPYONLY)
     configure_file(${CPACK_DT_SOURCE_DIR}/cmake/debian/changelog ${root}/doc/${package}/changelog
                    COPYONLY)
+    if(package STREQUAL "dtfleet")
+        file(COPY ${root}/${package}/fleet.toml
+             DESTINATION ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component}/etc/${package})
+        file(READ ${CPACK_DT_SOURCE_DIR}/tools/fleet/web/vendor/LICENSE license)
+        file(APPEND ${root}/doc/${package}/copyright "\nIts page has uPlot in it:\n\n${license}\n")
+    endif()
     file(GLOB pages ${root}/man/man*/*.[1-9])
     execute_process(COMMAND gzip -9nf ${root}/doc/${package}/changelog ${pages}
                     COMMAND_ERROR_IS_FATAL ANY)

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""The manual agrees with the headers and with dtctl: manual.py LIBRARY DTCTL
+"""The manual agrees with the headers and the programs: manual.py LIBRARY PROGRAM...
 
 Every exported name stands in the synopsis of exactly one page of section 3, as its header declares
 it, and in that page's list of names; no page names anything that is not there; every example
-compiles and links. dtctl(1) describes dtctl's commands, and each of their options.
+compiles and links. A program's page describes its commands, and each of their options.
 """
 
 import re
@@ -64,20 +64,32 @@ def help_of(*command):
     return subprocess.run([*command, "--help"], check=True, capture_output=True, text=True).stdout
 
 
-def check_options(page, dtctl):
-    """What differs between dtctl(1) and what dtctl says of itself."""
+def options_in(text):
+    return set(re.findall(r"Fl -([\w-]+)", text))
+
+
+def applies(title, command):
+    """Whether a part "Options of a, b and c" or "Options of all commands but d" is about one."""
+    names = re.findall(r"[\w-]+", title)
+    return title.startswith("Options of ") and (command in names) != ("all" in names)
+
+
+def check_options(program):
+    """What differs between a program's page and what it says of itself."""
+    name = Path(program).name
+    page = (ROOT / f"man/man1/{name}.1").read_text()
     parts = dict(re.findall(r"^\.Ss (.*)\n((?:(?!\.S[sh] ).*\n)*)", page, re.M))
-    common = set(re.findall(r"Fl -([\w-]+)", parts["Options of collect, selftest, decode and fcm"]))
-    listed = help_of(dtctl).partition("Subcommands:")[2].partition("\n\n")[0]
-    commands = re.findall(r"^  (\w+)", listed, re.M)
+    listed = help_of(program).partition("Subcommands:")[2].partition("\n\n")[0]
+    commands = re.findall(r"^  ([\w-]+)", listed, re.M)
     for command in {title[8:] for title in parts if title.startswith("Command ")} - set(commands):
-        yield f"dtctl.1: there is no command {command}"
+        yield f"{name}.1: there is no command {command}"
     for command in commands:
-        offered = set(re.findall(r"^  --([\w-]+)", help_of(dtctl, command), re.M))
-        described = set(re.findall(r"Fl -([\w-]+)", parts.get(f"Command {command}", "")))
-        described |= common if command != "config" else set()
+        offered = set(re.findall(r"^  --([\w-]+)", help_of(program, command), re.M))
+        described = options_in(parts.get(f"Command {command}", ""))
+        for title in parts:
+            described |= options_in(parts[title]) if applies(title, command) else set()
         for option in sorted(offered ^ described):
-            yield f"dtctl.1: {command} --{option}"
+            yield f"{name}.1: {command} --{option}"
 
 
 def main():
@@ -101,7 +113,8 @@ def main():
             problems.append(f"{path.name}: no example")
         problems += [f"{path.name}: the example does not compile" for text in texts
                      if not compiles(text, library)]
-    problems += check_options((ROOT / "man/man1/dtctl.1").read_text(), sys.argv[2])
+    for program in sys.argv[2:]:
+        problems += check_options(program)
     problems += [f"no page for {name}" for name in sorted(EXPORTS - set(home))]
     sys.exit("\n".join(problems) or 0)
 

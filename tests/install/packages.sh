@@ -62,3 +62,24 @@ dpkg-deb -x "$packages/dtctl_${version}_$native.deb" "$work/host"
 "$root/tests/checks/hardened.sh" readelf "$work/host/usr/bin/dtctl" || fail "dtctl is not hardened"
 dpkg-deb -f "$packages/dtctl_${version}_$native.deb" Depends | grep -q libc6 ||
     fail "dtctl states no dependencies"
+
+say "dtfleet"
+dpkg-deb -x "$packages/dtfleet_${version}_$native.deb" "$work/host"
+fleet=$work/host/usr/bin/dtfleet
+"$root/tests/checks/hardened.sh" readelf "$fleet" || fail "dtfleet is not hardened"
+needs=$(field dtfleet "$native" Depends)
+for need in libc6 libsqlite3-0 libmicrohttpd12; do
+    [[ $needs == *$need* ]] || fail "dtfleet states no dependency on $need"
+done
+"$fleet" check --config "$work/host/etc/dtfleet/fleet.toml" >/dev/null || fail "the sample is no configuration"
+[ "$(dpkg-deb -I "$packages/dtfleet_${version}_$native.deb" conffiles)" = /etc/dtfleet/fleet.toml ] ||
+    fail "a new version of dtfleet would overwrite its configuration"
+grep -q uPlot "$work/host/usr/share/doc/dtfleet/copyright" || fail "uPlot's licence is left out"
+# A fresh machine: the user, and a unit that its manager takes as it is.
+if [ -x "$(command -v systemd-analyze)" ]; then
+    systemd-sysusers --dry-run --root="$work/host" >"$work/log" 2>&1 || fail "sysusers.d is not understood"
+    grep -q "user 'dtfleet'" "$work/log" || fail "there is no user dtfleet"
+    sed "s|=dtfleet |=$fleet |" "$work/host/usr/lib/systemd/system/dtfleet.service" >"$work/dtfleet.service"
+    complaints=$(systemd-analyze verify --man=no "$work/dtfleet.service" 2>&1) && [ -z "$complaints" ] ||
+        fail "systemd says: $complaints"
+fi

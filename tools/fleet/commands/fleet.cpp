@@ -1,5 +1,6 @@
 #include "fleet/commands/fleet.h"
 
+#include "fleet/engine/control.h"
 #include "fleet/service/service.h"
 #include "host/failure.h"
 #include "host/text.h"
@@ -53,12 +54,11 @@ std::string existing_database(const Inventory &settings, const std::string &file
 nlohmann::json change(const std::string &given, const nlohmann::json &request,
                       const std::function<nlohmann::json(Store &)> &here) {
     const std::string file = config_file(given);
-    try {
-        return ask_service(file, request);
-    } catch (const Failure &failure) {
-        if (failure.code() != Exit::unreachable) throw;
-    }
     const Inventory settings = fleet_settings(file);
+    if (const auto answer = request_if_running(control_path(settings, file), request)) {
+        if (answer->contains("error")) throw Failure(Exit::broken, answer->value("error", ""));
+        return *answer;
+    }
     return here(*open_store(existing_database(settings, file), settings.retention));
 }
 

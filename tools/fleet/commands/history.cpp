@@ -65,9 +65,7 @@ void put_runs(Reader &reader, int64_t device, const Options &options, dtctl::Out
                     out);
     for (const RunRow &row : runs) {
         const RunRecord &run = row.record;
-        Cell id = text_cell(id_text(run.id));
-        id.shown.resize(8);
-        listing.add({id, time_cell(run.time), number_cell(run.command),
+        listing.add({text_cell(id_text(run.id)), time_cell(run.time), number_cell(run.command),
                      text_cell(text_of(run.outcome)),
                      seconds_cell(Microseconds{run.to_connect} + run.to_opening + run.to_end),
                      number_cell(run.messages), number_cell(run.bytes), text_cell(run.address),

@@ -54,7 +54,9 @@ Inventory checked_inventory(const std::string &path) {
 }
 
 std::string control_path(const Inventory &inventory, const std::string &file) {
-    return beside(file, inventory.control.empty() ? "dtfleet.sock" : inventory.control);
+    if (!inventory.control.empty()) return beside(file, inventory.control);
+    const std::string database = database_path(inventory, file);
+    return beside(database.find("://") == std::string::npos ? database : file, "dtfleet.sock");
 }
 
 std::string database_path(const Inventory &inventory, const std::string &file) {
