@@ -10,6 +10,8 @@ if [ -z "${FLEET_ALONE:-}" ]; then
     exit 77
 fi
 dtfleet=$1
+# shellcheck source-path=SCRIPTDIR source=../../tools/completion/dt
+. "$(dirname "$0")/../../tools/completion/dt"
 work=$(mktemp -d)
 failed=0
 pids=()
@@ -106,6 +108,18 @@ shows '"outcome":"whole"' ask sim000003
 shows '"outcome":"whole"' ask sim000003 --selftest
 asks_in_vain() { "$dtfleet" ask far 2>&1 | grep "far: unanswered: no connection came"; }
 until_true asks_in_vain # which is being asked anyway, perhaps
+
+# What completes the last word of a command line.
+completes() {
+    COMP_WORDS=("$dtfleet" "${@:2}")
+    COMP_CWORD=$(($# - 1))
+    _dt "$dtfleet" "${COMP_WORDS[-1]}" "${COMP_WORDS[-2]}"
+    [ "${COMPREPLY[*]}" = "$1" ] || fails "completion of ${*:2}: ${COMPREPLY[*]}"
+}
+completes "history" hi
+completes "sim000010 sim000011 sim000012 sim000013 sim000014 sim000015 sim000016 sim000017 sim000018 sim000019" ask sim00001
+completes "sim000007" export --follow --device sim000007
+completes "table" status --format ta
 
 # Reload: a mistake keeps what there was.
 configure 'signd = true'
