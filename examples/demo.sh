@@ -102,6 +102,48 @@ await_device() {
     [ "$after" = 0 ] || fail "the device did not start within 30 seconds"
 }
 
+dtfleet() {
+    command_line dtfleet "$@"
+    DTFLEET_CONFIG=$work/fleet.toml "$bin/tools/fleet/dtfleet" "$@" >"$work/shown" || fail "dtfleet $* fails"
+    head -n 14 "$work/shown" | cut -c1-100
+}
+
+# Other ports than the device's, and than those of a fleet that is at work here.
+start_fleet() {
+    cat >"$work/fleet.toml" <<'END_OF_FILE'
+listen = 9198
+interval = "1s"
+include = "devices.toml"
+[limits]
+silence = "1s"
+END_OF_FILE
+    "$bin/tools/fleet/dtfleet" simulate 100 --dead 5 --port 9199 --seconds 600 \
+        --inventory "$work/devices.toml" >/dev/null 2>"$work/why" &
+    pids+=($!)
+    until [ -s "$work/devices.toml" ] || ! kill -0 "${pids[-1]}" 2>/dev/null; do sleep 0.1; done
+    "$bin/tools/fleet/dtfleet" run --config "$work/fleet.toml" 2>>"$work/why" &
+    pids+=($!)
+}
+
+# Until the dead ones are known to be: three turns.
+await_fleet() {
+    local tenth shown_fleet
+    for ((tenth = 0; tenth < 600; tenth++)); do
+        shown_fleet=$("$bin/tools/fleet/dtfleet" status --config "$work/fleet.toml" --format table 2>/dev/null) || true
+        [[ $shown_fleet != *" 95 ok, 5 failing"* ]] || return 0
+        kill -0 "${pids[-1]}" 2>/dev/null || fail "$(tail -n 1 "$work/why")"
+        sleep 0.1
+    done
+    fail "the fleet is not collected within a minute"
+}
+
+show_fleet() {
+    start_fleet
+    await_fleet
+    dtfleet status --format table
+    dtfleet history sim000007 pump --limit 3 --format table
+}
+
 echo
 tell <<'END_OF_TEXT'
 A pump controller (examples/device.cpp, a program that uses libdt) now starts in the background and
@@ -112,7 +154,7 @@ find_place
 start_servers_and_device
 await_device
 
-step "1 of 5: the server asks, the device delivers"
+step "1 of 6: the server asks, the device delivers"
 tell <<'END_OF_TEXT'
 dtctl sends the device a command of 16 bytes. The device connects back, asks each of its components
 ("collectors") for their values and sends them. So you see inside a running device whenever you want,
@@ -121,14 +163,14 @@ END_OF_TEXT
 dtctl collect --device 127.0.0.1
 echo "(lines are cut here at 100 characters)"
 
-step "2 of 5: the device tests itself"
+step "2 of 6: the device tests itself"
 tell <<'END_OF_TEXT'
 Another command: now each component runs its self-test and sends the result. So production, or a
 technician in the field, can check a device without opening it.
 END_OF_TEXT
 dtctl selftest --device 127.0.0.1
 
-step "3 of 5: the device had asked for its settings"
+step "3 of 6: the device had asked for its settings"
 tell <<'END_OF_TEXT'
 When it started, the device asked its configuration server for three settings. The server answered
 two of them; for the third the device took its own default, a second later. So a hundred devices get
@@ -139,7 +181,7 @@ sed 's/^/  server| /' "$work/config"
 has_server || echo "  (Left out: without its server the device took its defaults.)"
 show_console
 
-step "4 of 5: a visit by the service engineer"
+step "4 of 6: a visit by the service engineer"
 tell <<'END_OF_TEXT'
 The server's command carries a number. This device takes 2 for a visit: besides delivering its data
 (here as JSON, for programs) it prints a table and its memory accounts on its own debug console, and
@@ -152,7 +194,7 @@ sleep 0.2 # its report goes on behind the last value
 echo
 show_console
 
-step "5 of 5: what was wrong, after the fact"
+step "5 of 6: what was wrong, after the fact"
 tell <<'END_OF_TEXT'
 The fault log file holds what the device's components logged and counted up to that visit. It is
 carried to a developer, who reads it without the device: as a table, or as a page for the browser.
@@ -169,6 +211,13 @@ else
     [ ! -s "$work/refused" ] || sed 's/^/  /' "$work/refused"
 fi
 
+step "6 of 6: a hundred devices"
+tell <<'END_OF_TEXT'
+dtfleet is the service for many devices: it asks each in its turn, and keeps what they send in a
+database. Here a hundred simulated ones, of which five never answer, are asked every second.
+END_OF_TEXT
+show_fleet
+
 step "Done: nothing is left running"
 [ -z "$page" ] || tell <<END_OF_TEXT
 Open the page in a browser:     file://$page
@@ -177,4 +226,6 @@ tell <<'END_OF_TEXT'
 Write such a program yourself:  README.md, "A first program"
 Then step by step:              docs/tutorial.md
 Read this device's program:     examples/device.cpp
+Collect a fleet, with its page
+at http://127.0.0.1:8098/:      docs/fleet.md
 END_OF_TEXT

@@ -10,8 +10,9 @@ if [ -z "${FLEET_ALONE:-}" ]; then
     exit 77
 fi
 dtfleet=$1
+here=$(dirname "$(readlink -f "$0")")
 # shellcheck source-path=SCRIPTDIR source=../../tools/completion/dt
-. "$(dirname "$0")/../../tools/completion/dt"
+. "$here/../../tools/completion/dt"
 work=$(mktemp -d)
 failed=0
 pids=()
@@ -59,8 +60,11 @@ configure() {
 interval = "1s"
 include = ["devices.toml", "more.toml"]
 limits = { silence = "2s" }
+[web]
+bind = "127.0.0.1:8098"
 [[group]]
 name = "hall 2"
+metrics = true
 [[series]]
 collector = "pump"
 key = 0
@@ -104,6 +108,12 @@ shows 'pump.*speed' compare speed --format table
 shows '"device":"sim000003".*"value":' compare speed
 refuses 2 "there is no device 'nobody'" history nobody
 refuses 2 "no device has sent a key 'nothing'" compare nothing
+# The rules for alerts are about metrics that there are.
+python3 -c 'import urllib.request as u; print(u.urlopen("http://127.0.0.1:8098/metrics").read().decode())' >metrics
+for name in $(grep -o 'dtfleet_[a-z_]*' "$here/../../docs/fleet/alerts.yml" | sort -u); do
+    grep -q "^$name[ {]" metrics || fails "no metric $name"
+done
+
 shows '"outcome":"whole"' ask sim000003
 shows '"outcome":"whole"' ask sim000003 --selftest
 asks_in_vain() { "$dtfleet" ask far 2>&1 | grep "far: unanswered: no connection came"; }
@@ -123,7 +133,7 @@ completes "table" status --format ta
 
 # Reload: a mistake keeps what there was.
 configure 'signd = true'
-refuses 5 "fleet.toml:10: " reload
+refuses 5 "fleet.toml:13: " reload
 shows '"outcome":"whole"' ask sim000004
 configure 'signed = true'
 "$dtfleet" reload || fails "reload"

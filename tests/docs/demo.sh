@@ -14,6 +14,7 @@ fail() {
 rm -f build/faults.html
 examples/demo.sh private >"$out" 2>&1 || fail "the demo fails"
 grep -q "file://$PWD/build/faults.html" "$out" || fail "no page is named"
+grep -q '^100 devices: 95 ok, 5 failing$' "$out" || fail "no fleet is collected"
 [ -s build/faults.html ] || fail "there is no page"
 ! grep -q $'\033' "$out" || fail "there are escape sequences in a file"
 
