@@ -155,7 +155,7 @@ class Logs {
   }
 }
 
-// ---- values, each number with its last day
+// ---- values, each number with what there is of its last day
 
 const sparkWidth = 120;
 const isNumber = (value) => value.number !== undefined;
@@ -248,7 +248,7 @@ class Values {
     const ordinal = value.ordinal ? [`number ${value.ordinal + 1}`] : [];
     const title = [element('b', { class: 'text' }, seriesName(value)),
                    element('small', {}, [...place, ...ordinal, ago(value.time)].join(' · '))];
-    if (!isNumber(value))
+    if (!isNumber(value) || this.parameters.selftest) // charts are of collections
       return element('div', { class: 'value' }, element('span', {}, ...title),
         element('span', { class: 'what text' }, ...valueText(value)));
     const made = element('a', { class: 'value', href: linkTo({ device: name, series: chartName(value) }) },
@@ -283,7 +283,7 @@ class Values {
     const target = this.wanted.get(chart);
     this.wanted.delete(chart);
     if (!target || !points.time.length) return;
-    const node = sparkline(points, to - day, to);
+    const node = sparkline(points, Math.max(to - day, points.time[0]), to);
     this.charts.set(chart, { node, made: Date.now() });
     target.lastChild.replaceWith(node);
   }
