@@ -252,8 +252,9 @@ TEST(Logs, LinesAreStoredOnceAndGapsAreMarked) {
 TEST(Store, DevicesKeepTheirHistoryThroughWhatOperatorsDo) {
     const Scratch scratch;
     const std::string file = scratch / "fleet.db";
-    const auto store = open_store(file, {});
     Inventory inventory;
+    inventory.retention.age = Seconds(0);
+    const auto store = open_store(file, inventory.retention);
     inventory.devices.resize(2);
     inventory.devices[0].name = "fan";
     inventory.devices[1].name = "pump";

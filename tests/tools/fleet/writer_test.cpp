@@ -47,6 +47,7 @@ public:
     bool back_up(const std::string &) override { return false; }
     std::string no_room() override { return {}; }
     bool is_clock_held() override { return true; }
+    bool is_too_large() override { return true; }
     void pause(const std::string &, Microseconds) override {}
     void rename(const std::string &, const std::string &) override {}
     void forget(const std::string &device) override { gate_.taken.push_back("forget " + device); }

@@ -217,7 +217,8 @@ void Loader::read_limits(Table limits) {
 void Loader::read_retention(Table retention) {
     Retention &out = inventory_.retention;
     out.age = retention.duration("age", true).value_or(out.age);
-    out.bytes = retention.size("size").value_or(out.bytes);
+    out.long_age = retention.duration("long_age", true).value_or(out.long_age);
+    out.bytes = retention.size("size");
     retention.finish();
 }
 

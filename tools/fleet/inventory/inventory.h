@@ -32,8 +32,10 @@ struct Limits {
 
 // When history is deleted. 0 turns a bound off.
 struct Retention {
-    Seconds age{7 * 24 * 3600};
-    uint64_t bytes = 0; // of the database's file
+    static constexpr uint64_t usual_bytes = 10'000'000'000; // or half of the disk, if that is less
+    Seconds age{7 * 24 * 3600};                             // of runs and their values
+    Seconds long_age{730 * 24 * 3600}; // of the hours' sums, lines of logs, imported faults
+    std::optional<uint64_t> bytes;     // of the database's file
 };
 
 struct Group {

@@ -146,6 +146,9 @@ public:
     // Whether retention is held because the clock has moved.
     virtual bool is_clock_held() = 0;
 
+    // Whether the database is larger than it should be with nothing left that may be deleted.
+    virtual bool is_too_large() = 0;
+
     // What operators do to a device. Throw dtctl::Failure with a sentence when the name is unknown
     // or, for rename's `to`, taken.
     virtual void pause(const std::string &device, Microseconds until) = 0;

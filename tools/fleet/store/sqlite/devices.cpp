@@ -169,8 +169,13 @@ bool purge_collections(Database &database, int64_t device) {
 bool purge_rest(Database &database, int64_t device) {
     database.statement("DELETE FROM state WHERE device = ?").run(device);
     database.statement("DELETE FROM log_tail WHERE device = ?").run(device);
-    database.statement("DELETE FROM rollup WHERE device = ?").run(device);
     database.statement("DELETE FROM fault WHERE device = ?").run(device);
+    database.statement("DELETE FROM fault_file WHERE device = ?").run(device);
+    database
+        .statement("DELETE FROM rollup WHERE device = ?1 AND (command, hour) IN "
+                   "(SELECT command, hour FROM rollup WHERE device = ?1 LIMIT ?2)")
+        .run(device, slice);
+    if (database.changes() != 0) return true;
     database
         .statement("DELETE FROM log WHERE device = ?1 AND (series, seq) IN "
                    "(SELECT series, seq FROM log WHERE device = ?1 LIMIT ?2)")

@@ -25,8 +25,8 @@ constexpr uint64_t megabyte = 1'000'000;
 class SqliteStore final : public Store {
 public:
     SqliteStore(const std::string &path, const Retention &retention)
-        : database_(path, Database::Access::make), retention_(retention), series_(database_),
-          runs_(database_, series_) {
+        : database_(path, Database::Access::make), series_(database_), runs_(database_, series_),
+          house_(database_, retention) {
         open_schema(database_);
     }
 
@@ -43,10 +43,10 @@ public:
             take_devices(database_, inventory.devices);
             series_.take_meanings(inventory.series);
         });
-        retention_ = inventory.retention;
+        house_.take(inventory.retention);
     }
 
-    bool tidy() override { return purge_some(database_) || sqlite::tidy(database_, retention_); }
+    bool tidy() override { return house_.tidy(read_clocks()); }
 
     bool back_up(const std::string &file) override {
         if (backup_ && backup_->file() != file)
@@ -75,7 +75,8 @@ public:
                            free / megabyte, floor / megabyte);
     }
 
-    bool is_clock_held() override { return sqlite::is_clock_held(database_); }
+    bool is_clock_held() override { return sqlite::is_clock_held(database_, read_clocks()); }
+    bool is_too_large() override { return house_.is_too_large(); }
 
     void pause(const std::string &device, Microseconds until) override {
         change([&] { pause_device(database_, device, until); });
@@ -89,7 +90,7 @@ public:
     void accept(const std::string &device) override {
         change([&] { accept_device(database_, device); });
     }
-    void accept_clock() override { sqlite::accept_clock(database_); }
+    void accept_clock() override { sqlite::accept_clock(database_, read_clocks()); }
 
 private:
     // Does the work in one transaction that readers can tell from none.
@@ -106,9 +107,9 @@ private:
     }
 
     Database database_;
-    Retention retention_;
     SeriesTable series_;
     RunWriter runs_;
+    Housekeeper house_;
     std::optional<Backup> backup_; // that is under way
 };
 
