@@ -16,6 +16,9 @@ constexpr Microseconds second = 1'000'000;
 constexpr Microseconds hour = 3600 * second;
 constexpr Microseconds day = 24 * hour;
 
+// Times of tests lie long ago.
+inline const Retention endless{Seconds(0), Seconds(0), 0};
+
 // A directory of its own, gone at the end.
 class Scratch {
 public:

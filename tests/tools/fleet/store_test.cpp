@@ -253,8 +253,8 @@ TEST(Store, DevicesKeepTheirHistoryThroughWhatOperatorsDo) {
     const Scratch scratch;
     const std::string file = scratch / "fleet.db";
     Inventory inventory;
-    inventory.retention.age = Seconds(0);
-    const auto store = open_store(file, inventory.retention);
+    inventory.retention = endless;
+    const auto store = open_store(file, endless);
     inventory.devices.resize(2);
     inventory.devices[0].name = "fan";
     inventory.devices[1].name = "pump";

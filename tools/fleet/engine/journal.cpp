@@ -133,4 +133,19 @@ void Hindrance::note(const std::string &reason, uint64_t dropped, Time time) {
     quiet_until_ = time + std::chrono::minutes(1);
 }
 
+void Hindrance::note_retention(bool clock_held, bool too_large) {
+    if (clock_held && !clock_held_)
+        journal_.say(Journal::Level::warning,
+                     "the clock has moved, nothing is deleted; when it is right, say so with "
+                     "dtfleet check --accept-clock");
+    if (!clock_held && clock_held_)
+        journal_.say(Journal::Level::notice, "the clock is trusted again");
+    if (too_large && !too_large_)
+        journal_.say(Journal::Level::warning,
+                     "the database is larger than its size in [retention], and nothing is left "
+                     "that may be deleted");
+    clock_held_ = clock_held;
+    too_large_ = too_large;
+}
+
 } // namespace dtfleet

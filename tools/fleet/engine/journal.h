@@ -68,9 +68,14 @@ public:
     // reason: why no run may begin, empty for none; dropped: runs lost since the start.
     void note(const std::string &reason, uint64_t dropped, Time time);
 
+    // Whether, and why, old history is not deleted as it should be.
+    void note_retention(bool clock_held, bool too_large);
+
 private:
     Journal &journal_;
     bool is_said_ = false;
+    bool clock_held_ = false;
+    bool too_large_ = false;
     Time quiet_until_{}; // what comes and goes is said once a minute
     uint64_t dropped_ = 0;
 };

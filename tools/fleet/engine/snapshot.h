@@ -14,13 +14,14 @@ struct Snapshot {
     size_t queued = 0;  // due, without a place yet
     size_t waiting = 0; // asked, not connected yet
     size_t connected = 0;
-    size_t window = 0;    // runs that may wait at present
-    uint64_t stored = 0;  // runs committed
-    uint64_t dropped = 0; // runs lost because they could not be stored
-    size_t writing = 0;   // runs on their way to the database
-    bool clock_held = false;
-    std::string not_ready; // why nothing is asked; empty: ready
-    Time turned{};         // the loop's last turn
+    size_t window = 0;       // runs that may wait at present
+    uint64_t stored = 0;     // runs committed
+    uint64_t dropped = 0;    // runs lost because they could not be stored
+    size_t writing = 0;      // runs on their way to the database
+    bool clock_held = false; // nothing is deleted: the clock has moved
+    bool too_large = false;  // the database is, and nothing may be deleted
+    std::string not_ready;   // why nothing is asked; empty: ready
+    Time turned{};           // the loop's last turn
 };
 
 // The loop puts one up each second; anyone takes a copy.

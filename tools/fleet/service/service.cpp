@@ -136,6 +136,7 @@ void Service::tick(Time time) {
     witness_.troubles().pass(time);
     Snapshot now = snapshot(time);
     hindrance_.note(now.not_ready, now.dropped, time);
+    hindrance_.note_retention(now.clock_held, now.too_large);
     board_.put(std::move(now));
 }
 
@@ -147,6 +148,7 @@ Snapshot Service::snapshot(Time time) const {
     snapshot.dropped = counts.dropped;
     snapshot.writing = counts.writing;
     snapshot.clock_held = counts.clock_held;
+    snapshot.too_large = counts.too_large;
     snapshot.not_ready = writer_.not_ready();
     snapshot.turned = time;
     return snapshot;

@@ -90,7 +90,7 @@ std::string Writer::not_ready() const {
 
 Writer::Counts Writer::counts() const {
     const std::lock_guard lock(mutex_);
-    return {stored_, dropped_, waiting(), clock_held_};
+    return {stored_, dropped_, waiting(), clock_held_, too_large_};
 }
 
 size_t Writer::waiting() const { return static_cast<size_t>(put_ - stored_ - dropped_); }
@@ -243,10 +243,12 @@ void Writer::pass_house() {
     if (Clock::now() < next_house_) return;
     std::string no_room = store_->no_room();
     const bool clock_held = store_->is_clock_held();
+    const bool too_large = store_->is_too_large();
     {
         const std::lock_guard lock(mutex_);
         no_room_ = std::move(no_room);
         clock_held_ = clock_held;
+        too_large_ = too_large;
     }
     const bool has_more = store_->tidy();
     next_house_ = Clock::now() + (has_more ? milliseconds(0) : house);

@@ -32,6 +32,7 @@ public:
         uint64_t dropped = 0; // runs that can never be stored, or could not before the end
         size_t writing = 0;   // runs that wait
         bool clock_held = false;
+        bool too_large = false; // as Store::is_too_large
     };
 
     using Work = std::function<void(Store &)>;
@@ -104,6 +105,7 @@ private:
     uint64_t stored_ = 0;
     uint64_t dropped_ = 0;
     bool clock_held_ = false;
+    bool too_large_ = false;
     bool is_ending_ = false;
     std::string trouble_; // of the last transaction
     std::string no_room_;

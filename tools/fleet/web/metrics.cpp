@@ -91,6 +91,8 @@ void add_state(Metrics &out, const Snapshot &snapshot, Time now) {
     out.gauge("unstored_runs", snapshot.writing, "Runs on their way to the database.");
     out.gauge("clock_held", snapshot.clock_held ? 1 : 0,
               "Whether nothing is deleted because the clock has moved.");
+    out.gauge("database_too_large", snapshot.too_large ? 1 : 0,
+              "Whether the database outgrows its size, and nothing is left that may be deleted.");
     out.gauge("ready", snapshot.not_ready.empty() ? 1 : 0, "Whether devices are asked.");
     out.gauge("loop_age_seconds", std::chrono::duration<double>(now - snapshot.turned).count(),
               "Time since the loop's last turn.");

@@ -35,6 +35,12 @@ Microseconds microseconds_of(clockid_t clock) {
     return time.tv_sec * microseconds_a_second + time.tv_nsec / 1000;
 }
 
+std::string read_boot_id() {
+    std::string id;
+    std::ifstream("/proc/sys/kernel/random/boot_id") >> id;
+    return id;
+}
+
 // Whether a is later than b by more than so much; both may be anything.
 bool is_later(Microseconds a, Microseconds b, Microseconds more_than) {
     Microseconds difference = 0;
@@ -44,9 +50,8 @@ bool is_later(Microseconds a, Microseconds b, Microseconds more_than) {
 } // namespace
 
 Clocks read_clocks() {
-    Clocks clocks{microseconds_of(CLOCK_REALTIME), microseconds_of(CLOCK_BOOTTIME), {}};
-    std::ifstream("/proc/sys/kernel/random/boot_id") >> clocks.boot_id;
-    return clocks;
+    static const std::string boot_id = read_boot_id();
+    return {microseconds_of(CLOCK_REALTIME), microseconds_of(CLOCK_BOOTTIME), boot_id};
 }
 
 bool is_clock_held(Database &database, const Clocks &now) {
