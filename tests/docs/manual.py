@@ -16,7 +16,7 @@ ROOT = Path(__file__).resolve().parents[2]
 ROOMS = "platform foundation containers records fault table net timer collect".split()
 EXPORTS = set(re.findall(r"^[A-Za-z]\w+", (ROOT / "cmake/exports.txt").read_text(), re.M))
 HEADERS = "\n".join(path.read_text() for room in ROOMS for path in (ROOT / room).glob("*.h"))
-PUBLIC_NAME = re.compile(r"\b(?:DT[A-Za-z0-9]+|Collect(?:Client)?|VRK|TMB|g|COLLECT)_\w+")
+PUBLIC_NAME = re.compile(r"\b(?:DT(?!FLEET_)[A-Za-z0-9]+|Collect(?:Client)?|VRK|TMB|g|COLLECT)_\w+")
 
 
 def tokens(text):
