@@ -1,4 +1,5 @@
 // A database over the years: what is deleted and what never, copies, and what is found in damage.
+#include "fleet/store/sqlite/migration.h"
 #include "fleet/store/sqlite/retention.h"
 #include "fleet/store/sqlite/schema.h"
 #include "fleet/store/upkeep.h"
@@ -336,6 +337,30 @@ TEST(Clock, AJumpHoldsDeletion) {
     EXPECT_TRUE(is_clock_held(database, late));
     accept_clock(database, late);
     EXPECT_EQ(left_at(late), 1); // of the last full day
+}
+
+// ---- versions -----------------------------------------------------------------------------------
+
+// A step that fails leaves the version before it, and the copy of the first; the next attempt goes
+// on from there.
+TEST(Migration, GoesStepByStepAfterACopy) {
+    const Scratch scratch;
+    const std::string file = scratch / "fleet.db";
+    write(*open_store(file, endless), text_run(1, 10));
+    sqlite::Database database(file, sqlite::Database::Access::write);
+    const char *steps[] = {"ALTER TABLE device ADD COLUMN room TEXT DEFAULT 'hall'",
+                           "UPDATE device SET room = 'yard'; SELECT nonsense"};
+    EXPECT_THROW(migrate(database, steps), dtctl::Failure);
+    EXPECT_THAT(rows_of(file, "SELECT room FROM device", 1), ElementsAre("hall"));
+    EXPECT_EQ(number_of(file, "PRAGMA user_version"), 2);
+    EXPECT_EQ(number_of(scratch / "fleet.db.v1", "PRAGMA user_version"), 1);
+    EXPECT_THAT(check_database(scratch / "fleet.db.v1"), IsEmpty());
+    steps[1] = "UPDATE device SET room = 'yard'";
+    migrate(database, steps);
+    EXPECT_THAT(rows_of(file, "SELECT room FROM device", 1), ElementsAre("yard"));
+    EXPECT_EQ(number_of(file, "PRAGMA user_version"), 3);
+    migrate(database, steps);
+    EXPECT_THAT(failure_of([&] { open_store(file, endless); }), HasSubstr("newer"));
 }
 
 } // namespace

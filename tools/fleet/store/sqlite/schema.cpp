@@ -1,10 +1,12 @@
 #include "fleet/store/sqlite/schema.h"
 
 #include "fleet/store/record.h"
+#include "fleet/store/sqlite/migration.h"
 #include "host/failure.h"
 
 #include <fmt/format.h>
 
+#include <array>
 #include <string>
 
 namespace dtfleet::sqlite {
@@ -171,6 +173,9 @@ CREATE VIEW value_flat AS
     WHERE d.name IS NOT NULL;
 )";
 
+// SQL from each version to the next.
+constexpr std::array<const char *, schema_version - 1> steps{};
+
 void name_outcomes(Database &database) {
     Statement &insert = database.statement("INSERT INTO outcome VALUES(?, ?)");
     for (size_t i = 0; i < outcomes; ++i)
@@ -218,6 +223,7 @@ int64_t open_schema(Database &database) {
     const int64_t version = version_of(database);
     set_up(database);
     if (version == 0) make_tables(database);
+    migrate(database, steps);
     return version;
 }
 
