@@ -1,11 +1,14 @@
 // A fleet in one process: the engine asks, the simulator answers.
 #include "fleet/engine/engine.h"
 #include "fleet/simulate/simulator.h"
+#include "host/socket.h"
 
 #include <gmock/gmock.h>
 
 #include <arpa/inet.h>
+#include <sys/socket.h>
 
+#include <array>
 #include <map>
 
 namespace dtfleet {
@@ -37,8 +40,10 @@ struct Fleet {
         }
     }
 
+    Engine &start() { return engine.emplace(std::make_shared<Inventory>(inventory), loop, kept); }
+
     template <typename Done> void run_until(Done done) {
-        if (!engine) engine.emplace(std::make_shared<Inventory>(inventory), loop, kept);
+        if (!engine) start();
         while (!done()) {
             loop.wait(std::min({engine->next_pass(), simulator.next_pass(), now() + Time(50ms)}));
             simulator.pass();
@@ -74,11 +79,13 @@ TEST(Engine, AsksEachDeviceInItsTurnsAndTakesWhatItSends) {
 // Each kind of bad device costs its own runs and nobody else's.
 TEST(Engine, BadDevicesCostTheirOwnRunsAlone) {
     SimulatorOptions options;
-    options.devices = 16;
+    options.devices = 18;
     options.port = 0;
-    options.manners = {Manner::good,   Manner::dead,     Manner::slow,  Manner::trickle,
-                       Manner::broken, Manner::clashing, Manner::empty, Manner::logging};
+    options.manners = {Manner::good,    Manner::dead,    Manner::slow,
+                       Manner::trickle, Manner::broken,  Manner::clashing,
+                       Manner::empty,   Manner::logging, Manner::stuck};
     Fleet fleet(options);
+    fleet.inventory.limits.silence = Seconds(3);
     fleet.inventory.limits.run = Seconds(4);
     const auto has_whole = [&](const char *device) {
         return std::any_of(fleet.kept.runs[device].begin(), fleet.kept.runs[device].end(),
@@ -87,7 +94,8 @@ TEST(Engine, BadDevicesCostTheirOwnRunsAlone) {
     fleet.run_until([&] {
         return has_whole("0") && has_whole("5") && has_whole("6") && has_whole("7") &&
                !fleet.kept.runs["1"].empty() && !fleet.kept.runs["2"].empty() &&
-               !fleet.kept.runs["3"].empty() && !fleet.kept.runs["4"].empty();
+               !fleet.kept.runs["3"].empty() && !fleet.kept.runs["4"].empty() &&
+               !fleet.kept.runs["8"].empty();
     });
     const auto outcome = [&](const char *device) { return fleet.kept.runs[device].at(0).outcome; };
     EXPECT_EQ(outcome("1"), Outcome::unanswered);
@@ -95,9 +103,98 @@ TEST(Engine, BadDevicesCostTheirOwnRunsAlone) {
     EXPECT_EQ(outcome("3"), Outcome::too_long) << "never silent, and never done";
     EXPECT_EQ(outcome("4"), Outcome::malformed);
     EXPECT_THAT(fleet.kept.runs["4"][0].reason, testing::HasSubstr("unknown message type"));
+    EXPECT_EQ(outcome("8"), Outcome::silent);
+    EXPECT_THAT(fleet.kept.runs["8"][0].reason,
+                testing::MatchesRegex("silent for 3 s, after [0-9]+ messages and [0-9]+ bytes"));
     EXPECT_EQ(*fleet.kept.runs["5"].at(0).identity, 0xFFFF);
     EXPECT_THAT(fleet.kept.runs["6"].at(0).samples.list, testing::IsEmpty());
     EXPECT_GT(fleet.kept.runs["7"].at(0).samples.list.size(), 100);
+}
+
+// Who failed long waits, and who is paused is left alone, however the service was ended.
+TEST(Engine, GoesOnFromWhatWasKnownOfTheDevices) {
+    SimulatorOptions options;
+    options.devices = 4;
+    options.port = 0;
+    Fleet fleet(options);
+    const Microseconds time = wall_microseconds();
+    DeviceState failing, paused, failed_long_ago;
+    failing.name = "0";
+    failing.failures = 6;
+    failing.last_try = time;
+    paused.name = "1";
+    paused.paused_until = time + 3'600'000'000;
+    failed_long_ago.name = "2";
+    failed_long_ago.failures = 6;
+    failed_long_ago.last_try = time - 3'600'000'000;
+    fleet.start().restore({failing, paused, failed_long_ago});
+    fleet.run_until([&] { return fleet.kept.runs["3"].size() >= 3; });
+    EXPECT_THAT(fleet.kept.runs["0"], testing::IsEmpty());
+    EXPECT_THAT(fleet.kept.runs["1"], testing::IsEmpty());
+    EXPECT_THAT(fleet.kept.runs["2"], testing::Not(testing::IsEmpty()));
+}
+
+// A device that is played by hand.
+struct Hand {
+    Hand() : socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0)) {
+        sockaddr_in own = dtctl::resolve("127.0.0.1", 0);
+        (void)::bind(socket.get(), reinterpret_cast<const sockaddr *>(&own), sizeof own);
+    }
+    bool is_asked() { return ::recv(socket.get(), words.data(), sizeof words, 0) == 16; }
+    dtctl::Fd connect() const {
+        dtctl::Fd made(::socket(AF_INET, SOCK_STREAM, 0));
+        const sockaddr_in to = dtctl::resolve("127.0.0.1", static_cast<uint16_t>(words[3]));
+        (void)::connect(made.get(), reinterpret_cast<const sockaddr *>(&to), sizeof to);
+        return made;
+    }
+    dtctl::Fd open(uint32_t token) const {
+        dtctl::Fd made = connect();
+        const std::string opening = messages_of({}, token, false).front();
+        (void)::send(made.get(), opening.data(), opening.size(), MSG_NOSIGNAL);
+        return made;
+    }
+    static bool is_closed(const dtctl::Fd &fd) {
+        char byte;
+        return ::recv(fd.get(), &byte, 1, MSG_DONTWAIT) == 0;
+    }
+
+    dtctl::Fd socket;
+    std::array<uint32_t, 4> words{}; // of the command: its size, number and token, and our port
+};
+
+TEST(Engine, TheTokenAloneSaysWhoseRunItIs) {
+    SimulatorOptions options;
+    options.devices = 1;
+    options.port = 0;
+    Fleet fleet(options);
+    Hand hand;
+    fleet.inventory.devices[0].address = "127.0.0.1";
+    inet_pton(AF_INET, "127.0.0.1", &fleet.inventory.devices[0].ip);
+    fleet.inventory.devices[0].port = dtctl::local_port(hand.socket);
+    fleet.run_until([&] { return hand.is_asked(); });
+    const uint32_t token = hand.words[2];
+    const dtctl::Fd wrong = hand.open(token ^ 1);
+    dtctl::Fd right = hand.open(token);
+    fleet.run_until([&] { return hand.is_closed(wrong); });
+    char acknowledgement = 0;
+    fleet.run_until([&] { return ::recv(right.get(), &acknowledgement, 1, MSG_DONTWAIT) == 1; });
+    EXPECT_EQ(acknowledgement, 6);
+    const dtctl::Fd second = hand.open(token);
+    fleet.run_until([&] { return hand.is_closed(second); });
+    (void)hand.connect(); // and gone again
+    const Statistics &statistics = fleet.engine->statistics();
+    fleet.run_until([&] { return statistics.strangers == 1; });
+    EXPECT_EQ(statistics.doubles, 2);
+    const linger at_once{1, 0};
+    (void)::setsockopt(right.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+    right = dtctl::Fd();
+    fleet.run_until([&] { return !fleet.kept.runs["0"].empty(); });
+    EXPECT_EQ(fleet.kept.runs["0"][0].outcome, Outcome::reset);
+    EXPECT_THAT(fleet.kept.runs["0"][0].reason, testing::HasSubstr("after 1 messages"));
+    fleet.run_until([&] { return hand.is_asked() && hand.words[2] != token; });
+    const dtctl::Fd late = hand.open(token);
+    fleet.run_until([&] { return hand.is_closed(late); });
+    EXPECT_EQ(statistics.doubles, 3) << "that run is over";
 }
 
 } // namespace

@@ -97,6 +97,13 @@ TEST(Admission, LimitsHoldPerSubnetAndOverAll) {
     places.admission.end(0);
     EXPECT_EQ(places.taken(), 1);
     EXPECT_EQ(places.admission.open(), 12);
+
+    limits.waiting_per_subnet = 3;
+    Places narrow(limits);
+    for (size_t i = 0; i < 20; ++i) narrow.admission.add(i, in_subnet(0), Rank::usual);
+    EXPECT_EQ(narrow.taken(), 3) << "of one subnet, waiting";
+    narrow.admission.connect(0);
+    EXPECT_EQ(narrow.taken(), 1) << "both kinds of one subnet are four";
 }
 
 TEST(Admission, DevicesThatFailTakeAQuarterAtMost) {

@@ -85,6 +85,7 @@ bool Admission::take_from(size_t kind, size_t &device) {
         device = subnet.queues[kind].front();
         subnet.queues[kind].pop_front();
         ++subnet.open;
+        ++subnet.waiting;
         ++waiting_;
         waiting_backed_off_ += kind;
         --queued_;
@@ -98,9 +99,16 @@ bool Admission::take_from(size_t kind, size_t &device) {
 void Admission::connect(size_t device) {
     Place &place = places_.at(device);
     place.state = State::connected;
+    ++connected_;
+    stop_waiting(place);
+}
+
+void Admission::stop_waiting(const Place &place) {
     --waiting_;
     waiting_backed_off_ -= place.backed_off;
-    ++connected_;
+    --subnets_[place.subnet].waiting;
+    offer(place.subnet, 0);
+    offer(place.subnet, 1);
 }
 
 void Admission::end(size_t device) {
@@ -108,13 +116,9 @@ void Admission::end(size_t device) {
     if (found == places_.end()) return;
     const Place place = found->second;
     places_.erase(found);
-    if (place.state == State::connected) {
-        --connected_;
-    } else {
-        --waiting_;
-        waiting_backed_off_ -= place.backed_off;
-    }
     --subnets_[place.subnet].open;
+    if (place.state == State::waiting) return stop_waiting(place);
+    --connected_;
     offer(place.subnet, 0);
     offer(place.subnet, 1);
 }

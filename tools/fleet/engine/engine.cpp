@@ -332,9 +332,7 @@ void Engine::wake_waiting(size_t slot, Time time) {
 void Engine::wake_connected(size_t slot, Time time) {
     const Run &run = *targets_[slot]->run;
     if (time < run.heard + limits_.silence) return set_deadline(slot);
-    end(slot, Outcome::silent,
-        fmt::format("silent for {} s after {} messages", limits_.silence.count(),
-                    run.connection->intake.totals().messages));
+    end(slot, Outcome::silent, fmt::format("silent for {} s", limits_.silence.count()));
 }
 
 // ---- connections --------------------------------------------------------------------------------
@@ -427,6 +425,10 @@ RunRecord Engine::record_of(size_t slot, Outcome outcome, std::string reason) {
     record.to_end = microseconds_between(run.opening, now());
     record.messages = static_cast<uint32_t>(connection.intake.totals().messages);
     record.bytes = connection.intake.totals().bytes;
+    // What breaks the format tells its place by itself.
+    if (!is_whole(outcome) && outcome != Outcome::malformed)
+        record.reason +=
+            fmt::format(", after {} messages and {} bytes", record.messages, record.bytes);
     record.samples = connection.intake.take_samples();
     return record;
 }

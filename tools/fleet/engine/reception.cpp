@@ -75,7 +75,7 @@ std::unique_ptr<Connection> Reception::take(const Connection &connection) {
 }
 
 void Reception::turn_away(const Connection &connection) {
-    ++statistics_.strangers;
+    if (!connection.intake.opening()) ++statistics_.strangers;
     loop_.remove(connection.number, connection.socket.get());
     strangers_.erase(uint64_t{connection.number});
 }

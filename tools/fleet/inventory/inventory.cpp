@@ -211,6 +211,7 @@ void Loader::read_limits(Table limits) {
     count("waiting", out.waiting, 100'000);
     count("open", out.open, 100'000);
     count("subnet", out.per_subnet, 100'000);
+    count("subnet_waiting", out.waiting_per_subnet, 100'000);
     limits.finish();
 }
 

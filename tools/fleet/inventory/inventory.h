@@ -25,9 +25,10 @@ struct Limits {
     size_t value_bytes = 1'000'000; // one string or buffer
     size_t run_bytes = 4'000'000;
     size_t run_series = 10'000;
-    size_t waiting = 256;   // runs whose device has not connected yet
-    size_t open = 1024;     // runs, whether it has or not
-    size_t per_subnet = 64; // of both kinds, for each /24 of addresses
+    size_t waiting = 256;           // runs whose device has not connected yet
+    size_t open = 1024;             // runs, whether it has or not
+    size_t per_subnet = 64;         // of both kinds, for each /24 of addresses,
+    size_t waiting_per_subnet = 64; // and of the first alone
 };
 
 // When history is deleted. 0 turns a bound off.
@@ -77,7 +78,7 @@ struct Inventory {
     std::string database = "fleet.db"; // relative to the file's directory
     uint16_t listen = 9098;            // 0: any free port
     uint16_t announce = 0;             // what devices are told to connect to; 0: as listen
-    std::string control;               // the socket for commands; empty: dtfleet.sock
+    std::string control;               // the socket for commands; empty: beside the database
     std::string web_bind;              // empty: no page
     std::string web_token;             // a file; empty: none
     std::vector<std::string>

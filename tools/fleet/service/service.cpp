@@ -29,6 +29,8 @@ dtctl::Fd signal_descriptor() {
     return dtctl::Fd(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
+bool is_address(const std::string &database) { return database.find("://") != std::string::npos; }
+
 // What of an inventory is fixed when the service starts.
 std::string fixed_changes(const Inventory &before, const Inventory &after) {
     std::string changes;
@@ -55,13 +57,12 @@ Inventory checked_inventory(const std::string &path) {
 
 std::string control_path(const Inventory &inventory, const std::string &file) {
     if (!inventory.control.empty()) return beside(file, inventory.control);
-    const std::string database = database_path(inventory, file);
-    return beside(database.find("://") == std::string::npos ? database : file, "dtfleet.sock");
+    return beside(is_address(inventory.database) ? file : database_path(inventory, file),
+                  "dtfleet.sock");
 }
 
 std::string database_path(const Inventory &inventory, const std::string &file) {
-    if (inventory.database.find("://") != std::string::npos) return inventory.database;
-    return beside(file, inventory.database);
+    return is_address(inventory.database) ? inventory.database : beside(file, inventory.database);
 }
 
 Service::Service(std::string file)
