@@ -85,6 +85,7 @@ TEST(Check, FindsWhatCannotBe) {
     const Scratch scratch;
     const std::string file = scratch / "fleet.db";
     const auto store = open_store(file, {});
+    EXPECT_THAT(check_database(file), IsEmpty()); // before the first run
     for (uint64_t i = 1; i <= 5; ++i) {
         RunRecord run = text_run(i, 300);
         add_log(run, "log", 1, {fmt::format("line {}", i)});

@@ -95,7 +95,7 @@ bool Audit::check_collections(Place &place) {
         values += count;
     }
     find.reset();
-    if (rows == 0 && database_.number("SELECT max(id) FROM value") >= place.part)
+    if (rows == 0 && database_.number("SELECT ifnull(max(id), -1) FROM value") >= place.part)
         complain("behind the last run: values of no run");
     if (advance_)
         advance_(static_cast<uint64_t>(place.number),
