@@ -9,7 +9,10 @@
 
 #include <fmt/format.h>
 
+#include <sys/signalfd.h>
+
 #include <array>
+#include <csignal>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -53,6 +56,23 @@ std::vector<Manner> manners_of(const Options &options) {
     return manners;
 }
 
+// Takes the place of what the signals would do by themselves.
+dtctl::Fd ending_signals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : {SIGINT, SIGTERM}) sigaddset(&set, signal);
+    (void)::sigprocmask(SIG_BLOCK, &set, nullptr);
+    return dtctl::Fd(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+}
+
+void put_counts(const SimulatorCounts &counts) {
+    dtctl::Output out(stdout);
+    out.put(fmt::format("{} commands, {} runs served, {} cut off, {} doubles, {} overlaps\n",
+                        counts.commands, counts.runs, counts.failed, counts.doubles,
+                        counts.overlaps));
+    out.flush();
+}
+
 void simulate(Options options) {
     if (std::accumulate(options.percent.begin(), options.percent.end(), 0u) > 100)
         throw dtctl::Failure(dtctl::Exit::usage, "the shares are more than 100 percent together");
@@ -64,19 +84,21 @@ void simulate(Options options) {
         !(std::ofstream(options.inventory) << simulator.inventory()).flush())
         throw dtctl::Failure(dtctl::Exit::failed,
                              fmt::format("cannot write {}", options.inventory));
-    const Time end =
-        now() + std::chrono::ceil<Time>(std::chrono::duration<double>(options.seconds));
+    Time end = now() + std::chrono::ceil<Time>(std::chrono::duration<double>(options.seconds));
+    const dtctl::Fd signals = ending_signals();
+    const uint64_t entry = loop.add(signals.get(), [&end] { end = now(); });
     while (now() < end) {
         loop.wait(std::min(simulator.next_pass(), end));
         simulator.pass();
     }
-    const SimulatorCounts &counts = simulator.counts();
-    dtctl::Output out(stdout);
-    out.put(fmt::format("{} commands, {} runs served, {} cut off, {} doubles, {} overlaps\n",
-                        counts.commands, counts.runs, counts.failed, counts.doubles,
-                        counts.overlaps));
-    out.flush();
+    loop.remove(entry, signals.get());
+    put_counts(simulator.counts());
 }
+
+constexpr const char *text =
+    R"(The first device has the address 127.1.0.1, the next ones follow. After its time, and after
+SIGINT or SIGTERM, it says how many runs there were.
+)";
 
 } // namespace
 
@@ -85,15 +107,15 @@ void add_simulate(CLI::App &app) {
         *app.add_subcommand("simulate", "Be many devices, each with a loopback address of its own");
     auto options = std::make_shared<Options>();
     SimulatorOptions &simulator = options->simulator;
-    command.add_option("N", simulator.devices, "How many")
-        ->required()
-        ->type_name("")
-        ->check(CLI::Range(1, 1'000'000));
-    dtctl::add_number(command, "--values", "N", simulator.values, 0, 100'000, "Values in each run");
+    dtctl::add_number(command, "N", "", simulator.devices, 1, 1'000'000, "How many").required();
+    dtctl::add_number(command, "--values", "N", simulator.values, 0, 100'000, "Values in each run")
+        .capture_default_str();
     dtctl::add_number(command, "--port", "PORT", simulator.port, 1, 65'535,
-                      "UDP port of all of them");
-    dtctl::add_number(command, "--seconds", "S", options->seconds, 0.1, 1e9, "How long");
-    command.add_option("--inventory", options->inventory, "Write an inventory of them")
+                      "UDP port of all of them")
+        .capture_default_str();
+    dtctl::add_number(command, "--seconds", "S", options->seconds, 0.1, 1e9, "How long")
+        .capture_default_str();
+    command.add_option("--inventory", options->inventory, "Write a configuration of them")
         ->type_name("FILE");
     dtctl::add_number(command, "--rate", "N", simulator.rate, 1, 1'000'000,
                       "Runs that all of them begin in a second, at most");
@@ -103,8 +125,7 @@ void add_simulate(CLI::App &app) {
     add_footer(command,
                "dtfleet simulate 100 --inventory fleet.toml --seconds 600\n"
                "dtfleet simulate 10000 --inventory fleet.toml --dead 10 --broken 1",
-               R"(The first device has the address 127.1.0.1, the next ones follow.
-)");
+               text);
     command.callback([options] { simulate(*options); });
 }
 
