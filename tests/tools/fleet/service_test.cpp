@@ -159,13 +159,13 @@ TEST_F(ServiceTest, DoesWhatOperatorsAskOfIt) {
     write(hall() + device("c", 2, "identity = 7") + device("slow", 7));
     start();
     for (const char *name : {"a", "b", "c"}) wait_for_more(name, 1);
-    EXPECT_THAT(error({{"ask", "nobody"}}), HasSubstr("no such device"));
+    EXPECT_THAT(error({{"ask", "nobody"}}), HasSubstr("nobody: there is no such device"));
     EXPECT_THAT(error({{"pause", "nobody"}, {"until", 0}}), HasSubstr("no device and no group"));
     EXPECT_NE(error({{"rename", "nobody"}, {"to", "d"}}), "");
     EXPECT_NE(error({{"rename", "a"}, {"to", "b"}}), "") << "that one is another device";
     EXPECT_NE(error({{"accept", "nobody"}}), "");
     EXPECT_NE(error({{"forget", "nobody"}}), "");
-    EXPECT_THAT(error({{"forget", "b"}}), HasSubstr("is in the inventory"));
+    EXPECT_THAT(error({{"forget", "b"}}), HasSubstr("is in the configuration"));
     EXPECT_THAT(error({{"unheard", "of"}}), HasSubstr("unknown request"));
 
     EXPECT_EQ(ask({{"accept", "c"}}), json({{"done", true}}));

@@ -4,6 +4,7 @@
 #include "fleet/commands/help.h"
 #include "fleet/service/service.h"
 #include "fleet/store/upkeep.h"
+#include "host/counted.h"
 #include "host/failure.h"
 #include "host/output.h"
 
@@ -37,8 +38,8 @@ void check_history(const std::string &database) {
 
 void check(const std::string &file) {
     const Inventory inventory = checked_inventory(file);
-    say(fmt::format("{}: {} devices in {} groups", file, inventory.devices.size(),
-                    inventory.groups.size()));
+    say(fmt::format("{}: {} in {}", file, dtctl::counted(inventory.devices.size(), "device"),
+                    dtctl::counted(inventory.groups.size(), "group")));
     const std::string database = database_path(inventory, file);
     if (std::filesystem::exists(database)) check_history(database);
 }

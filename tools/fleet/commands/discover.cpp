@@ -11,6 +11,7 @@
 #include "host/failure.h"
 #include "host/options.h"
 #include "host/output.h"
+#include "host/program.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -72,6 +73,7 @@ void explore(const Options &options) {
     for (const Found &device : found)
         out.put(fmt::format("{:15} {}\n", device.address, identity_text(device.identity)));
     out.flush();
+    if (found.empty()) dtctl::complain("dtfleet", "no device answers");
     if (!file) return;
     dtctl::Output list(file.get());
     list.put(inventory_of(found, options.port));
@@ -87,8 +89,10 @@ void add_discover(CLI::App &app) {
     command.add_option("BROADCAST", options->broadcast, "The network's broadcast address")
         ->required()
         ->type_name("");
-    dtctl::add_number(command, "--port", "PORT", options->port, 1, 65'535, "Their UDP port");
-    dtctl::add_number(command, "--seconds", "S", options->seconds, 1, 59, "How long to listen");
+    dtctl::add_number(command, "--port", "PORT", options->port, 1, 65'535, "Their UDP port")
+        .capture_default_str();
+    dtctl::add_number(command, "--seconds", "S", options->seconds, 1, 59, "How long to listen")
+        .capture_default_str();
     command.add_option("--inventory", options->inventory, "Write them to a new file, to include")
         ->type_name("FILE");
     add_config(command, options->config);

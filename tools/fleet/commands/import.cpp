@@ -3,6 +3,7 @@
 #include "fleet/commands/config.h"
 #include "fleet/commands/csv.h"
 #include "fleet/commands/help.h"
+#include "host/counted.h"
 #include "host/failure.h"
 #include "host/file.h"
 #include "host/output.h"
@@ -197,7 +198,7 @@ void import(const Options &options) {
     std::string groups;
     for (const std::string &name : converter.new_groups())
         groups += (groups.empty() ? "; new groups: " : ", ") + dtctl::escape(name);
-    dtctl::complain("dtfleet", fmt::format("{} devices{}", converter.devices(), groups));
+    dtctl::complain("dtfleet", dtctl::counted(converter.devices(), "device") + groups);
 }
 
 constexpr const char *text =
@@ -224,7 +225,7 @@ void add_import(CLI::App &app) {
     add_config(command, options->config);
     add_footer(
         command,
-        "dtfleet import devices.csv > fleet.toml\n"
+        "dtfleet import devices.csv > devices.toml\n"
         "dtfleet import hall2.csv --output /etc/dtfleet/devices.d/hall2.toml && dtfleet reload",
         text);
     command.callback([options] { import(*options); });

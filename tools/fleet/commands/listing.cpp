@@ -57,7 +57,9 @@ void add_format(CLI::App &command, Form &form, std::initializer_list<Form> forms
                 throw CLI::ValidationError("--format",
                                            fmt::format("'{}' is not one of {}", name, names));
             },
-            "Instead of a table on a terminal and lines of JSON elsewhere")
+            allowed.front() == Form::table
+                ? "Instead of a table on a terminal and lines of JSON elsewhere"
+                : "Instead of lines of JSON")
         ->type_name(names);
 }
 

@@ -17,8 +17,8 @@ namespace dtfleet {
 
 enum class Form { automatic, table, json, csv, influx };
 
-// Adds --format, one of the names: "table", "json", ... Without it a terminal gets a table, and
-// anything else lines of JSON.
+// Adds --format, one of the names: "table", "json", ... Without it a terminal gets a table, if that
+// is among them, and anything else lines of JSON.
 void add_format(CLI::App &command, Form &form, std::initializer_list<Form> forms);
 
 // Lines of JSON unless a terminal reads.

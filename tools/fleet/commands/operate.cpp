@@ -4,6 +4,7 @@
 #include "fleet/commands/help.h"
 #include "fleet/commands/moment.h"
 #include "fleet/service/service.h"
+#include "host/counted.h"
 #include "host/failure.h"
 #include "host/output.h"
 #include "host/text.h"
@@ -44,7 +45,7 @@ void pause(const Options &options) {
     const nlohmann::json answer =
         change(options.config, {{"pause", options.device}, {"until", options.until}}, here);
     dtctl::Output out(stdout);
-    out.put(fmt::format("{} devices\n", answer.at("paused").get<uint64_t>()));
+    out.put(dtctl::counted(answer.at("paused").get<uint64_t>(), "device") + "\n");
     out.flush();
 }
 

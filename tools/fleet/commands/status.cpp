@@ -5,6 +5,7 @@
 #include "fleet/commands/listing.h"
 #include "fleet/engine/time.h"
 #include "fleet/store/health.h"
+#include "host/counted.h"
 #include "host/time.h"
 
 #include <fmt/format.h>
@@ -61,7 +62,7 @@ std::string why(const Judged &judged) {
 std::string summary(const std::vector<Judged> &list) {
     std::array<size_t, health_names.size()> counts{};
     for (const Judged &one : list) ++counts[static_cast<size_t>(one.health)];
-    std::string text = fmt::format("{} device{}", list.size(), list.size() == 1 ? "" : "s");
+    std::string text = dtctl::counted(list.size(), "device");
     for (size_t i = 0; i < counts.size(); ++i)
         if (counts[i] != 0)
             text += fmt::format("{} {} {}", text.find(':') == text.npos ? ":" : ",", counts[i],

@@ -64,9 +64,11 @@ void Operators::ask(const json &request, const Control::Reply &reply) {
                {"outcome", dtfleet::text_of(run.outcome)},
                {"reason", run.reason}});
     };
+    const std::string device = text_of(request, "ask");
     std::string reason = writer_.not_ready();
-    if (!reason.empty() || !engine_.ask(text_of(request, "ask"), kind, ended, reason))
-        reply(error(reason));
+    if (!reason.empty()) return reply(error(reason));
+    if (!engine_.ask(device, kind, ended, reason))
+        reply(error(fmt::format("{}: {}", dtctl::escape(device), reason)));
 }
 
 // The device of that name or, without one, those in the group.
@@ -85,8 +87,8 @@ void Operators::pause(const json &request, const Control::Reply &reply) {
     const std::vector<std::string> names = devices_of(name);
     if (!until) return reply(error("pause takes a time"));
     if (names.empty())
-        return reply(error(fmt::format("there is no device and no group \"{}\" in the inventory",
-                                       dtctl::escape(name))));
+        return reply(error(fmt::format(
+            "there is no device and no group \"{}\" in the configuration", dtctl::escape(name))));
     writer_.post(
         [names, until = *until](Store &store) {
             for (const std::string &device : names) store.pause(device, until);
@@ -118,7 +120,8 @@ void Operators::forget(const json &request, const Control::Reply &reply) {
     const std::string device = text_of(request, "forget");
     if (inventory_->find(device))
         return reply(error(fmt::format(
-            "{} is in the inventory: take it out and reload, then it can be forgotten", device)));
+            "{} is in the configuration: take it out and reload, then it can be forgotten",
+            device)));
     writer_.post([device](Store &store) { store.forget(device); }, done(reply));
 }
 

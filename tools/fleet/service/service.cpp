@@ -1,5 +1,6 @@
 #include "fleet/service/service.h"
 
+#include "host/counted.h"
 #include "host/descriptors.h"
 #include "host/failure.h"
 
@@ -113,7 +114,7 @@ void Service::check_descriptors() {
 }
 
 void Service::run() {
-    notify_.ready(fmt::format("{} devices", inventory_->devices.size()));
+    notify_.ready(dtctl::counted(inventory_->devices.size(), "device"));
     while (!is_stopping_) {
         const Time next = std::min({engine_.next_pass(), notify_.next(), next_tick_});
         engine_.pass(loop_.wait(next));
@@ -176,7 +177,7 @@ void Service::reload() {
 void Service::take_loaded(Loaded loaded) {
     if (!loaded.complaints.empty()) {
         const std::string mistakes = text_of(loaded.complaints);
-        journal_.say(Level::error, "the inventory has mistakes, and the one before it stays:");
+        journal_.say(Level::error, "the configuration has mistakes, and the one before it stays:");
         journal_.say(Level::error, mistakes);
         return finish_reload({{"error", mistakes}});
     }
@@ -193,8 +194,8 @@ void Service::take_loaded(Loaded loaded) {
 }
 
 void Service::finish_reload(const json &answer) {
-    const std::string status = fmt::format("{} devices", inventory_->devices.size());
-    if (is_reloading_) journal_.say(Level::info, "read the inventory again: " + status);
+    const std::string status = dtctl::counted(inventory_->devices.size(), "device");
+    if (is_reloading_) journal_.say(Level::info, "read the configuration again: " + status);
     is_reloading_ = false;
     notify_.ready(status);
     for (const Control::Reply &reply : std::exchange(reload_replies_, {})) reply(answer);
