@@ -150,7 +150,7 @@ export class Chart {
     const edge = { stroke: colour('--band'), width: 1, points: { show: false }, paths: window.uPlot.paths.stepped({ align: 1 }) };
     return {
       ...size, legend: { show: false }, cursor: { y: false, drag: { setScale: false }, bind: { dblclick: () => () => this.go({}) } },
-      scales: { x: { time: true, auto: false } }, axes: [{ ...axis, values: timeTexts }, 
+      scales: { x: { time: true, auto: false } }, axes: [{ ...axis, space: 80, values: timeTexts }, 
         { ...axis, size: 72, values: (plot, marks) => marks.map(numberText) }], bands: [{ series: [2, 1], fill: colour('--band') }],
       series: [{}, edge, edge, { stroke: colour('--accent'), width: 1.75, points: { show: false },
                                  paths: window.uPlot.paths.stepped({ align: 1 }) }],
