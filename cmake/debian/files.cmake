@@ -9,6 +9,7 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     if(package STREQUAL "dtfleet")
         file(COPY ${root}/${package}/fleet.toml
              DESTINATION ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component}/etc/${package})
+        file(MAKE_DIRECTORY ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component}/etc/${package}/devices.d)
         file(READ ${CPACK_DT_SOURCE_DIR}/tools/fleet/web/vendor/LICENSE license)
         file(APPEND ${root}/doc/${package}/copyright "\nIts page has uPlot in it:\n\n${license}\n")
     endif()

@@ -72,6 +72,7 @@ for need in libc6 libsqlite3-0 libmicrohttpd12; do
     [[ $needs == *$need* ]] || fail "dtfleet states no dependency on $need"
 done
 "$fleet" check --config "$work/host/etc/dtfleet/fleet.toml" >/dev/null || fail "the sample is no configuration"
+[ -d "$work/host/etc/dtfleet/devices.d" ] || fail "there is no directory for the devices"
 [ "$(dpkg-deb -I "$packages/dtfleet_${version}_$native.deb" conffiles)" = /etc/dtfleet/fleet.toml ] ||
     fail "a new version of dtfleet would overwrite its configuration"
 grep -q uPlot "$work/host/usr/share/doc/dtfleet/copyright" || fail "uPlot's licence is left out"
