@@ -40,8 +40,9 @@ void check(const std::string &file) {
     const Inventory inventory = checked_inventory(file);
     say(fmt::format("{}: {} in {}", file, dtctl::counted(inventory.devices.size(), "device"),
                     dtctl::counted(inventory.groups.size(), "group")));
-    const std::string database = database_path(inventory, file);
-    if (std::filesystem::exists(database)) check_history(database);
+    std::error_code trouble;
+    if (std::filesystem::exists(database_path(inventory, file), trouble) || trouble)
+        check_history(existing_database(inventory, file));
 }
 
 void accept_clock(const std::string &given) {

@@ -46,7 +46,10 @@ std::vector<DeviceState> Fleet::devices_in(const std::vector<std::string> &group
 
 std::string existing_database(const Inventory &settings, const std::string &file) {
     const std::string path = database_path(settings, file);
-    if (path.find("://") != path.npos || std::filesystem::exists(path)) return path;
+    std::error_code trouble;
+    if (path.find("://") != path.npos || std::filesystem::exists(path, trouble)) return path;
+    if (trouble)
+        throw Failure(Exit::failed, fmt::format("cannot read {}: {}", path, trouble.message()));
     throw Failure(Exit::failed, fmt::format("there is no database {} yet: dtfleet run makes it",
                                             dtctl::escape(path)));
 }
