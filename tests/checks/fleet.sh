@@ -111,7 +111,7 @@ refuses 2 "no device has sent a key 'nothing'" compare nothing
 # The rules for alerts are about metrics that there are.
 python3 -c 'import urllib.request as u; print(u.urlopen("http://127.0.0.1:8098/metrics").read().decode())' >metrics
 for name in $(grep -o 'dtfleet_[a-z_]*' "$here/../../docs/fleet/alerts.yml" | sort -u); do
-    grep -q "^$name[ {]" metrics || fails "no metric $name"
+    grep -q "^${name}[ {]" metrics || fails "no metric $name"
 done
 
 # Who is being asked anyway is not asked twice.
@@ -228,4 +228,7 @@ cp copy.db broken.db && sqlite3 broken.db "delete from value where id % 7 = 0"
 sed -i '1i database = "broken.db"' fleet.toml
 refuses 5 "broken.db: " check
 refuses 4 "no dtfleet is running there" reload
+kill "${pids[0]}"
+wait "${pids[0]}" || fails "simulate: status $?"
+grep -q ' runs served' simulated || fails "simulate says $(cat simulated)"
 exit $failed
