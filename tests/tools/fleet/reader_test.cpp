@@ -264,13 +264,27 @@ TEST(Reader, HistoryComesInSlicesAndIsWhatTheViewHas) {
     }
     EXPECT_FALSE(reader->values({}, place, 1000, rows));
     EXPECT_THAT(rows, IsEmpty());
+    Reader::Place of_pump;
+    while (reader->values({pump, {}}, of_pump, 1000, rows)) {
+    }
     const int64_t version = reader->version();
-    RunRecord fresh = make_run(1'000'000, "pump", history.time);
-    add_number(fresh, "new", 1, 5);
-    history.stores[0]->write({&fresh, 1});
+    RunRecord fresh[] = {make_run(1'000'000, "pump", history.time),
+                         make_run(1'000'001, "pump", start - 365 * day),
+                         make_run(1'000'002, "valve", history.time)};
+    for (uint64_t i = 0; i < std::size(fresh); ++i) add_number(fresh[i], "new", 1, 5 + i);
+    history.stores[0]->write(fresh);
     EXPECT_GT(reader->version(), version);
-    EXPECT_FALSE(reader->values({}, place, 1000, rows));
-    EXPECT_EQ(rows.front().value.number, 5) << "what was stored since, and nothing twice";
+    const auto numbers_since = [&](const ValueQuery &query, Reader::Place &since) {
+        std::vector<uint64_t> numbers;
+        EXPECT_FALSE(reader->values(query, since, 1000, rows));
+        for (const FlatValue &row : rows)
+            if (row.value.form == StoredValue::Form::number) numbers.push_back(row.value.number);
+        return numbers;
+    };
+    EXPECT_THAT(numbers_since({}, place), ElementsAre(5, 6, 7)) << "nothing twice";
+    EXPECT_THAT(numbers_since({pump, {}}, of_pump), ElementsAre(5, 6))
+        << "also when the clock has been set back";
+    EXPECT_THAT(numbers_since({pump, {}}, of_pump), IsEmpty());
 }
 
 TEST(Reader, ListsTellTheNewestOfADevice) {

@@ -190,9 +190,9 @@ public:
     // none of 0 has been made.
     virtual std::vector<LatestValue> latest(int64_t device, uint32_t command) = 0;
 
-    // Values in the order of the history or, of one device, in that of time. `after` is a place
-    // among them that the call moves on. `rows` becomes the slice, at most `limit` of them and
-    // perhaps none; false when there is nothing behind it.
+    // Values in the order of the history or, of one device, in that of time and then as more is
+    // stored, whatever its time. `after` is a place among them that the call moves on. `rows`
+    // becomes the slice, at most `limit` of them, perhaps none; false: nothing is behind it yet.
     struct Place {
         int64_t collection = 0; // 0: before the first
         Microseconds time = 0;

@@ -12,7 +12,8 @@ constexpr size_t most_looks = 100'000;
 
 constexpr const char *runs_by_time =
     "SELECT id, run, device, time, outcome, command, first, count FROM collection WHERE "
-    "device = ?1 AND time >= ?2 AND time < ?3 AND (time > ?4 OR id >= ?5) ORDER BY time, id";
+    "device = ?1 AND time >= ?2 AND time < ?3 AND (time > ?4 OR id >= ?5) AND id <= ?6 ORDER BY "
+    "time, id";
 constexpr const char *runs_by_id =
     "SELECT id, run, device, time, outcome, command, first, count FROM collection WHERE id >= ? "
     "AND id <= ? ORDER BY id";
@@ -29,20 +30,29 @@ public:
     // False when there is nothing behind it.
     bool read() {
         rows_.clear();
-        Statement &runs = query_.device ? runs_of_device() : runs_of_all();
+        const bool is_by_time = query_.device && after_.last != INT64_MAX;
+        Statement &runs = is_by_time ? runs_of_device() : runs_of_all();
         bool more = false;
         while (!more && runs.step()) more = !read_run(runs);
         runs.reset();
-        if (!more) after_.last = 0; // more may be stored later
+        if (!more) go_behind(is_by_time);
         return more;
     }
 
 private:
+    // More may be stored later. That of one device is then read by its ids, too: while the clock is
+    // set back its time is before that of what has been read.
+    void go_behind(bool is_by_time) {
+        if (is_by_time) after_ = {after_.last + 1, 0, 0, 0};
+        after_.last = query_.device ? INT64_MAX : 0;
+    }
+
     Statement &runs_of_device() {
         const Microseconds from = std::max(query_.from, after_.time);
+        if (after_.last == 0) after_.last = database_.number("SELECT max(id) FROM collection");
         return database_.statement(runs_by_time)
             .with(*query_.device, after_.collection ? from : query_.from, query_.to, after_.time,
-                  after_.collection);
+                  after_.collection, after_.last);
     }
 
     // By their ids alone: a search for the time within SQLite could take as long as it likes.
@@ -81,7 +91,8 @@ private:
         const int64_t begin = is_begun ? after_.value + 1 : first;
         after_ = {id, run.number(3), begin - 1, after_.last};
         if (++looks_ > most_looks) return false;
-        const bool is_wanted = run.number(3) >= query_.from && run.number(3) < query_.to;
+        const bool is_wanted = run.number(3) >= query_.from && run.number(3) < query_.to &&
+                               (!query_.device || run.number(2) == *query_.device);
         if (begin >= end || !is_wanted) return true;
         FlatValue shared{id,
                          run_id(run.bytes(1)),
