@@ -3,6 +3,7 @@
 
 #include "fleet/engine/time.h"
 #include "fleet/store/store.h"
+#include "host/failure.h"
 
 #include <atomic>
 #include <future>
@@ -22,6 +23,7 @@ struct Shelf {
     std::vector<FaultRow> faults;
     std::shared_future<void> held;
     std::atomic<bool> is_locked = false;
+    std::atomic<bool> is_broken = false;
     std::atomic<int> reads = 0; // that have begun
     std::atomic<int64_t> version = 1;
 };
@@ -41,6 +43,7 @@ public:
     explicit Shelved(Shelf &shelf) : shelf_(shelf) {}
     int64_t version() override {
         if (shelf_.is_locked) throw Unavailable("the database is locked");
+        if (shelf_.is_broken) throw dtctl::Failure(dtctl::Exit::broken, "the database is broken");
         ++shelf_.reads;
         if (shelf_.held.valid()) shelf_.held.wait();
         return shelf_.version;

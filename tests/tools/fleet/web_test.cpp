@@ -378,7 +378,7 @@ TEST_F(WebTest, MetricsTellOfDevicesWhoseGroupsAskForIt) {
     std::this_thread::sleep_for(1100ms);
     const std::string many = body(get("/metrics"));
     EXPECT_THAT(many, HasSubstr("dtfleet_devices_left_out 101\n"));
-    shelf.is_locked = true;
+    shelf.is_broken = true;
     std::this_thread::sleep_for(1100ms);
     EXPECT_THAT(body(get("/metrics")),
                 AllOf(HasSubstr("dtfleet_ready 1"), Not(HasSubstr("device_up"))));

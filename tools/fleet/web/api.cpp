@@ -134,7 +134,8 @@ Answer Api::metrics(const Call &call) {
     try {
         renew_list(call);
         text += device_metrics(list_, call.rules.metric_groups, call.rules.run_limit, call.now);
-    } catch (const Unavailable &) {
+    } catch (const std::exception &) {
+        reader_.reset(); // a broken database may have been replaced by the next time
         text += "# The database cannot be read now: nothing of devices.\n";
     }
     return {200, std::move(text), metrics_type};
