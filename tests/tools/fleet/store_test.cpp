@@ -297,6 +297,23 @@ TEST(Store, DevicesKeepTheirHistoryThroughWhatOperatorsDo) {
     EXPECT_THAT(rows_of(file, "SELECT count(*) FROM value", 1), ElementsAre("4"));
 }
 
+// The clock goes back to the hour of sums that somebody has damaged: they are replaced.
+TEST(Store, WritesOnOverSumsThatCannotBeRead) {
+    const Scratch scratch;
+    const std::string file = scratch / "fleet.db";
+    const auto store = open_store(file, endless);
+    for (uint64_t i = 0; i < 5; ++i) {
+        RunRecord run = make_run(i, "pump", static_cast<Microseconds>(10 + i % 2) * hour);
+        add_number(run, "plain", 1, 7);
+        ASSERT_NO_THROW(store->write({&run, 1})) << i;
+        if (i == 1)
+            sqlite::Database(file, sqlite::Database::Access::write)
+                .execute("UPDATE rollup SET entries = '[1]'");
+    }
+    EXPECT_THAT(rows_of(file, "SELECT hour, entries FROM rollup", 2),
+                ElementsAre("10|[[1,0,1,7,7,7]]", "11|[[1,0,2,7,7,7]]"));
+}
+
 // ---- files --------------------------------------------------------------------------------------
 
 TEST(Store, RefusesWhatIsNotItsOwn) {

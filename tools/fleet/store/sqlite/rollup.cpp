@@ -29,10 +29,14 @@ Sums sums_there(Database &database, int64_t device, uint32_t command, int64_t ho
     const nlohmann::json entries = nlohmann::json::parse(find.bytes(0), nullptr, false);
     find.reset();
     if (entries.is_discarded()) return sums;
-    for (const nlohmann::json &entry : entries)
-        sums[{entry.at(0).get<int64_t>(), entry.at(1).get<uint32_t>()}] =
-            Sum{entry.at(2).get<uint64_t>(), pattern(entry.at(3)), pattern(entry.at(4)),
-                pattern(entry.at(5))};
+    try {
+        for (const nlohmann::json &entry : entries)
+            sums[{entry.at(0).get<int64_t>(), entry.at(1).get<uint32_t>()}] =
+                Sum{entry.at(2).get<uint64_t>(), pattern(entry.at(3)), pattern(entry.at(4)),
+                    pattern(entry.at(5))};
+    } catch (const nlohmann::json::exception &) {
+        sums.clear();
+    }
     return sums;
 }
 
