@@ -223,6 +223,10 @@ TEST_F(ServiceTest, EndsInOrderAndIsAlone) {
     EXPECT_EQ(Child([this] { return serve(); }).end(), 4);
     EXPECT_THAT(journal(), HasSubstr(fmt::format("port {}", port)));
     EXPECT_FALSE(std::filesystem::exists(scratch / "dtfleet.sock"));
+    write(device("slow", 7), "listen = 0\ncontrol = \"fleet.db\"");
+    EXPECT_EQ(Child([this] { return serve(); }).end(), 4);
+    EXPECT_THAT(journal(), HasSubstr("is no socket"));
+    EXPECT_TRUE(std::filesystem::is_regular_file(scratch / "fleet.db"));
 }
 
 TEST_F(ServiceTest, ShowsAPageAndSaysWhere) {

@@ -1,6 +1,7 @@
 #include "fleet/engine/control.h"
 
 #include "host/failure.h"
+#include "host/socket.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -45,6 +46,14 @@ bool connects(const dtctl::Fd &socket, const sockaddr_un &address) {
            0;
 }
 
+// What a killed service has left behind, and nothing else.
+void remove_socket(const std::string &path) {
+    struct stat there {};
+    if (::lstat(path.c_str(), &there) != 0) return;
+    if (!S_ISSOCK(there.st_mode)) fail(path, "this is there already, and is no socket");
+    (void)::unlink(path.c_str());
+}
+
 std::string line_of(const json &value) {
     return value.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
 }
@@ -55,9 +64,8 @@ Control::Control(std::string path, Loop &loop, Handler handler)
     : path_(std::move(path)), loop_(loop), handler_(std::move(handler)),
       listener_(unix_socket(SOCK_NONBLOCK)), self_(std::make_shared<Control *>(this)) {
     const sockaddr_un address = address_of(path_);
-    // One that a killed service has left behind answers nobody.
     if (connects(unix_socket(0), address)) fail(path_, "another dtfleet is running");
-    (void)::unlink(path_.c_str());
+    remove_socket(path_);
     // The mask of the process would be that of all its threads.
     if (::fchmod(listener_.get(), 0600) != 0 ||
         ::bind(listener_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) !=
@@ -79,12 +87,19 @@ void Control::accept_all() {
         if (clients_.size() >= most_clients) make_room();
         dtctl::Fd socket(
             ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-        if (!socket) return;
+        if (!socket) return rest(!dtctl::would_block(errno));
         // The number is known only afterwards, and stands in the handler's own place.
         auto number = std::make_shared<uint64_t>();
         *number = loop_.add(socket.get(), [this, number] { go_on(*number); });
         clients_[*number].socket = std::move(socket);
     }
+}
+
+// Without a descriptor for it a client stays in the queue, and the socket would be called ready
+// again at once and for ever.
+void Control::rest(bool is_resting) {
+    if (std::exchange(is_resting_, is_resting) != is_resting)
+        loop_.watch(listener_number_, listener_.get(), !is_resting, false);
 }
 
 // Rather than who waits for its answer, the oldest one goes that has not asked yet.
@@ -145,6 +160,7 @@ void Control::send_some(uint64_t number, Client &client) {
 }
 
 void Control::pass(Time time) {
+    if (is_resting_) accept_all();
     std::vector<uint64_t> stuck;
     for (const auto &[number, client] : clients_) {
         const bool waits_for_us = client.is_served && client.answer.empty();

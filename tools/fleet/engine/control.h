@@ -40,6 +40,7 @@ private:
     };
 
     void accept_all();
+    void rest(bool is_resting);
     void go_on(uint64_t number);
     void receive(uint64_t number, Client &client);
     void serve(uint64_t number, const std::string &line);
@@ -53,6 +54,7 @@ private:
     Handler handler_;
     dtctl::Fd listener_;
     uint64_t listener_number_ = 0;
+    bool is_resting_ = false;            // no descriptor was left
     std::map<uint64_t, Client> clients_; // by their numbers in the loop, the oldest first
     std::shared_ptr<Control *> self_;    // for replies that come after its end
 };
