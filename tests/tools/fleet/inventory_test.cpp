@@ -121,7 +121,9 @@ address = "pump.example"
     write("fleet.toml", "interval = \"60s\n");
     EXPECT_THAT(mistakes(), SizeIs(1)) << "no TOML at all";
     write("fleet.toml", "include = [\"gone.toml\", \"*.none\"]");
-    EXPECT_THAT(mistakes(), IsEmpty()) << "a pattern without a match";
+    EXPECT_THAT(mistakes(), ElementsAre("fleet.toml:1 include")) << "a pattern may match nothing";
+    const Overlay overlay{scratch / "gone.toml", "", "gone.csv", {}};
+    EXPECT_THAT(load_inventory(scratch / "fleet.toml", &overlay).complaints, IsEmpty());
 }
 
 TEST_F(InventoryTest, OneMistakeInAHundredThousandLines) {

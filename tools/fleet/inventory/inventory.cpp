@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <tuple>
@@ -98,6 +99,8 @@ private:
     void read_device(Table device);
     void read_series(Table series);
     void include(Table &top, const std::string &pattern);
+    void include_one(Table &top, const std::string &path);
+    bool is_overlaid(const std::string &path) const;
     std::optional<Keep> keep(Table &table);
     void finish(Entry &entry);
     void check_duplicates();
@@ -116,11 +119,18 @@ private:
     std::vector<Entry> entries_;
 };
 
-std::string Loader::text_of(const std::string &path, Source &source) {
+// Neither need be there yet.
+bool Loader::is_overlaid(const std::string &path) const {
+    namespace fs = std::filesystem;
     std::error_code error;
-    if (!overlay_ ||
-        (path != overlay_->file && !std::filesystem::equivalent(path, overlay_->file, error)))
-        return dtctl::read_whole_file(path, most_toml);
+    const auto place_of = [&](const std::string &file) {
+        return fs::weakly_canonical(fs::absolute(file, error), error);
+    };
+    return overlay_ && (path == overlay_->file || place_of(path) == place_of(overlay_->file));
+}
+
+std::string Loader::text_of(const std::string &path, Source &source) {
+    if (!is_overlaid(path)) return dtctl::read_whole_file(path, most_toml);
     source.was_made_from(overlay_->origin, overlay_->lines);
     return std::exchange(overlay_, nullptr)->text;
 }
@@ -287,12 +297,24 @@ void Loader::read_series(Table series) {
 }
 
 // In the order of their names; a pattern without a match is none to complain about, an empty
-// directory is as good as no devices.
+// directory is as good as no devices. What is there and cannot be read, or is called by its name
+// and is not there, must not pass for a fleet without these devices.
 void Loader::include(Table &top, const std::string &pattern) {
+    const std::string path = beside(top.source().file(), pattern);
+    if (pattern.find_first_of("*?[") == std::string::npos) return include_one(top, path);
+    const auto is_serious = [](const char *, int error) { return error == ENOENT ? 0 : 1; };
     glob_t found{};
-    if (::glob(beside(top.source().file(), pattern).c_str(), 0, nullptr, &found) == 0)
-        for (size_t i = 0; i < found.gl_pathc; ++i) read_file(found.gl_pathv[i], false);
+    const int result = ::glob(path.c_str(), 0, is_serious, &found);
+    if (result == GLOB_ABORTED || result == GLOB_NOSPACE)
+        top.complain("include", fmt::format("{}: {}", path, std::strerror(errno)));
+    for (size_t i = 0; result == 0 && i < found.gl_pathc; ++i) read_file(found.gl_pathv[i], false);
     ::globfree(&found);
+}
+
+void Loader::include_one(Table &top, const std::string &path) {
+    if (!is_overlaid(path) && ::access(path.c_str(), R_OK) != 0)
+        return top.complain("include", fmt::format("{}: {}", path, std::strerror(errno)));
+    read_file(path, false);
 }
 
 // Of several groups the shortest times count, and all values are kept if one of them wants it so.
