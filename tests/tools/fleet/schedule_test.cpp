@@ -118,6 +118,14 @@ TEST(Admission, DevicesThatFailTakeAQuarterAtMost) {
     places.admission.end(0);
     EXPECT_EQ(places.taken(), 1);
     EXPECT_GE(places.last, 20) << "those that answer come first";
+
+    limits.waiting = 40;
+    limits.waiting_per_subnet = 4;
+    Places narrow(limits);
+    for (size_t i = 0; i < 20; ++i) narrow.admission.add(i, in_subnet(1), Rank::backed_off);
+    EXPECT_EQ(narrow.taken(), 1) << "of their subnet's places, too";
+    for (size_t i = 20; i < 40; ++i) narrow.admission.add(i, in_subnet(1), Rank::usual);
+    EXPECT_EQ(narrow.taken(), 3);
 }
 
 TEST(Window, ShrinksWhenAnswersTakeTwiceAsLongAndGrowsAgain) {

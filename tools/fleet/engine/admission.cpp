@@ -7,6 +7,9 @@ namespace {
 
 uint32_t subnet_of(in_addr_t ip) { return ntohl(ip) >> 8; }
 
+// Of the places for those that wait, so many for devices that failed.
+size_t share_of_backed_off(size_t places) { return std::max<size_t>(1, places / 4); }
+
 } // namespace
 
 void Window::answered(Time now, Time delay) {
@@ -62,15 +65,21 @@ void Admission::add(size_t device, in_addr_t ip, Rank rank) {
 // A subnet stands in a ring while it has both somebody in that queue and room.
 void Admission::offer(uint32_t number, size_t kind) {
     Subnet &subnet = subnets_[number];
-    if (subnet.in_ring[kind] || subnet.queues[kind].empty() || !has_room(subnet)) return;
+    if (subnet.in_ring[kind] || subnet.queues[kind].empty() || !has_room(subnet, kind)) return;
     subnet.in_ring[kind] = true;
     rings_[kind].push_back(number);
+}
+
+bool Admission::has_room(const Subnet &subnet, size_t kind) const {
+    const size_t share = share_of_backed_off(limits_.waiting_per_subnet);
+    return subnet.open < limits_.per_subnet && subnet.waiting < limits_.waiting_per_subnet &&
+           (kind == 0 || subnet.waiting_backed_off < share);
 }
 
 bool Admission::take(size_t &device) {
     if (waiting_ >= window_.size() || open() >= limits_.open) return false;
     if (take_from(0, device)) return true;
-    return waiting_backed_off_ < std::max<size_t>(1, window_.size() / 4) && take_from(1, device);
+    return waiting_backed_off_ < share_of_backed_off(window_.size()) && take_from(1, device);
 }
 
 // In turns from each subnet, so that a large one does not keep the others waiting.
@@ -81,13 +90,14 @@ bool Admission::take_from(size_t kind, size_t &device) {
         Subnet &subnet = subnets_[number];
         ring.pop_front();
         subnet.in_ring[kind] = false;
-        if (!has_room(subnet) || subnet.queues[kind].empty()) continue;
+        if (!has_room(subnet, kind) || subnet.queues[kind].empty()) continue;
         device = subnet.queues[kind].front();
         subnet.queues[kind].pop_front();
         ++subnet.open;
         ++subnet.waiting;
         ++waiting_;
         waiting_backed_off_ += kind;
+        subnet.waiting_backed_off += kind;
         --queued_;
         places_[device].state = State::waiting;
         offer(number, kind);
@@ -106,7 +116,9 @@ void Admission::connect(size_t device) {
 void Admission::stop_waiting(const Place &place) {
     --waiting_;
     waiting_backed_off_ -= place.backed_off;
-    --subnets_[place.subnet].waiting;
+    Subnet &subnet = subnets_[place.subnet];
+    --subnet.waiting;
+    subnet.waiting_backed_off -= place.backed_off;
     offer(place.subnet, 0);
     offer(place.subnet, 1);
 }

@@ -81,15 +81,14 @@ private:
     };
     struct Subnet {
         size_t open = 0;
-        size_t waiting = 0;                       // of these
+        size_t waiting = 0;                       // of these,
+        size_t waiting_backed_off = 0;            // and of those
         std::array<std::deque<size_t>, 2> queues; // in order of arrival; [1]: backed off
         std::array<bool, 2> in_ring{};
     };
 
     void offer(uint32_t subnet, size_t kind);
-    bool has_room(const Subnet &subnet) const {
-        return subnet.open < limits_.per_subnet && subnet.waiting < limits_.waiting_per_subnet;
-    }
+    bool has_room(const Subnet &subnet, size_t kind) const;
     void stop_waiting(const Place &place);
     bool take_from(size_t kind, size_t &device);
 

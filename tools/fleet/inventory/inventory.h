@@ -27,7 +27,7 @@ struct Limits {
     size_t run_series = 10'000;
     size_t waiting = 256;           // runs whose device has not connected yet
     size_t open = 1024;             // runs, whether it has or not
-    size_t per_subnet = 64;         // of both kinds, for each /24 of addresses,
+    size_t per_subnet = 128;        // of both kinds, for each /24 of addresses,
     size_t waiting_per_subnet = 64; // and of the first alone
 };
 
