@@ -148,6 +148,7 @@ void Simulator::receive_commands(const dtctl::Fd &socket) {
         sockaddr_in server = datagram.from;
         server.sin_port = htons(static_cast<uint16_t>(port));
         const bool to_all = datagram.to == broadcast;
+        if (to_all && &socket != &commands_.front()) continue; // each socket has a copy
         const uint32_t first = to_all ? 0 : datagram.to - first_address;
         for (uint32_t i = first; i < (to_all ? options_.devices : first + 1); ++i)
             take_command(i, {server, token, command == 3});
