@@ -167,11 +167,12 @@ void Engine::rename(std::string_view from, const std::string &to) {
 }
 
 size_t Engine::hold(in_addr_t broadcast, Time until) {
-    held_ = broadcast;
-    held_until_ = until;
-    return static_cast<size_t>(
+    std::erase_if(holds_, [time = now()](const Hold &hold) { return hold.until <= time; });
+    const auto open =
         std::count_if(endpoints_open_.begin(), endpoints_open_.end(),
-                      [&](const auto &open) { return hears(open.first.ip, broadcast); }));
+                      [&](const auto &run) { return hears(run.first.ip, broadcast); });
+    if (open == 0) holds_.push_back({broadcast, until});
+    return static_cast<size_t>(open);
 }
 
 // Sets the next turn of a device that was asked at `after`. The self-test has a phase of its own,
@@ -272,7 +273,10 @@ bool Engine::may_begin(size_t slot) {
 // name, nor who has the network to itself.
 Time Engine::free_at(const Target &target, Time time) const {
     if (endpoints_open_.count({target.device.ip, target.device.port}) != 0) return time + busy;
-    return held_until_ > time && hears(target.device.ip, held_) ? held_until_ : time;
+    Time free = time;
+    for (const Hold &hold : holds_)
+        if (hears(target.device.ip, hold.broadcast)) free = std::max(free, hold.until);
+    return free;
 }
 
 void Engine::begin(size_t slot) {

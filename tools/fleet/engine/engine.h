@@ -52,7 +52,7 @@ public:
     // that name already.
     void rename(std::string_view from, const std::string &to);
 
-    // Begins no run on a network until then, and counts those that are open there.
+    // How many runs are open on a network; if none is, none begins there until then.
     // broadcast: its broadcast address.
     size_t hold(in_addr_t broadcast, Time until);
 
@@ -77,6 +77,10 @@ private:
     struct Incoming {
         std::shared_ptr<const Inventory> inventory;
         size_t next = 0;
+    };
+    struct Hold {
+        in_addr_t broadcast;
+        Time until;
     };
     static constexpr size_t none = SIZE_MAX;
 
@@ -126,8 +130,7 @@ private:
     std::unordered_map<std::string, size_t> slots_;
     std::unordered_map<uint32_t, size_t> tokens_open_;
     std::map<Endpoint, size_t> endpoints_open_;
-    in_addr_t held_ = 0; // the broadcast address of a network
-    Time held_until_{};
+    std::vector<Hold> holds_;
     Agenda turns_;     // two places a slot: its next collection, its next self-test
     Agenda deadlines_; // a place a slot: when its run must be looked at
 };

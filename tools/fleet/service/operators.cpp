@@ -158,9 +158,7 @@ void Operators::discover(const json &request, const Control::Reply &reply) {
     const auto seconds = number_of(request, "seconds", 60);
     if (!seconds || ::inet_pton(AF_INET, text_of(request, "discover").c_str(), &broadcast) != 1)
         return reply(error("discover takes a broadcast address and up to 60 seconds"));
-    const size_t open = engine_.hold(broadcast.s_addr, now() + Seconds(*seconds));
-    if (open != 0) engine_.hold(0, Time(0));
-    reply({{"open", open}});
+    reply({{"open", engine_.hold(broadcast.s_addr, now() + Seconds(*seconds))}});
 }
 
 } // namespace dtfleet
