@@ -29,10 +29,13 @@ bool Intake::feed(std::span<const uint8_t> bytes) {
 }
 
 void Intake::close() {
-    if (decoder_.finish())
-        outcome_ = Outcome::whole;
-    else
+    next_count_ = 0;
+    if (!decoder_.finish())
         refuse(Outcome::malformed, place_text(*decoder_.broken()));
+    else if (has_too_many_series())
+        refuse(Outcome::too_large, fmt::format("more than {} series", limits_.run_series));
+    else
+        outcome_ = Outcome::whole;
 }
 
 uint64_t Intake::take_unacknowledged() {
