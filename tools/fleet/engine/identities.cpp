@@ -23,8 +23,9 @@ void Identities::restore(const std::vector<DeviceState> &states) {
 void Identities::take_inventory(const Inventory &inventory) {
     for (const Device &device : inventory.devices) {
         Known &known = devices_[device.name];
-        if (std::exchange(known.listed, device.identity) != device.identity)
-            known.expected = device.identity;
+        if (std::exchange(known.listed, device.identity) == device.identity) continue;
+        known.expected = device.identity;
+        known.seen.reset(); // so that its next run is held against it
     }
 }
 
@@ -59,11 +60,13 @@ std::string Identities::change(const RunRecord &run, Known &known) {
 
 void Identities::note_twin(const std::string &device, uint16_t identity,
                            std::vector<std::string> &reports) {
-    const auto [owner, is_new] = owners_.emplace(identity, device);
-    if (is_new || owner->second == device || twins_[identity]) return;
+    std::string &owner = owners_.try_emplace(identity, device).first->second;
+    const auto known = devices_.find(owner);
+    if (known == devices_.end() || known->second.seen != identity) owner = device; // it has another
+    if (owner == device || twins_[identity]) return;
     twins_.set(identity);
-    reports.push_back(fmt::format("{} and {} (and perhaps more) have one identity, {}",
-                                  owner->second, device, identity_text(identity)));
+    reports.push_back(fmt::format("{} and {} (and perhaps more) have one identity, {}", owner,
+                                  device, identity_text(identity)));
 }
 
 void Identities::accept(const std::string &device) {
@@ -76,6 +79,7 @@ void Identities::rename(const std::string &from, const std::string &to) {
     if (node.empty()) return;
     devices_.erase(to);
     node.key() = to;
+    if (const auto seen = node.mapped().seen; seen && owners_[*seen] == from) owners_[*seen] = to;
     devices_.insert(std::move(node));
 }
 

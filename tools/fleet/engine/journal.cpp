@@ -53,7 +53,7 @@ void Journal::put(Level level, std::string_view line) {
     }
     std::string out = has_levels_ ? fmt::format("<{}>", static_cast<int>(level)) : "dtfleet: ";
     if (lost_ != 0) out += fmt::format("({} lines before this were lost) ", lost_);
-    out += dtctl::escape(line.substr(0, longest_line));
+    out += dtctl::escape(line).substr(0, longest_line);
     out += '\n';
     lost_ = 0;
     (void)!::write(fd_, out.data(), out.size());
