@@ -121,6 +121,30 @@ until_true asks sim000003 --selftest
 asks_in_vain() { "$dtfleet" ask far 2>&1 | grep "far: unanswered: no connection came"; }
 until_true asks_in_vain
 
+# Files are added beside the service, once.
+python3 - <<'END'
+import struct
+
+open("fcm.log", "wb").write(b"\0\0" + b"\x0e\0\5\3pump" + struct.pack("<II", 7, 100))
+sent = bytes.fromhex("10000000 00000000 01000000 a1020000 0c000000 02000000 02000000")
+with open("visit.pcap", "wb") as capture:
+    capture.write(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 101))
+    for host in 1, 2:
+        packet = struct.pack(">BBHIBBHBBBBIHHIIBBHI", 0x45, 0, 40 + len(sent), 0, 64, 6, 0, 127, 9, 0, host,
+                             0x0A000001, 4000, 9098, 1, 0, 0x50, 0x11, 65535, 0) + sent
+        capture.write(struct.pack("<IIII", 100, 0, len(packet), len(packet)) + packet)
+END
+shows "^1 new lines" import-faults sim000003 fcm.log
+shows "^0 new lines" import-faults sim000003 fcm.log
+refuses 5 "fleet.toml: byte " import-faults sim000003 fleet.toml
+refuses 2 "there is no device 'nobody'" import-faults nobody fcm.log
+for _ in 1 2; do
+    shows "^1 whole runs, 0 broken; 1 left out.*: 127.9.0.2 (1)$" import-capture visit.pcap --map 127.9.0.1=sim000003
+done
+[ "$(sql 'select count(*) from collection where time = 100000000')" = 1 ] || fails "a capture is imported twice"
+refuses 2 "'127.9=far' is not ADDRESS=DEVICE" import-capture visit.pcap --map 127.9=far
+refuses 5 "fcm.log" import-capture fcm.log --map 127.9.0.1=far
+
 # What completes the last word of a command line.
 completes() {
     COMP_WORDS=("$dtfleet" "${@:2}")
@@ -132,6 +156,9 @@ completes "history" hi
 completes "sim000010 sim000011 sim000012 sim000013 sim000014 sim000015 sim000016 sim000017 sim000018 sim000019" ask sim00001
 completes "sim000007" export --follow --device sim000007
 completes "table" status --format ta
+
+completes "sim000007" import-capture visit.pcap --map 127.1.0.1 = sim000007
+completes "visit.pcap" import-capture --map 127.1.0.1 = sim000007 vis
 
 # Reload: a mistake keeps what there was.
 configure 'signd = true'

@@ -22,6 +22,8 @@ void add_ask(CLI::App &app);
 void add_reload(CLI::App &app);
 void add_discover(CLI::App &app);
 void add_import(CLI::App &app);
+void add_import_faults(CLI::App &app);
+void add_import_capture(CLI::App &app);
 void add_simulate(CLI::App &app);
 
 } // namespace dtfleet

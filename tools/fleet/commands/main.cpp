@@ -37,6 +37,8 @@ void describe(CLI::App &app) {
     dtfleet::add_check(app);
     dtfleet::add_backup(app);
     dtfleet::add_import(app);
+    dtfleet::add_import_faults(app);
+    dtfleet::add_import_capture(app);
     dtfleet::add_simulate(app);
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "fleet/inventory/inventory.h"
+#include "fleet/store/digest.h"
 #include "fleet/store/record.h"
 
 #include <memory>
@@ -119,6 +120,14 @@ struct FaultRow {
     std::string value; // a line's text, a number in decimal, or bytes
 };
 
+// A fault log file that is to be imported.
+struct FaultFile {
+    std::string device;
+    Digest digest{};            // of its bytes: the same file is not taken again
+    Microseconds written = 0;   // by the device
+    std::vector<FaultRow> rows; // in its order; ids and times are the store's to give
+};
+
 // ---- writing ------------------------------------------------------------------------------------
 
 class Store {
@@ -148,6 +157,15 @@ public:
 
     // Whether the database is larger than it should be with nothing left that may be deleted.
     virtual bool is_too_large() = 0;
+
+    // What keys mean, from now on and for the series that are there: as take_inventory, for who
+    // stores runs beside the service, and leaves the devices to it.
+    virtual void take_meanings(const std::vector<SeriesMeaning> &meanings) = 0;
+
+    // Adds what a device's faults do not have yet, and says how many rows those are. The rows of
+    // each log, and all values together, are sequences whose oldest the device drops: so what the
+    // stored ones end with, and a newer file begins with, is there already.
+    virtual size_t add_faults(const FaultFile &file) = 0;
 
     // What operators do to a device. Throw dtctl::Failure with a sentence when the name is unknown
     // or, for rename's `to`, taken.

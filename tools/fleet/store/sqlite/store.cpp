@@ -2,6 +2,7 @@
 
 #include "fleet/store/sqlite/backup.h"
 #include "fleet/store/sqlite/devices.h"
+#include "fleet/store/sqlite/fault_table.h"
 #include "fleet/store/sqlite/retention.h"
 #include "fleet/store/sqlite/run_writer.h"
 #include "fleet/store/sqlite/schema.h"
@@ -44,6 +45,16 @@ public:
             series_.take_meanings(inventory.series);
         });
         house_.take(inventory.retention);
+    }
+
+    void take_meanings(const std::vector<SeriesMeaning> &meanings) override {
+        change([&] { series_.take_meanings(meanings); });
+    }
+
+    size_t add_faults(const FaultFile &file) override {
+        size_t added = 0;
+        change([&] { added = store_faults(database_, file, read_clocks().wall); });
+        return added;
     }
 
     bool tidy() override { return house_.tidy(read_clocks()); }
