@@ -31,7 +31,7 @@ void check_history(const std::string &database) {
     }
     std::string text;
     for (const std::string &complaint : complaints)
-        text += (text.empty() ? "" : "\n") + database + ": " + complaint;
+        text += fmt::format("{}{}: {}", text.empty() ? "" : "\n", database, complaint);
     if (!text.empty()) throw dtctl::Failure(dtctl::Exit::broken, text);
     say(database + ": nothing is wrong");
 }

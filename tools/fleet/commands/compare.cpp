@@ -92,6 +92,7 @@ std::vector<Camp> camps_of(const std::vector<Found> &found,
         camp.members.push_back(&one);
     }
     std::vector<Camp> sorted;
+    sorted.reserve(camps.size());
     for (auto &[key, camp] : camps) sorted.push_back(std::move(camp));
     std::stable_sort(sorted.begin(), sorted.end(), [](const Camp &a, const Camp &b) {
         return std::tuple(a.series->id, a.ordinal, b.members.size()) <

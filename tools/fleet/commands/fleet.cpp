@@ -45,7 +45,7 @@ std::vector<DeviceState> Fleet::devices_in(const std::vector<std::string> &group
 }
 
 std::string existing_database(const Inventory &settings, const std::string &file) {
-    const std::string path = database_path(settings, file);
+    std::string path = database_path(settings, file);
     std::error_code trouble;
     if (path.find("://") != path.npos || std::filesystem::exists(path, trouble)) return path;
     if (trouble)
