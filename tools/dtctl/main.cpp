@@ -20,19 +20,20 @@ was sent or read breaks its format or stops short.
 
 On a terminal headings are bold, unless NO_COLOR is set in the environment.)";
 
-void describe(CLI::App &app) {
-    app.description(
-        "Talks with devices: collects their data, shows their fault logs, answers with settings.");
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "dtctl " DTCTL_VERSION, "Print the version and exit");
-    app.footer(footer);
-    dtctl::add_collect(app);
-    dtctl::add_selftest(app);
-    dtctl::add_decode(app);
-    dtctl::add_fcm(app);
-    dtctl::add_config(app);
+void add_commands(dtctl::Command &program) {
+    program.footer(footer);
+    dtctl::add_collect(program);
+    dtctl::add_selftest(program);
+    dtctl::add_decode(program);
+    dtctl::add_fcm(program);
+    dtctl::add_config(program);
 }
+
+constexpr dtctl::Program program = {
+    "dtctl", DTCTL_VERSION,
+    "Talks with devices: collects their data, shows their fault logs, answers with settings.",
+    add_commands};
 
 } // namespace
 
-int main(int argc, char **argv) { return dtctl::run_program("dtctl", describe, argc, argv); }
+int main(int argc, char **argv) { return dtctl::run_program(program, argc, argv); }

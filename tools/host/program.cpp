@@ -5,6 +5,9 @@
 #include "host/text.h"
 #include "host/usage.h"
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -17,10 +20,13 @@
 namespace dtctl {
 namespace {
 
-Exit parse(const char *name, Describe describe, int argc, char **argv) {
-    CLI::App app;
-    app.name(name);
-    describe(app);
+Exit parse(const Program &program, int argc, char **argv) {
+    CLI::App app(program.help, program.name);
+    app.require_subcommand(1);
+    app.set_version_flag("--version", fmt::format("{} {}", program.name, program.version),
+                         "Print the version and exit");
+    Command whole(app);
+    program.add_commands(whole);
     const std::vector<std::string> words = words_of(argc, argv);
     try {
         parse_words(app, words);
@@ -28,7 +34,7 @@ Exit parse(const char *name, Describe describe, int argc, char **argv) {
         app.exit(help);
         if (!std::cout.flush()) throw Failure(Exit::failed, "cannot write the output");
     } catch (const CLI::ParseError &error) {
-        complain(name, escape(usage_error(app, words, error)));
+        complain(program.name, escape(usage_error(app, words, error)));
         return Exit::usage;
     }
     return Exit::success;
@@ -49,18 +55,18 @@ void complain(const std::string &program, const std::string &text) {
     (void)std::fprintf(stderr, "%s %s\n", name.c_str(), text.c_str());
 }
 
-int run_program(const char *name, Describe describe, int argc, char **argv) {
+int run_program(const Program &program, int argc, char **argv) {
     occupy_standard_streams();
     // A reader that goes away is seen at the write.
     std::signal(SIGPIPE, SIG_IGN);
     Exit code = Exit::failed;
     try {
-        code = parse(name, describe, argc, argv);
+        code = parse(program, argc, argv);
     } catch (const Failure &failure) {
-        if (*failure.what() != '\0') complain(name, failure.what());
+        if (*failure.what() != '\0') complain(program.name, failure.what());
         code = failure.code();
     } catch (const std::exception &error) {
-        complain(name, error.what());
+        complain(program.name, error.what());
     }
     return static_cast<int>(code);
 }

@@ -3,16 +3,12 @@
 #include "dtctl/collect/session.h"
 #include "dtctl/output/options.h"
 #include "host/failure.h"
-#include "host/options.h"
-
-#include <CLI/CLI.hpp>
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <climits>
 #include <csignal>
-#include <memory>
 #include <string>
 #include <thread>
 
@@ -85,37 +81,41 @@ void run(const Options &options) {
     Session(request, *printer, progress).run();
 }
 
-std::shared_ptr<Options> add_session_options(CLI::App &command) {
-    auto options = std::make_shared<Options>();
-    Request &request = options->request;
-    command.add_option("--device", request.device, "The device's IPv4 address or name")
-        ->type_name("ADDRESS")
-        ->required();
-    add_number(command, "--device-port", "PORT", request.device_port, 1, 65535,
-               "UDP port on which the device takes commands")
-        .capture_default_str();
-    command.add_flag("--any-address", request.any_address,
-                     "Take the device's connection from any address, by the command's number");
-    add_number(command, "--listen", "PORT", request.listen, 0, 65535,
-               "TCP port for the device's connection; 0: any free one")
-        .capture_default_str();
-    add_number(command, "--sequence", "N", request.sequence, 0, INT_MAX,
-               "Number of the run's first message; 0: the device counts")
-        .capture_default_str();
-    add_number(command, "--timeout", "SECONDS", options->timeout, 0.1, 86400,
-               "Longest wait for each whole message; a slow collector makes it long")
-        .capture_default_str();
-    add_number(command, "--deadline", "SECONDS", options->deadline, 0.1, 604800,
-               "Longest run, from the command to its end; unlimited unless given");
-    add_number(command, "--resend", "N", request.resend, 0, 100,
-               "How often the command is repeated while nobody connects")
-        .capture_default_str();
-    add_number(command, "--max-value", "MIB", options->max_value, 1, max_mebibytes,
-               "Longest string or buffer")
-        .capture_default_str();
-    add_output_options(command, options->output);
-    add_times_option(command, options->output);
-    command.callback([options] { run(*options); });
+Options &add_session_options(Command &command) {
+    Options &options = command.runs(run);
+    Request &request = options.request;
+    command.option("--device", "ADDRESS", request.device, "The device's IPv4 address or name")
+        .required();
+    command
+        .number("--device-port", "PORT", request.device_port, 1, 65535,
+                "UDP port on which the device takes commands")
+        .shows_default();
+    command.flag("--any-address", request.any_address,
+                 "Take the device's connection from any address, by the command's number");
+    command
+        .number("--listen", "PORT", request.listen, 0, 65535,
+                "TCP port for the device's connection; 0: any free one")
+        .shows_default();
+    command
+        .number("--sequence", "N", request.sequence, 0, INT_MAX,
+                "Number of the run's first message; 0: the device counts")
+        .shows_default();
+    command
+        .number("--timeout", "SECONDS", options.timeout, 0.1, 86400,
+                "Longest wait for each whole message; a slow collector makes it long")
+        .shows_default();
+    command.number("--deadline", "SECONDS", options.deadline, 0.1, 604800,
+                   "Longest run, from the command to its end; unlimited unless given");
+    command
+        .number("--resend", "N", request.resend, 0, 100,
+                "How often the command is repeated while nobody connects")
+        .shows_default();
+    command
+        .number("--max-value", "MIB", options.max_value, 1, max_mebibytes,
+                "Longest string or buffer")
+        .shows_default();
+    add_output_options(command, options.output);
+    add_times_option(command, options.output);
     return options;
 }
 
@@ -126,24 +126,24 @@ std::string footer(const char *examples, const char *more = "") {
 
 } // namespace
 
-void add_collect(CLI::App &app) {
-    CLI::App &command = *app.add_subcommand("collect", "Ask a device for its data and print it");
-    const auto options = add_session_options(command);
-    add_number(command, "--command", "N", options->request.command, 0, 2,
-               "The number that the collectors get")
-        .capture_default_str();
-    add_number(command, "--watch", "SECONDS", options->watch, 0.1, 604800,
-               "Repeat, from run to run so many seconds, until interrupted");
+void add_collect(Command &program) {
+    Command command = program.command("collect", "Ask a device for its data and print it");
+    Options &options = add_session_options(command);
+    command
+        .number("--command", "N", options.request.command, 0, 2,
+                "The number that the collectors get")
+        .shows_default();
+    command.number("--watch", "SECONDS", options.watch, 0.1, 604800,
+                   "Repeat, from run to run so many seconds, until interrupted");
     command.footer(footer("dtctl collect --device 192.168.1.20\n"
                           "  dtctl collect --device pump7.local --json --output data.jsonl\n"
                           "  dtctl collect --device 192.168.1.20 --watch 60 --times --csv",
                           watch_help));
 }
 
-void add_selftest(CLI::App &app) {
-    CLI::App &command =
-        *app.add_subcommand("selftest", "Let a device test itself and print the results");
-    add_session_options(command)->request.command = dt::decode::wire::selftest_command;
+void add_selftest(Command &program) {
+    Command command = program.command("selftest", "Let a device test itself and print the results");
+    add_session_options(command).request.command = dt::decode::wire::selftest_command;
     command.footer(footer("dtctl selftest --device 192.168.1.20 --timeout 60\n"
                           "  dtctl selftest --device 192.168.1.20 --json | grep '\"value\":1'"));
 }

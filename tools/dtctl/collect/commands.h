@@ -2,12 +2,9 @@
 #pragma once
 
 #include "decode/decoder.h"
+#include "host/command.h"
 
 #include <cstddef>
-
-namespace CLI {
-class App;
-} // namespace CLI
 
 namespace dtctl {
 
@@ -15,8 +12,8 @@ namespace dtctl {
 inline constexpr size_t default_mebibytes = dt::decode::default_max_value >> 20;
 inline constexpr size_t max_mebibytes = 2047;
 
-void add_collect(CLI::App &app);
-void add_selftest(CLI::App &app);
-void add_decode(CLI::App &app);
+void add_collect(Command &program);
+void add_selftest(Command &program);
+void add_decode(Command &program);
 
 } // namespace dtctl

@@ -2,11 +2,7 @@
 #include "dtctl/collect/commands.h"
 #include "dtctl/collect/replay.h"
 #include "dtctl/output/options.h"
-#include "host/options.h"
 
-#include <CLI/CLI.hpp>
-
-#include <memory>
 #include <string>
 
 namespace dtctl {
@@ -37,18 +33,16 @@ void run(const Options &options) {
 
 } // namespace
 
-void add_decode(CLI::App &app) {
-    CLI::App &command = *app.add_subcommand("decode", "Print the collections in a network capture");
-    auto options = std::make_shared<Options>();
-    command.add_option("FILE", options->path, "The capture; -: standard input")
-        ->type_name("")
-        ->required();
-    add_number(command, "--max-value", "MIB", options->max_value, 1, max_mebibytes,
-               "Longest string or buffer")
-        .capture_default_str();
-    add_output_options(command, options->output);
-    add_times_option(command, options->output);
-    command.callback([options] { run(*options); });
+void add_decode(Command &program) {
+    Command command = program.command("decode", "Print the collections in a network capture");
+    Options &options = command.runs(run);
+    command.argument("FILE", options.path, "The capture; -: standard input");
+    command
+        .number("--max-value", "MIB", options.max_value, 1, max_mebibytes,
+                "Longest string or buffer")
+        .shows_default();
+    add_output_options(command, options.output);
+    add_times_option(command, options.output);
     command.footer(std::string("Examples:\n  dtctl decode visit.pcap --times\n"
                                "  tcpdump -i eth0 -U -w - | dtctl decode - --json\n\n") +
                    behaviour_help + "\n\n" + formats_help + "\n\n" + exit_help);

@@ -3,12 +3,8 @@
 
 #include "dtctl/config/exchange.h"
 #include "dtctl/config/server.h"
-#include "host/options.h"
-
-#include <CLI/CLI.hpp>
 
 #include <cstdio>
-#include <memory>
 #include <string>
 
 namespace dtctl {
@@ -49,22 +45,21 @@ void run(const ConfigOptions &options) { ConfigServer(options, stdout).run(); }
 
 } // namespace
 
-void add_config(CLI::App &app) {
-    CLI::App &command = *app.add_subcommand("config", "Answer the devices' questions for settings");
-    auto options = std::make_shared<ConfigOptions>();
-    options->port = config_port;
-    command.add_option("FILE", options->path, "The settings")->type_name("")->required();
-    add_number(command, "--port", "PORT", options->port, 0, 65535,
-               "UDP port for the requests; 0: any free one")
-        .capture_default_str();
+void add_config(Command &program) {
+    Command command = program.command("config", "Answer the devices' questions for settings");
+    ConfigOptions &options = command.runs(run);
+    options.port = config_port;
+    command.argument("FILE", options.path, "The settings");
     command
-        .add_option("--bind", options->address,
-                    "Local address for the requests; only 0.0.0.0 hears broadcasts")
-        ->type_name("ADDRESS")
-        ->capture_default_str();
-    command.add_flag("--echo-default", options->echo_default,
-                     "Answer with the device's default where nothing is set");
-    command.callback([options] { run(*options); });
+        .number("--port", "PORT", options.port, 0, 65535,
+                "UDP port for the requests; 0: any free one")
+        .shows_default();
+    command
+        .option("--bind", "ADDRESS", options.address,
+                "Local address for the requests; only 0.0.0.0 hears broadcasts")
+        .shows_default();
+    command.flag("--echo-default", options.echo_default,
+                 "Answer with the device's default where nothing is set");
     command.footer(std::string("Examples:\n  dtctl config devices.ini\n"
                                "  dtctl config lab.toml --bind 127.0.0.1 --echo-default\n\n") +
                    behaviour_help + "\n\n" + exit_help);

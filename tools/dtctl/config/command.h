@@ -1,12 +1,10 @@
 // Adds the subcommand's options to the program; it runs when it is chosen.
 #pragma once
 
-namespace CLI {
-class App;
-} // namespace CLI
+#include "host/command.h"
 
 namespace dtctl {
 
-void add_config(CLI::App &app);
+void add_config(Command &program);
 
 } // namespace dtctl

@@ -4,9 +4,6 @@
 #include "dtctl/faults/file.h"
 #include "dtctl/output/options.h"
 
-#include <CLI/CLI.hpp>
-
-#include <memory>
 #include <string>
 
 namespace dtctl {
@@ -30,21 +27,17 @@ void run(const Options &options) {
 
 } // namespace
 
-void add_fcm(CLI::App &app) {
-    CLI::App &command = *app.add_subcommand("fcm", "Show a device's fault log file");
-    auto options = std::make_shared<Options>();
+void add_fcm(Command &program) {
+    Command command = program.command("fcm", "Show a device's fault log file");
+    Options &options = command.runs(run);
+    command.argument("FILE", options.path, "The file, as the device wrote it; -: standard input");
+    const Exclusive others = add_output_options(command, options.output);
     command
-        .add_option("FILE", options->path, "The file, as the device wrote it; -: standard input")
-        ->type_name("")
-        ->required();
-    auto *csv = add_output_options(command, options->output);
-    command
-        .add_flag_callback(
-            "--html", [options] { options->output.format = Format::html; },
+        .flag(
+            "--html", [&options] { options.output.format = Format::html; },
             "One page to look at, to search and to filter")
-        ->excludes(csv)
-        ->excludes("--json");
-    command.callback([options] { run(*options); });
+        .excludes(others.csv)
+        .excludes(others.json);
     command.footer(std::string("Examples:\n  dtctl fcm fcm.log\n"
                                "  dtctl fcm fcm.log --json --output faults.jsonl\n"
                                "  dtctl fcm --html fcm.log > faults.html\n\n") +

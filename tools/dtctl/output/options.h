@@ -2,19 +2,19 @@
 #pragma once
 
 #include "dtctl/output/output.h"
-
-namespace CLI {
-class App;
-class Option;
-} // namespace CLI
+#include "host/command.h"
 
 namespace dtctl {
 
-// Adds --json, --csv, --csv-raw and --output; without them output stays as it is. Returns --csv,
-// which excludes --json.
-CLI::Option *add_output_options(CLI::App &command, OutputOptions &output);
+// Two options of which one at most is given.
+struct Exclusive {
+    Option json, csv;
+};
+
+// Adds --json, --csv, --csv-raw and --output; without them output stays as it is.
+Exclusive add_output_options(Command &command, OutputOptions &output);
 
 // Adds --times for commands that print runs.
-void add_times_option(CLI::App &command, OutputOptions &output);
+void add_times_option(Command &command, OutputOptions &output);
 
 } // namespace dtctl

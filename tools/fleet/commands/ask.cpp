@@ -9,7 +9,6 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <memory>
 #include <utility>
 
 namespace dtfleet {
@@ -27,46 +26,49 @@ constexpr std::pair<Outcome, Exit> endings[] = {
     {Outcome::too_large, Exit::broken},   {Outcome::stopped, Exit::unreachable},
 };
 
-void ask(const std::string &config, const std::string &device, bool selftest) {
-    nlohmann::json what{{"ask", device}};
-    if (selftest) what["selftest"] = true;
-    const nlohmann::json answer = ask_service(config_file(config), what);
+struct Options {
+    std::string config;
+    std::string device;
+    bool selftest = false;
+};
+
+void ask(const Options &options) {
+    nlohmann::json what{{"ask", options.device}};
+    if (options.selftest) what["selftest"] = true;
+    const nlohmann::json answer = ask_service(config_file(options.config), what);
     dtctl::Output out(stdout);
     out.put(answer.dump() + "\n");
     out.flush();
     for (const auto &[outcome, code] : endings)
         if (answer.at("outcome") == text_of(outcome))
-            throw Failure(code, fmt::format("{}: {}: {}", device, text_of(outcome),
+            throw Failure(code, fmt::format("{}: {}: {}", options.device, text_of(outcome),
                                             answer.at("reason").get<std::string>()));
+}
+
+void reload(const Options &options) {
+    ask_service(config_file(options.config), {{"reload", true}});
 }
 
 } // namespace
 
-void add_ask(CLI::App &app) {
-    CLI::App &command = *app.add_subcommand("ask", "Have the running service ask a device now");
-    struct Options {
-        std::string file, device;
-        bool selftest = false;
-    };
-    auto options = std::make_shared<Options>();
-    command.add_option("DEVICE", options->device, "Its name")->required()->type_name("");
-    command.add_flag("--selftest", options->selftest, "Have it test itself");
-    add_config(command, options->file);
+void add_ask(dtctl::Command &program) {
+    dtctl::Command command = program.command("ask", "Have the running service ask a device now");
+    Options &options = command.runs(ask);
+    command.argument("DEVICE", options.device, "Its name");
+    command.flag("--selftest", options.selftest, "Have it test itself");
+    add_config(command, options.config);
     add_footer(command, "dtfleet ask pump7\ndtfleet ask pump7 --selftest");
-    command.callback([options] { ask(options->file, options->device, options->selftest); });
 }
 
-void add_reload(CLI::App &app) {
-    CLI::App &command =
-        *app.add_subcommand("reload", "Have the running service read its configuration again");
-    auto file = std::make_shared<std::string>();
-    add_config(command, *file);
+void add_reload(dtctl::Command &program) {
+    dtctl::Command command =
+        program.command("reload", "Have the running service read its configuration again");
+    add_config(command, command.runs(reload).config);
     add_footer(
         command, "dtfleet reload",
         R"(The service takes the new devices, intervals and groups. When the configuration has a mistake
 it keeps what it had, and the command says where the mistake is.
 )");
-    command.callback([file] { ask_service(config_file(*file), {{"reload", true}}); });
 }
 
 } // namespace dtfleet

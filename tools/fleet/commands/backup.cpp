@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <memory>
 
 namespace dtfleet {
 namespace {
@@ -36,18 +35,15 @@ void backup(const Options &options) {
 
 } // namespace
 
-void add_backup(CLI::App &app) {
-    CLI::App &command = *app.add_subcommand("backup", "Copy the database, also while it is used");
-    auto options = std::make_shared<Options>();
-    command.add_option("FILE", options->file, "The copy, which is not there yet")
-        ->required()
-        ->type_name("");
-    add_config(command, options->config);
+void add_backup(dtctl::Command &program) {
+    dtctl::Command command = program.command("backup", "Copy the database, also while it is used");
+    Options &options = command.runs(backup);
+    command.argument("FILE", options.file, "The copy, which is not there yet");
+    add_config(command, options.config);
     add_footer(
         command, "dtfleet backup /srv/backup/fleet-$(date +%F).db",
         R"(The copy is the database as it is at one moment. It appears under its name when it is whole.
 )");
-    command.callback([options] { backup(*options); });
 }
 
 } // namespace dtfleet

@@ -12,7 +12,6 @@
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
-#include <memory>
 
 namespace dtfleet {
 namespace {
@@ -36,7 +35,7 @@ void check_history(const std::string &database) {
     say(database + ": nothing is wrong");
 }
 
-void check(const std::string &file) {
+void check_all(const std::string &file) {
     const Inventory inventory = checked_inventory(file);
     say(fmt::format("{}: {} in {}", file, dtctl::counted(inventory.devices.size(), "device"),
                     dtctl::counted(inventory.groups.size(), "group")));
@@ -52,26 +51,31 @@ void accept_clock(const std::string &given) {
     });
 }
 
+struct Options {
+    std::string config;
+    bool accepts_clock = false;
+};
+
+void check(const Options &options) {
+    if (options.accepts_clock) return accept_clock(options.config);
+    check_all(config_file(options.config));
+}
+
 } // namespace
 
-void add_check(CLI::App &app) {
-    CLI::App &command =
-        *app.add_subcommand("check", "Say what is wrong with the configuration or the database");
-    auto file = std::make_shared<std::string>();
-    auto accepts_clock = std::make_shared<bool>(false);
-    command.add_flag("--accept-clock", *accepts_clock,
-                     "The clock is right, though it has moved by more than an hour");
-    add_config(command, *file);
+void add_check(dtctl::Command &program) {
+    dtctl::Command command =
+        program.command("check", "Say what is wrong with the configuration or the database");
+    Options &options = command.runs(check);
+    command.flag("--accept-clock", options.accepts_clock,
+                 "The clock is right, though it has moved by more than an hour");
+    add_config(command, options.config);
     add_footer(
         command, "dtfleet check\ndtfleet check --config new.toml",
         R"(All mistakes of the configuration and the files that it includes are told, each with file and
 line. While the clock has moved by more than an hour nothing is deleted by its age;
 --accept-clock ends that.
 )");
-    command.callback([file, accepts_clock] {
-        if (*accepts_clock) return accept_clock(*file);
-        check(config_file(*file));
-    });
 }
 
 } // namespace dtfleet

@@ -2,28 +2,28 @@
 // dtctl::Failure.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include "host/command.h"
 
 namespace dtfleet {
 
-void add_run(CLI::App &app);
-void add_status(CLI::App &app);
-void add_devices(CLI::App &app);
-void add_history(CLI::App &app);
-void add_compare(CLI::App &app);
-void add_export(CLI::App &app);
-void add_pause(CLI::App &app);
-void add_rename(CLI::App &app);
-void add_forget(CLI::App &app);
-void add_accept(CLI::App &app);
-void add_check(CLI::App &app);
-void add_backup(CLI::App &app);
-void add_ask(CLI::App &app);
-void add_reload(CLI::App &app);
-void add_discover(CLI::App &app);
-void add_import(CLI::App &app);
-void add_import_faults(CLI::App &app);
-void add_import_capture(CLI::App &app);
-void add_simulate(CLI::App &app);
+void add_run(dtctl::Command &program);
+void add_status(dtctl::Command &program);
+void add_devices(dtctl::Command &program);
+void add_history(dtctl::Command &program);
+void add_compare(dtctl::Command &program);
+void add_export(dtctl::Command &program);
+void add_pause(dtctl::Command &program);
+void add_rename(dtctl::Command &program);
+void add_forget(dtctl::Command &program);
+void add_accept(dtctl::Command &program);
+void add_check(dtctl::Command &program);
+void add_backup(dtctl::Command &program);
+void add_ask(dtctl::Command &program);
+void add_reload(dtctl::Command &program);
+void add_discover(dtctl::Command &program);
+void add_import(dtctl::Command &program);
+void add_import_faults(dtctl::Command &program);
+void add_import_capture(dtctl::Command &program);
+void add_simulate(dtctl::Command &program);
 
 } // namespace dtfleet

@@ -4,7 +4,6 @@
 #include "fleet/commands/help.h"
 #include "fleet/commands/listing.h"
 #include "host/failure.h"
-#include "host/options.h"
 #include "host/progress.h"
 
 #include <fmt/format.h>
@@ -13,7 +12,6 @@
 
 #include <algorithm>
 #include <map>
-#include <memory>
 #include <tuple>
 
 namespace dtfleet {
@@ -45,7 +43,7 @@ struct Camp {
 };
 
 bool is_asked_for(const Series &series, const Options &options) {
-    return (std::to_string(series.key) == options.key || series.name == options.key) &&
+    return is_called(series, options.key) &&
            (!options.collector || series.collector == *options.collector) &&
            (!options.section || series.section == *options.section) && !series.is_log;
 }
@@ -185,25 +183,23 @@ have the same.
 
 } // namespace
 
-void add_compare(CLI::App &app) {
-    CLI::App &command =
-        *app.add_subcommand("compare", "Show which devices have another value under a key");
-    auto options = std::make_shared<Options>();
-    command.add_option("KEY", options->key, "Its number or its name")->required()->type_name("");
-    command.add_option("--collector", options->collector, "Of this collector alone")
-        ->type_name("NAME");
-    command.add_option("--section", options->section, "Of this section alone")->type_name("N");
-    dtctl::add_number(command, "--command", "N", options->command, 0, 3,
-                      "What this command brought; 3: self-tests")
-        .capture_default_str();
-    command.add_option("--group", options->groups, "Only devices of this group; may be repeated")
-        ->type_name("NAME");
-    add_format(command, options->form, {Form::table, Form::json, Form::csv});
-    add_config(command, options->config);
+void add_compare(dtctl::Command &program) {
+    dtctl::Command command =
+        program.command("compare", "Show which devices have another value under a key");
+    Options &options = command.runs(compare);
+    command.argument("KEY", options.key, "Its number or its name");
+    command.option("--collector", "NAME", options.collector, "Of this collector alone");
+    command.number("--section", "N", options.section, 0, UINT32_MAX, "Of this section alone");
+    command
+        .number("--command", "N", options.command, 0, 3, "What this command brought; 3: self-tests")
+        .shows_default();
+    command.option("--group", "NAME", options.groups,
+                   "Only devices of this group; may be repeated");
+    add_format(command, options.form, {Form::table, Form::json, Form::csv});
+    add_config(command, options.config);
     add_footer(command,
                "dtfleet compare speed\ndtfleet compare 17 --collector version --group 'hall 2'",
                text);
-    command.callback([options] { compare(*options); });
 }
 
 } // namespace dtfleet

@@ -13,12 +13,9 @@ namespace dtfleet {
 using dtctl::Exit;
 using dtctl::Failure;
 
-void add_config(CLI::App &command, std::string &file) {
-    command
-        .add_option("--config", file,
-                    "The configuration; else $DTFLEET_CONFIG, else /etc/dtfleet/fleet.toml")
-        ->type_name("FILE")
-        ->check([](const std::string &path) { return path.empty() ? "'' names no file" : ""; });
+void add_config(dtctl::Command &command, std::string &file) {
+    command.file("--config", file,
+                 "The configuration; else $DTFLEET_CONFIG, else /etc/dtfleet/fleet.toml");
 }
 
 std::string config_file(const std::string &given) {

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "fleet/inventory/inventory.h"
+#include "host/command.h"
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json_fwd.hpp>
 
 #include <string>
@@ -12,7 +12,7 @@ namespace dtfleet {
 
 // Adds --config, by one rule for all commands: the option, else DTFLEET_CONFIG in the environment,
 // else /etc/dtfleet/fleet.toml. file must outlive the command's callback.
-void add_config(CLI::App &command, std::string &file);
+void add_config(dtctl::Command &command, std::string &file);
 
 // The file that this rule finds.
 std::string config_file(const std::string &given);

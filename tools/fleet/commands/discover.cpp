@@ -9,7 +9,6 @@
 #include "fleet/service/service.h"
 #include "host/descriptors.h"
 #include "host/failure.h"
-#include "host/options.h"
 #include "host/output.h"
 #include "host/program.h"
 
@@ -21,7 +20,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <memory>
 
 namespace dtfleet {
 namespace {
@@ -82,20 +80,15 @@ void explore(const Options &options) {
 
 } // namespace
 
-void add_discover(CLI::App &app) {
-    CLI::App &command =
-        *app.add_subcommand("discover", "Ask all devices of a network who they are");
-    auto options = std::make_shared<Options>();
-    command.add_option("BROADCAST", options->broadcast, "The network's broadcast address")
-        ->required()
-        ->type_name("");
-    dtctl::add_number(command, "--port", "PORT", options->port, 1, 65'535, "Their UDP port")
-        .capture_default_str();
-    dtctl::add_number(command, "--seconds", "S", options->seconds, 1, 59, "How long to listen")
-        .capture_default_str();
-    command.add_option("--inventory", options->inventory, "Write them to a new file, to include")
-        ->type_name("FILE");
-    add_config(command, options->config);
+void add_discover(dtctl::Command &program) {
+    dtctl::Command command =
+        program.command("discover", "Ask all devices of a network who they are");
+    Options &options = command.runs(explore);
+    command.argument("BROADCAST", options.broadcast, "The network's broadcast address");
+    command.number("--port", "PORT", options.port, 1, 65'535, "Their UDP port").shows_default();
+    command.number("--seconds", "S", options.seconds, 1, 59, "How long to listen").shows_default();
+    command.file("--inventory", options.inventory, "Write them to a new file, to include");
+    add_config(command, options.config);
     add_footer(
         command,
         "dtfleet discover 192.168.1.255\n"
@@ -103,7 +96,6 @@ void add_discover(CLI::App &app) {
         R"(Prints the address and the identity of each. A running service asks nobody of that network
 meanwhile; while it has runs open there, nothing is sent.
 )");
-    command.callback([options] { explore(*options); });
 }
 
 } // namespace dtfleet

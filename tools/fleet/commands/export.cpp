@@ -13,7 +13,6 @@
 
 #include <csignal>
 #include <map>
-#include <memory>
 #include <set>
 
 namespace dtfleet {
@@ -188,30 +187,26 @@ such as 2h.
 
 } // namespace
 
-void add_export(CLI::App &app) {
-    CLI::App &command = *app.add_subcommand("export", "Print values for other programs");
-    auto options = std::make_shared<Options>();
-    command.add_option("--device", options->devices, "Of this device alone; may be repeated")
-        ->type_name("DEVICE");
-    command.add_option("--group", options->groups, "Of the devices of this group; may be repeated")
-        ->type_name("NAME");
-    add_moment(command, "--from", options->from, Way::back, "Not what is older");
-    add_moment(command, "--to", options->to, Way::back, "Not what is as new or newer");
-    command.add_flag("--follow", options->follow, "Go on with what is stored from now on");
-    add_format(command, options->form, {Form::json, Form::csv, Form::influx});
-    command.add_flag_callback(
-        "--csv-raw", [options] { options->cells = dtctl::Cells::raw; },
+void add_export(dtctl::Command &program) {
+    dtctl::Command command = program.command("export", "Print values for other programs");
+    Options &options = command.runs(run_export);
+    command.option("--device", "DEVICE", options.devices, "Of this device alone; may be repeated");
+    command.option("--group", "NAME", options.groups,
+                   "Of the devices of this group; may be repeated");
+    add_moment(command, "--from", options.from, Way::back, "Not what is older");
+    add_moment(command, "--to", options.to, Way::back, "Not what is as new or newer");
+    command.flag("--follow", options.follow, "Go on with what is stored from now on");
+    add_format(command, options.form, {Form::json, Form::csv, Form::influx});
+    command.flag(
+        "--csv-raw", [&options] { options.cells = dtctl::Cells::raw; },
         "With csv: leave cells that a spreadsheet would execute as they are");
-    command
-        .add_option("--output", options->output, "The file to write, instead of standard output")
-        ->type_name("FILE");
-    add_config(command, options->config);
+    command.file("--output", options.output, "The file to write, instead of standard output");
+    add_config(command, options.config);
     add_footer(command,
                "dtfleet export --from 2026-01-31 --to 2026-02-01 > day.jsonl\n"
                "dtfleet export --device pump7 --format csv --output pump7.csv\n"
                "dtfleet export --follow --format influx",
                text);
-    command.callback([options] { run_export(*options); });
 }
 
 } // namespace dtfleet

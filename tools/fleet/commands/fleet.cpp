@@ -44,6 +44,10 @@ std::vector<DeviceState> Fleet::devices_in(const std::vector<std::string> &group
     return devices;
 }
 
+bool is_called(const Series &series, const std::string &key) {
+    return std::to_string(series.key) == key || series.name == key;
+}
+
 std::string existing_database(const Inventory &settings, const std::string &file) {
     std::string path = database_path(settings, file);
     std::error_code trouble;

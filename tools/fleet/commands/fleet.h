@@ -31,6 +31,9 @@ struct Fleet {
     std::unique_ptr<Reader> reader;
 };
 
+// Whether the key is meant by a number, or by the name that the configuration gives it.
+bool is_called(const Series &series, const std::string &key);
+
 // The path of the fleet's database; throws dtctl::Failure when there is none yet.
 std::string existing_database(const Inventory &settings, const std::string &file);
 

@@ -1,7 +1,7 @@
 // What the help of each command ends with.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include "host/command.h"
 
 #include <string>
 
@@ -13,7 +13,7 @@ was silent for too long; 4 no service runs there, or an address or port cannot b
 is taken; 5 what was read breaks its format, or the service refuses.)";
 
 // Examples without their blanks in front, a line each, and a text with its last line feed, or none.
-inline void add_footer(CLI::App &command, const std::string &examples,
+inline void add_footer(dtctl::Command &command, const std::string &examples,
                        const std::string &text = "") {
     std::string shown = "Examples:\n  ";
     for (const char c : examples) shown += c == '\n' ? "\n  " : std::string(1, c);

@@ -6,13 +6,11 @@
 #include "fleet/commands/moment.h"
 #include "fleet/engine/time.h"
 #include "host/failure.h"
-#include "host/options.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <deque>
-#include <memory>
 
 namespace dtfleet {
 namespace {
@@ -21,7 +19,7 @@ struct Options {
     std::string config;
     std::string device;
     std::optional<std::string> collector;
-    std::optional<uint32_t> key;
+    std::optional<std::string> key; // a number, or what the configuration calls it
     std::optional<uint32_t> section;
     Microseconds from = 0; // 0: not given
     Microseconds to = INT64_MAX;
@@ -77,7 +75,8 @@ void put_runs(Reader &reader, int64_t device, const Options &options, dtctl::Out
 // ---- values -------------------------------------------------------------------------------------
 
 bool matches(const Series &series, const Options &options) {
-    return series.collector == *options.collector && (!options.key || series.key == *options.key) &&
+    return series.collector == *options.collector &&
+           (!options.key || is_called(series, *options.key)) &&
            (!options.section || series.section == *options.section);
 }
 
@@ -146,17 +145,35 @@ void put_values(Reader &reader, int64_t device, const std::vector<Series> &serie
 
 // ---- logs ---------------------------------------------------------------------------------------
 
+// The newest lines within the time, the newest first. A clock that was set may have brought later
+// ones an earlier time, so that only the beginning of the log ends the search.
+std::vector<LogLine> lines_of(Reader &reader, int64_t device, const Series &series,
+                              const Options &options) {
+    std::vector<LogLine> found;
+    int64_t before = INT64_MAX;
+    for (;;) {
+        std::vector<LogLine> lines = reader.log(device, series.id, before, slice);
+        if (lines.empty()) return found;
+        before = lines.front().seq;
+        for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+            if (line->time < options.from || line->time >= options.to) continue;
+            found.push_back(std::move(*line));
+            if (found.size() == options.limit) return found;
+        }
+    }
+}
+
 void put_log(Reader &reader, int64_t device, const Series &series, const Options &options,
              dtctl::Output &out) {
-    std::vector<LogLine> lines = reader.log(device, series.id, INT64_MAX, options.limit);
+    std::vector<LogLine> lines = lines_of(reader, device, series, options);
+    std::reverse(lines.begin(), lines.end());
     Listing listing(
         chosen(options.form),
         {{"time", "arrived (UTC)"}, {"gap_before", "gap"}, {"stamp", "stamp"}, {"text", "text"}},
         out);
     for (const LogLine &line : lines)
-        if (line.time >= options.from && line.time < options.to)
-            listing.add({time_cell(line.time), flag_cell(line.gap_before, "gap", ""),
-                         text_cell(line.stamp), text_cell(line.text)});
+        listing.add({time_cell(line.time), flag_cell(line.gap_before, "gap", ""),
+                     text_cell(line.stamp), text_cell(line.text)});
     listing.end();
 }
 
@@ -189,27 +206,25 @@ now such as 2h. JSON and CSV have times in microseconds since 1970.
 
 } // namespace
 
-void add_history(CLI::App &app) {
-    CLI::App &command =
-        *app.add_subcommand("history", "Show a device's runs, or the values of a collector");
-    auto options = std::make_shared<Options>();
-    command.add_option("DEVICE", options->device, "Its name")->required()->type_name("");
-    command.add_option("COLLECTOR", options->collector, "The name of a collector")->type_name("");
-    command.add_option("KEY", options->key, "A key of that collector")->type_name("");
-    command.add_option("--section", options->section, "Of this section of the collector alone")
-        ->type_name("N");
-    add_moment(command, "--from", options->from, Way::back, "Not what is older");
-    add_moment(command, "--to", options->to, Way::back, "Not what is as new or newer");
-    dtctl::add_number(command, "--limit", "N", options->limit, 1, 1'000'000,
-                      "How many at most, the newest")
-        .capture_default_str();
-    add_format(command, options->form, {Form::table, Form::json, Form::csv});
-    add_config(command, options->config);
+void add_history(dtctl::Command &program) {
+    dtctl::Command command =
+        program.command("history", "Show a device's runs, or the values of a collector");
+    Options &options = command.runs(history);
+    command.argument("DEVICE", options.device, "Its name");
+    command.option("COLLECTOR", "", options.collector, "The name of a collector");
+    command.option("KEY", "", options.key, "A key of that collector, its number or its name");
+    command.number("--section", "N", options.section, 0, UINT32_MAX,
+                   "Of this section of the collector alone");
+    add_moment(command, "--from", options.from, Way::back, "Not what is older");
+    add_moment(command, "--to", options.to, Way::back, "Not what is as new or newer");
+    command.number("--limit", "N", options.limit, 1, 1'000'000, "How many at most, the newest")
+        .shows_default();
+    add_format(command, options.form, {Form::table, Form::json, Form::csv});
+    add_config(command, options.config);
     add_footer(command,
                "dtfleet history pump7\ndtfleet history pump7 pump 1 --from 2h\n"
                "dtfleet history pump7 pump --from 2026-01-31 --limit 100000 --format csv",
                text);
-    command.callback([options] { history(*options); });
 }
 
 } // namespace dtfleet

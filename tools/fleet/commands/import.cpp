@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <memory>
 #include <set>
 
 namespace dtfleet {
@@ -214,21 +213,18 @@ know are added.
 
 } // namespace
 
-void add_import(CLI::App &app) {
-    CLI::App &command =
-        *app.add_subcommand("import", "Make a configuration of devices from a CSV file");
-    auto options = std::make_shared<Options>();
-    command.add_option("FILE", options->file, "The CSV file")->required()->type_name("");
-    command
-        .add_option("--output", options->output, "The file to write, instead of standard output")
-        ->type_name("FILE");
-    add_config(command, options->config);
+void add_import(dtctl::Command &program) {
+    dtctl::Command command =
+        program.command("import", "Make a configuration of devices from a CSV file");
+    Options &options = command.runs(import);
+    command.argument("FILE", options.file, "The CSV file");
+    command.file("--output", options.output, "The file to write, instead of standard output");
+    add_config(command, options.config);
     add_footer(
         command,
         "dtfleet import devices.csv > devices.toml\n"
         "dtfleet import hall2.csv --output /etc/dtfleet/devices.d/hall2.toml && dtfleet reload",
         text);
-    command.callback([options] { import(*options); });
 }
 
 } // namespace dtfleet

@@ -129,33 +129,27 @@ than what is known of a device do not change how it stands now.
 
 } // namespace
 
-void add_import_faults(CLI::App &app) {
-    CLI::App &command =
-        *app.add_subcommand("import-faults", "Add a device's fault log file to its history");
-    auto options = std::make_shared<Options>();
-    command.add_option("DEVICE", options->device, "Its name")->required()->type_name("");
-    command.add_option("FILE", options->file, "Its fault log, fcm.log")->required()->type_name("");
-    add_config(command, options->config);
+void add_import_faults(dtctl::Command &program) {
+    dtctl::Command command =
+        program.command("import-faults", "Add a device's fault log file to its history");
+    Options &options = command.runs(import_faults);
+    command.argument("DEVICE", options.device, "Its name");
+    command.argument("FILE", options.file, "Its fault log, fcm.log");
+    add_config(command, options.config);
     add_footer(command, "dtfleet import-faults pump7 fcm.log", faults_help);
-    command.callback([options] { import_faults(*options); });
 }
 
-void add_import_capture(CLI::App &app) {
-    CLI::App &command =
-        *app.add_subcommand("import-capture", "Add the runs in a network capture to the history");
-    auto options = std::make_shared<Options>();
-    command.add_option("FILE", options->file, "A pcap or pcapng file; - is standard input")
-        ->required()
-        ->type_name("");
+void add_import_capture(dtctl::Command &program) {
+    dtctl::Command command =
+        program.command("import-capture", "Add the runs in a network capture to the history");
+    Options &options = command.runs(import_capture);
+    command.argument("FILE", options.file, "A pcap or pcapng file; - is standard input");
     command
-        .add_option("--map", options->maps,
-                    "Which device has sent from this address; once for each")
-        ->type_name("ADDRESS=DEVICE")
-        ->required()
-        ->allow_extra_args(false);
-    add_config(command, options->config);
+        .option("--map", "ADDRESS=DEVICE", options.maps,
+                "Which device has sent from this address; once for each")
+        .required();
+    add_config(command, options.config);
     add_footer(command, "dtfleet import-capture visit.pcap --map 192.168.1.20=pump7", capture_help);
-    command.callback([options] { import_capture(*options); });
 }
 
 } // namespace dtfleet

@@ -44,23 +44,22 @@ Cell number_value(const Series &series, uint64_t number) {
 
 } // namespace
 
-void add_format(CLI::App &command, Form &form, std::initializer_list<Form> forms) {
+void add_format(dtctl::Command &command, Form &form, std::initializer_list<Form> forms) {
     std::string names;
     for (const Form one : forms) names += (names.empty() ? "" : "|") + std::string(name_of(one));
     const std::vector<Form> allowed(forms);
-    command
-        .add_option_function<std::string>(
-            "--format",
-            [&form, allowed, names](const std::string &name) {
-                for (const Form one : allowed)
-                    if (name == name_of(one)) return void(form = one);
-                throw CLI::ValidationError("--format",
-                                           fmt::format("'{}' is not one of {}", name, names));
-            },
-            allowed.front() == Form::table
-                ? "Instead of a table on a terminal and lines of JSON elsewhere"
-                : "Instead of lines of JSON")
-        ->type_name(names);
+    const auto take = [&form, allowed, names](const std::string &name) -> std::string {
+        for (const Form one : allowed) {
+            if (name != name_of(one)) continue;
+            form = one;
+            return "";
+        }
+        return fmt::format("'{}' is not one of {}", name, names);
+    };
+    command.parsed("--format", names, take,
+                   allowed.front() == Form::table
+                       ? "Instead of a table on a terminal and lines of JSON elsewhere"
+                       : "Instead of lines of JSON");
 }
 
 Form chosen(Form form) {

@@ -3,10 +3,10 @@
 
 #include "fleet/store/record.h"
 #include "fleet/store/store.h"
+#include "host/command.h"
 #include "host/output.h"
 #include "host/text.h"
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <initializer_list>
@@ -19,7 +19,7 @@ enum class Form { automatic, table, json, csv, influx };
 
 // Adds --format, one of the names: "table", "json", ... Without it a terminal gets a table, if that
 // is among them, and anything else lines of JSON.
-void add_format(CLI::App &command, Form &form, std::initializer_list<Form> forms);
+void add_format(dtctl::Command &command, Form &form, std::initializer_list<Form> forms);
 
 // Lines of JSON unless a terminal reads.
 Form chosen(Form form);

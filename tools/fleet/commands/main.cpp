@@ -16,32 +16,33 @@ dtfleet help COMMAND tells more.
 On a terminal headings are bold, unless NO_COLOR is set in the environment.
 )";
 
-void describe(CLI::App &app) {
-    app.description("Collects the data of many devices on a schedule, keeps and shows them.");
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "dtfleet " DTCTL_VERSION, "Print the version and exit");
-    dtfleet::add_footer(app, examples, text);
-    dtfleet::add_run(app);
-    dtfleet::add_status(app);
-    dtfleet::add_devices(app);
-    dtfleet::add_history(app);
-    dtfleet::add_compare(app);
-    dtfleet::add_export(app);
-    dtfleet::add_ask(app);
-    dtfleet::add_pause(app);
-    dtfleet::add_rename(app);
-    dtfleet::add_forget(app);
-    dtfleet::add_accept(app);
-    dtfleet::add_reload(app);
-    dtfleet::add_discover(app);
-    dtfleet::add_check(app);
-    dtfleet::add_backup(app);
-    dtfleet::add_import(app);
-    dtfleet::add_import_faults(app);
-    dtfleet::add_import_capture(app);
-    dtfleet::add_simulate(app);
+void add_commands(dtctl::Command &program) {
+    dtfleet::add_footer(program, examples, text);
+    dtfleet::add_run(program);
+    dtfleet::add_status(program);
+    dtfleet::add_devices(program);
+    dtfleet::add_history(program);
+    dtfleet::add_compare(program);
+    dtfleet::add_export(program);
+    dtfleet::add_ask(program);
+    dtfleet::add_pause(program);
+    dtfleet::add_rename(program);
+    dtfleet::add_forget(program);
+    dtfleet::add_accept(program);
+    dtfleet::add_reload(program);
+    dtfleet::add_discover(program);
+    dtfleet::add_check(program);
+    dtfleet::add_backup(program);
+    dtfleet::add_import(program);
+    dtfleet::add_import_faults(program);
+    dtfleet::add_import_capture(program);
+    dtfleet::add_simulate(program);
 }
+
+constexpr dtctl::Program program = {
+    "dtfleet", DTCTL_VERSION,
+    "Collects the data of many devices on a schedule, keeps and shows them.", add_commands};
 
 } // namespace
 
-int main(int argc, char **argv) { return dtctl::run_program("dtfleet", describe, argc, argv); }
+int main(int argc, char **argv) { return dtctl::run_program(program, argc, argv); }

@@ -35,16 +35,15 @@ std::optional<Microseconds> parse_moment(std::string_view text, Way way, Microse
     return parse_date(std::string(text));
 }
 
-CLI::Option &add_moment(CLI::App &command, const char *name, Microseconds &moment, Way way,
-                        const std::string &help) {
-    const auto take = [&moment, way, name](const std::string &text) {
+dtctl::Option add_moment(dtctl::Command &command, const char *name, Microseconds &moment, Way way,
+                         const std::string &help) {
+    const auto take = [&moment, way](const std::string &text) -> std::string {
         const auto parsed = parse_moment(text, way, wall_microseconds());
-        if (!parsed)
-            throw CLI::ValidationError(
-                name, fmt::format("'{}' is no time: 2026-01-31T08:15 (UTC), 2h or now", text));
+        if (!parsed) return fmt::format("'{}' is no time: 2026-01-31T08:15 (UTC), 2h or now", text);
         moment = *parsed;
+        return "";
     };
-    return *command.add_option_function<std::string>(name, take, help)->type_name("TIME");
+    return command.parsed(name, "TIME", take, help);
 }
 
 } // namespace dtfleet

@@ -2,8 +2,7 @@
 #pragma once
 
 #include "fleet/store/record.h"
-
-#include <CLI/CLI.hpp>
+#include "host/command.h"
 
 #include <optional>
 #include <string>
@@ -19,7 +18,7 @@ enum class Way { back, ahead };
 std::optional<Microseconds> parse_moment(std::string_view text, Way way, Microseconds now);
 
 // Adds an option that takes such a text. moment must outlive the command's callback.
-CLI::Option &add_moment(CLI::App &command, const char *name, Microseconds &moment, Way way,
-                        const std::string &help);
+dtctl::Option add_moment(dtctl::Command &command, const char *name, Microseconds &moment, Way way,
+                         const std::string &help);
 
 } // namespace dtfleet

@@ -12,8 +12,6 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <memory>
-
 namespace dtfleet {
 namespace {
 
@@ -76,12 +74,10 @@ void accept(const Options &options) {
     });
 }
 
-CLI::App &add_operation(CLI::App &app, const char *name, const char *help,
-                        const std::shared_ptr<Options> &options, void (*act)(const Options &)) {
-    CLI::App &command = *app.add_subcommand(name, help);
-    command.add_option("DEVICE", options->device, "Its name")->required()->type_name("");
-    command.callback([options, act] { act(*options); });
-    return command;
+Options &add_operation(dtctl::Command &command, void (*act)(const Options &)) {
+    Options &options = command.runs(act);
+    command.argument("DEVICE", options.device, "Its name");
+    return options;
 }
 
 constexpr const char *pause_help =
@@ -91,7 +87,9 @@ length of time from now such as 2h, or now, which ends a pause. It holds over re
 
 constexpr const char *rename_help =
     R"(First change the name in the configuration, then give the history to the new name, then have
-the service reload. In between it asks the device under its old name.
+the service reload. In between it asks the device under its old name. If it was reloaded first,
+the new name has a history of its own: take it out of the configuration, reload, forget it, and
+begin anew.
 )";
 
 constexpr const char *forget_help =
@@ -105,40 +103,36 @@ in the configuration counts more: change it there.
 
 } // namespace
 
-void add_pause(CLI::App &app) {
-    auto options = std::make_shared<Options>();
-    CLI::App &command =
-        add_operation(app, "pause", "Leave a device or a group alone for a time", options, pause);
-    add_moment(command, "--until", options->until, Way::ahead, "When it is asked again").required();
-    add_config(command, options->config);
+void add_pause(dtctl::Command &program) {
+    dtctl::Command command = program.command("pause", "Leave a device or a group alone for a time");
+    Options &options = add_operation(command, pause);
+    add_moment(command, "--until", options.until, Way::ahead, "When it is asked again").required();
+    add_config(command, options.config);
     add_footer(command,
                "dtfleet pause pump7 --until 2h\ndtfleet pause 'hall 2' --until 2026-01-31T08:15\n"
                "dtfleet pause pump7 --until now",
                pause_help);
 }
 
-void add_rename(CLI::App &app) {
-    auto options = std::make_shared<Options>();
-    CLI::App &command =
-        add_operation(app, "rename", "Give a device's history to another name", options, rename);
-    command.add_option("TO", options->to, "Its new name")->required()->type_name("");
-    add_config(command, options->config);
+void add_rename(dtctl::Command &program) {
+    dtctl::Command command = program.command("rename", "Give a device's history to another name");
+    Options &options = add_operation(command, rename);
+    command.argument("TO", options.to, "Its new name");
+    add_config(command, options.config);
     add_footer(command, "dtfleet rename pump7 'pump 7' && dtfleet reload", rename_help);
 }
 
-void add_forget(CLI::App &app) {
-    auto options = std::make_shared<Options>();
-    CLI::App &command =
-        add_operation(app, "forget", "Delete the history of a device", options, forget);
-    add_config(command, options->config);
+void add_forget(dtctl::Command &program) {
+    dtctl::Command command = program.command("forget", "Delete the history of a device");
+    Options &options = add_operation(command, forget);
+    add_config(command, options.config);
     add_footer(command, "dtfleet forget pump7", forget_help);
 }
 
-void add_accept(CLI::App &app) {
-    auto options = std::make_shared<Options>();
-    CLI::App &command =
-        add_operation(app, "accept", "Take a device's new identity for right", options, accept);
-    add_config(command, options->config);
+void add_accept(dtctl::Command &program) {
+    dtctl::Command command = program.command("accept", "Take a device's new identity for right");
+    Options &options = add_operation(command, accept);
+    add_config(command, options.config);
     add_footer(command, "dtfleet accept pump7", accept_help);
 }
 

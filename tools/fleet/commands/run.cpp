@@ -4,19 +4,26 @@
 #include "fleet/commands/help.h"
 #include "fleet/service/service.h"
 
-#include <memory>
+#include <string>
 
 namespace dtfleet {
+namespace {
 
-void add_run(CLI::App &app) {
-    CLI::App &command =
-        *app.add_subcommand("run", "Ask the devices in their turns and keep what they send");
-    auto file = std::make_shared<std::string>();
-    add_config(command, *file);
+struct Options {
+    std::string config;
+};
+
+void run(const Options &options) { Service(config_file(options.config)).run(); }
+
+} // namespace
+
+void add_run(dtctl::Command &program) {
+    dtctl::Command command =
+        program.command("run", "Ask the devices in their turns and keep what they send");
+    add_config(command, command.runs(run).config);
     add_footer(command, "dtfleet run\ndtfleet run --config fleet.toml",
                R"(SIGHUP reads the configuration again; SIGINT and SIGTERM end the service.
 )");
-    command.callback([file] { Service(config_file(*file)).run(); });
 }
 
 } // namespace dtfleet

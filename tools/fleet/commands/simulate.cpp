@@ -4,7 +4,6 @@
 #include "fleet/simulate/simulator.h"
 #include "host/descriptors.h"
 #include "host/failure.h"
-#include "host/options.h"
 #include "host/output.h"
 
 #include <fmt/format.h>
@@ -15,7 +14,6 @@
 #include <csignal>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <numeric>
 
 namespace dtfleet {
@@ -73,13 +71,14 @@ void put_counts(const SimulatorCounts &counts) {
     out.flush();
 }
 
-void simulate(Options options) {
+void simulate(const Options &options) {
     if (std::accumulate(options.percent.begin(), options.percent.end(), 0u) > 100)
         throw dtctl::Failure(dtctl::Exit::usage, "the shares are more than 100 percent together");
-    options.simulator.manners = manners_of(options);
+    SimulatorOptions simulated = options.simulator;
+    simulated.manners = manners_of(options);
     (void)dtctl::allow_descriptors();
     Loop loop;
-    Simulator simulator(options.simulator, loop);
+    Simulator simulator(simulated, loop);
     if (!options.inventory.empty() &&
         !(std::ofstream(options.inventory) << simulator.inventory()).flush())
         throw dtctl::Failure(dtctl::Exit::failed,
@@ -102,31 +101,26 @@ SIGINT or SIGTERM, it says how many runs there were.
 
 } // namespace
 
-void add_simulate(CLI::App &app) {
-    CLI::App &command =
-        *app.add_subcommand("simulate", "Be many devices, each with a loopback address of its own");
-    auto options = std::make_shared<Options>();
-    SimulatorOptions &simulator = options->simulator;
-    dtctl::add_number(command, "N", "", simulator.devices, 1, 1'000'000, "How many").required();
-    dtctl::add_number(command, "--values", "N", simulator.values, 0, 100'000, "Values in each run")
-        .capture_default_str();
-    dtctl::add_number(command, "--port", "PORT", simulator.port, 1, 65'535,
-                      "UDP port of all of them")
-        .capture_default_str();
-    dtctl::add_number(command, "--seconds", "S", options->seconds, 0.1, 1e9, "How long")
-        .capture_default_str();
-    command.add_option("--inventory", options->inventory, "Write a configuration of them")
-        ->type_name("FILE");
-    dtctl::add_number(command, "--rate", "N", simulator.rate, 1, 1'000'000,
-                      "Runs that all of them begin in a second, at most");
+void add_simulate(dtctl::Command &program) {
+    dtctl::Command command =
+        program.command("simulate", "Be many devices, each with a loopback address of its own");
+    Options &options = command.runs(simulate);
+    SimulatorOptions &simulator = options.simulator;
+    command.number("N", "", simulator.devices, 1, 1'000'000, "How many").required();
+    command.number("--values", "N", simulator.values, 0, 100'000, "Values in each run")
+        .shows_default();
+    command.number("--port", "PORT", simulator.port, 1, 65'535, "UDP port of all of them")
+        .shows_default();
+    command.number("--seconds", "S", options.seconds, 0.1, 1e9, "How long").shows_default();
+    command.file("--inventory", options.inventory, "Write a configuration of them");
+    command.number("--rate", "N", simulator.rate, 1, 1'000'000,
+                   "Runs that all of them begin in a second, at most");
     for (size_t kind = 0; kind < std::size(kinds); ++kind)
-        dtctl::add_number(command, kinds[kind].option, "P", options->percent[kind], 0, 100,
-                          kinds[kind].help);
+        command.number(kinds[kind].option, "P", options.percent[kind], 0, 100, kinds[kind].help);
     add_footer(command,
                "dtfleet simulate 100 --inventory fleet.toml --seconds 600\n"
                "dtfleet simulate 10000 --inventory fleet.toml --dead 10 --broken 1",
                text);
-    command.callback([options] { simulate(*options); });
 }
 
 } // namespace dtfleet

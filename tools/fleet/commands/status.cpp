@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <array>
-#include <memory>
 
 namespace dtfleet {
 namespace {
@@ -189,14 +188,13 @@ void devices(const Options &options) {
     out.flush();
 }
 
-CLI::App &add_listing(CLI::App &app, const char *name, const char *description,
-                      const std::shared_ptr<Options> &options) {
-    CLI::App &command = *app.add_subcommand(name, description);
-    command.add_option("--group", options->groups, "Only devices of this group; may be repeated")
-        ->type_name("NAME");
-    add_format(command, options->form, {Form::table, Form::json, Form::csv});
-    add_config(command, options->config);
-    return command;
+Options &add_listing(dtctl::Command &command, void (*act)(const Options &)) {
+    Options &options = command.runs(act);
+    command.option("--group", "NAME", options.groups,
+                   "Only devices of this group; may be repeated");
+    add_format(command, options.form, {Form::table, Form::json, Form::csv});
+    add_config(command, options.config);
+    return options;
 }
 
 constexpr const char *status_help =
@@ -214,22 +212,20 @@ left the configuration, or is disabled; its history stays until it is forgotten.
 
 } // namespace
 
-void add_status(CLI::App &app) {
-    auto options = std::make_shared<Options>();
-    CLI::App &command =
-        add_listing(app, "status", "Show which devices are late or failing, and why", options);
-    command.add_flag("--all", options->all, "Have all devices in the table");
+void add_status(dtctl::Command &program) {
+    dtctl::Command command =
+        program.command("status", "Show which devices are late or failing, and why");
+    Options &options = add_listing(command, status);
+    command.flag("--all", options.all, "Have all devices in the table");
     add_footer(command, "dtfleet status\ndtfleet status --group 'hall 2' --all", status_help);
-    command.callback([options] { status(*options); });
 }
 
-void add_devices(CLI::App &app) {
-    auto options = std::make_shared<Options>();
-    CLI::App &command = add_listing(app, "devices", "List the devices", options);
-    command.add_flag("--names", options->names, "Their names alone");
+void add_devices(dtctl::Command &program) {
+    dtctl::Command command = program.command("devices", "List the devices");
+    Options &options = add_listing(command, devices);
+    command.flag("--names", options.names, "Their names alone");
     add_footer(command, "dtfleet devices\ndtfleet devices --format csv > devices.csv",
                devices_help);
-    command.callback([options] { devices(*options); });
 }
 
 } // namespace dtfleet
