@@ -217,14 +217,17 @@ std::string text_of(const FlatValue &value) {
 
 std::vector<std::string> all_values(Reader &reader, const ValueQuery &query, size_t limit) {
     std::vector<std::string> texts;
+    const bool is_by_time = query.device || query.from > 0 || query.to < INT64_MAX;
     Reader::Place place;
-    int64_t collection = 0;
+    std::pair<int64_t, int64_t> before{0, INT64_MIN};
     for (bool more = true; more;) {
         std::vector<FlatValue> rows;
         more = reader.values(query, place, limit, rows);
         EXPECT_LE(rows.size(), limit);
         for (const FlatValue &row : rows) {
-            EXPECT_LE(std::exchange(collection, row.collection), row.collection);
+            const auto now = is_by_time ? std::pair(row.device, row.time)
+                                        : std::pair(int64_t{0}, row.collection);
+            EXPECT_LE(std::exchange(before, now), now);
             texts.push_back(text_of(row));
         }
     }
@@ -285,6 +288,10 @@ TEST(Reader, HistoryComesInSlicesAndIsWhatTheViewHas) {
     EXPECT_THAT(numbers_since({pump, {}}, of_pump), ElementsAre(5, 6))
         << "also when the clock has been set back";
     EXPECT_THAT(numbers_since({pump, {}}, of_pump), IsEmpty());
+    EXPECT_EQ(all_values(*reader, {{}, {}, start - 366 * day}, 100), in_view("1"))
+        << "whatever the ids of the oldest";
+    EXPECT_EQ(all_values(*reader, {{}, {}, 0, start}, 100),
+              in_view(fmt::format("f.time < {}", start)));
 }
 
 TEST(Reader, ListsTellTheNewestOfADevice) {

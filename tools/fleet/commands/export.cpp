@@ -163,9 +163,10 @@ void run_export(const Options &options) {
 }
 
 constexpr const char *text =
-    R"(A row is a value as it is stored, in the order of the history: with keep = "changes" the first
-good run of a day has all values, other runs have those that changed, and a key that went
-missing has the type "gone". Logs are no part of it.
+    R"(A row is a value as it is stored: with keep = "changes" the first good run of a day has all
+values, other runs have those that changed, and a key that went missing has the type "gone". Logs
+are no part of it. Rows come in the order in which they were stored or, with --from, --to or one
+device, device after device in the order of time.
 
 run is unique for each run; time is the run's, in microseconds since 1970; ordinal counts what
 came under the same collector, section and key.

@@ -208,14 +208,16 @@ public:
     // none of 0 has been made.
     virtual std::vector<LatestValue> latest(int64_t device, uint32_t command) = 0;
 
-    // Values in the order of the history or, of one device, in that of time and then as more is
-    // stored, whatever its time. `after` is a place among them that the call moves on. `rows`
-    // becomes the slice, at most `limit` of them, perhaps none; false: nothing is behind it yet.
+    // Values in the order of the history or, of a device or a time, device after device in that of
+    // time and then as more is stored, whatever its time. `after` is a place among them that the
+    // call moves on. `rows` becomes the slice, at most `limit` of them, perhaps none; false:
+    // nothing is behind it yet.
     struct Place {
         int64_t collection = 0; // 0: before the first
+        int64_t device = 0;     // whose values are read by time; 0: before the first
         Microseconds time = 0;
         int64_t value = 0;
-        int64_t last = 0; // no wanted run has a larger id; 0: not known
+        int64_t last = 0; // what is larger is read by its id; 0: not known
     };
     virtual bool values(const ValueQuery &query, Place &after, size_t limit,
                         std::vector<FlatValue> &rows) = 0;

@@ -16,7 +16,7 @@ constexpr const char *runs_by_time =
     "time, id";
 constexpr const char *runs_by_id =
     "SELECT id, run, device, time, outcome, command, first, count FROM collection WHERE id >= ? "
-    "AND id <= ? ORDER BY id";
+    "ORDER BY id";
 
 class Slice {
 public:
@@ -30,56 +30,48 @@ public:
     // False when there is nothing behind it.
     bool read() {
         rows_.clear();
-        const bool is_by_time = query_.device && after_.last != INT64_MAX;
-        Statement &runs = is_by_time ? runs_of_device() : runs_of_all();
+        const bool is_by_time = has_time() && after_.last != INT64_MAX;
+        Statement &runs = is_by_time ? runs_of_device() : runs_by_their_ids();
         bool more = false;
         while (!more && runs.step()) more = !read_run(runs);
         runs.reset();
-        if (!more) go_behind(is_by_time);
-        return more;
+        return more || (is_by_time && go_behind());
     }
 
 private:
-    // More may be stored later. That of one device is then read by its ids, too: while the clock is
-    // set back its time is before that of what has been read.
-    void go_behind(bool is_by_time) {
-        if (is_by_time) after_ = {after_.last + 1, 0, 0, 0};
-        after_.last = query_.device ? INT64_MAX : 0;
+    // Then it is read by time, device after device: ids grow with the time only while nobody sets
+    // the clock, and to look at all runs could take as long as it likes.
+    bool has_time() const { return query_.device || query_.from > 0 || query_.to < INT64_MAX; }
+
+    // True: there is another device. Otherwise more may be stored later, which is read by its ids,
+    // whatever its time.
+    bool go_behind() {
+        const int64_t next = query_.device ? 0 : device_behind(after_.device);
+        after_ = {next, 0, 0, 0, after_.last};
+        if (next == 0) after_ = {0, after_.last + 1, 0, 0, INT64_MAX};
+        return next != 0;
+    }
+
+    // 0: none.
+    int64_t device_behind(int64_t device) {
+        int64_t behind = 0;
+        Statement &find =
+            database_.statement("SELECT id FROM device WHERE id > ? ORDER BY id LIMIT 1");
+        each_row(find.with(device), [&](const Statement &row) { behind = row.number(0); });
+        return behind;
     }
 
     Statement &runs_of_device() {
-        const Microseconds from = std::max(query_.from, after_.time);
         if (after_.last == 0) after_.last = database_.number("SELECT max(id) FROM collection");
+        if (after_.device == 0) after_.device = query_.device.value_or(device_behind(0));
+        const Microseconds from = std::max(query_.from, after_.time);
         return database_.statement(runs_by_time)
-            .with(*query_.device, after_.collection ? from : query_.from, query_.to, after_.time,
+            .with(after_.device, after_.collection ? from : query_.from, query_.to, after_.time,
                   after_.collection, after_.last);
     }
 
-    // By their ids alone: a search for the time within SQLite could take as long as it likes.
-    Statement &runs_of_all() {
-        int64_t begin = after_.collection;
-        if (begin == 0 && query_.from > 0) begin = first_id();
-        if (after_.last == 0) after_.last = query_.to < INT64_MAX ? last_id() : INT64_MAX;
-        return database_.statement(runs_by_id).with(begin, after_.last);
-    }
-
-    // Ids grow with the time, unless the clock is set: of each device the first and the last run
-    // within the time tell where to look. The whole table would be read otherwise.
-    int64_t first_id() {
-        return bound_of("SELECT min((SELECT id FROM collection WHERE device = d.id AND time >= ? "
-                        "ORDER BY time, id LIMIT 1)) FROM device d",
-                        query_.from, INT64_MAX);
-    }
-    int64_t last_id() {
-        return bound_of("SELECT max((SELECT id FROM collection WHERE device = d.id AND time < ? "
-                        "ORDER BY time DESC, id DESC LIMIT 1)) FROM device d",
-                        query_.to, 1);
-    }
-    int64_t bound_of(const char *sql, Microseconds time, int64_t bound) {
-        each_row(database_.statement(sql).with(time), [&](const Statement &row) {
-            if (!row.is_null(0)) bound = row.number(0);
-        });
-        return bound;
+    Statement &runs_by_their_ids() {
+        return database_.statement(runs_by_id).with(after_.collection);
     }
 
     // False when the slice is full before the run is at its end.
@@ -89,7 +81,7 @@ private:
         const int64_t end = first + run.number(7);
         const bool is_begun = id == after_.collection && after_.value != 0;
         const int64_t begin = is_begun ? after_.value + 1 : first;
-        after_ = {id, run.number(3), begin - 1, after_.last};
+        after_ = {after_.device, id, run.number(3), begin - 1, after_.last};
         if (++looks_ > most_looks) return false;
         const bool is_wanted = run.number(3) >= query_.from && run.number(3) < query_.to &&
                                (!query_.device || run.number(2) == *query_.device);
