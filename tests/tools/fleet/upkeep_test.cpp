@@ -111,6 +111,7 @@ TEST(Check, FindsWhatCannotBe) {
         {"UPDATE state SET entries = x'ff'", "last values cannot be read"},
         {"UPDATE state SET device = 99", "device 99"},
         {"UPDATE rollup SET entries = '[[' WHERE hour = 2", "sums of hour 2"},
+        {"UPDATE rollup SET entries = '[1]' WHERE hour = 2", "sums of hour 2"},
         {"UPDATE log SET device = 99 WHERE seq = 1", "lines of a log"},
     };
     for (const auto &[sql, word] : damages) {

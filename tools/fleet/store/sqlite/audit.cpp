@@ -156,8 +156,10 @@ void Audit::check_entries(int64_t device, const Statement &row) {
 
 bool Audit::check_sums(Place &place) {
     Statement &find = database_.statement(
-        "SELECT r.device, r.command, r.hour, json_valid(r.entries), d.id FROM rollup r LEFT JOIN "
-        "device d ON d.id = r.device WHERE (r.device, r.command, r.hour) > (?, ?, ?) "
+        "SELECT r.device, r.command, r.hour, CASE WHEN json_valid(r.entries) THEN NOT EXISTS("
+        "SELECT 1 FROM json_each(r.entries) WHERE CASE type WHEN 'array' THEN "
+        "json_array_length(value) END IS NOT 6) ELSE 0 END, d.id FROM rollup r LEFT JOIN device d "
+        "ON d.id = r.device WHERE (r.device, r.command, r.hour) > (?, ?, ?) "
         "ORDER BY r.device, r.command, r.hour LIMIT ?");
     find.with(place.device, place.part, place.number, most_rows);
     bool has_rows = false;
