@@ -24,6 +24,7 @@ public:
     // Reads the file; while it is being read, once more afterwards, as it may have changed behind
     // the reader.
     void start();
+    bool is_reading() const { return thread_.joinable(); }
 
 private:
     void begin();

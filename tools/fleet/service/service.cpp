@@ -128,7 +128,8 @@ void Service::run() {
 
 void Service::turn(Time time) {
     notify_.turned(time);
-    if (is_reloading_ && !engine_.is_taking()) finish_reload({{"reloaded", true}});
+    if (is_reloading_ && !engine_.is_taking() && !reloader_.is_reading())
+        finish_reload({{"reloaded", true}});
     if (next_tick_ <= time) tick(time);
 }
 
