@@ -67,9 +67,8 @@ std::string database_path(const Inventory &inventory, const std::string &file) {
 }
 
 Service::Service(std::string file)
-    : file_(std::move(file)),
+    : file_(std::move(file)), signals_(signal_descriptor()),
       inventory_(std::make_shared<const Inventory>(checked_inventory(file_))),
-      signals_(signal_descriptor()),
       control_(
           control_path(*inventory_, file_), loop_,
           [this](const json &request, const Control::Reply &reply) { answer(request, reply); }),

@@ -51,11 +51,11 @@ private:
     nlohmann::json status() const;
 
     std::string file_;
+    dtctl::Fd signals_; // first: while all else is read and opened they wait
     std::shared_ptr<const Inventory> inventory_;
     Journal journal_;
     Hindrance hindrance_{journal_};
     Notify notify_;
-    dtctl::Fd signals_;
     Loop loop_;
     Control control_; // before all that another service at work would not let us have
     Writer writer_;
