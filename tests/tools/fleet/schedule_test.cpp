@@ -124,6 +124,9 @@ TEST(Admission, DevicesThatFailTakeAQuarterAtMost) {
     Places narrow(limits);
     for (size_t i = 0; i < 20; ++i) narrow.admission.add(i, in_subnet(1), Rank::backed_off);
     EXPECT_EQ(narrow.taken(), 1) << "of their subnet's places, too";
+    places.admission.end(1);
+    EXPECT_EQ(places.taken(), 1);
+    EXPECT_LT(places.last, 20) << "but for one: it may be well again";
     for (size_t i = 20; i < 40; ++i) narrow.admission.add(i, in_subnet(1), Rank::usual);
     EXPECT_EQ(narrow.taken(), 3);
 }

@@ -78,6 +78,8 @@ bool Admission::has_room(const Subnet &subnet, size_t kind) const {
 
 bool Admission::take(size_t &device) {
     if (waiting_ >= window_.size() || open() >= limits_.open) return false;
+    // One that failed is always asked: under a load without end nobody would see it well again.
+    if (waiting_backed_off_ == 0 && take_from(1, device)) return true;
     if (take_from(0, device)) return true;
     return waiting_backed_off_ < share_of_backed_off(window_.size()) && take_from(1, device);
 }
