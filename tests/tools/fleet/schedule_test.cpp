@@ -80,8 +80,9 @@ in_addr_t in_subnet(uint32_t number) { return htonl(0x0A000001 + (number << 8));
 TEST(Admission, LimitsHoldPerSubnetAndOverAll) {
     Limits limits;
     limits.waiting = 10;
-    limits.open = 12;
-    limits.per_subnet = 4;
+    limits.open = 3;
+    limits.waiting_per_subnet = 4;
+    limits.per_subnet = 2;
     Places places(limits);
     for (size_t i = 0; i < 20; ++i) places.admission.add(i, in_subnet(0), Rank::usual);
     EXPECT_EQ(places.taken(), 4) << "of one subnet";
@@ -92,18 +93,23 @@ TEST(Admission, LimitsHoldPerSubnetAndOverAll) {
     places.admission.connect(0);
     places.admission.connect(1);
     EXPECT_EQ(places.taken(), 2) << "who has connected waits no longer";
+    EXPECT_GE(places.last, 20) << "and fills its subnet";
     places.admission.connect(2);
-    EXPECT_EQ(places.taken(), 0) << "no more than may be open";
+    EXPECT_EQ(places.taken(), 0) << "no more than may be connected";
     places.admission.end(0);
     EXPECT_EQ(places.taken(), 1);
-    EXPECT_EQ(places.admission.open(), 12);
+    EXPECT_EQ(places.admission.waiting(), 10);
+    EXPECT_EQ(places.admission.connected(), 2);
 
-    limits.waiting_per_subnet = 3;
     Places narrow(limits);
     for (size_t i = 0; i < 20; ++i) narrow.admission.add(i, in_subnet(0), Rank::usual);
-    EXPECT_EQ(narrow.taken(), 3) << "of one subnet, waiting";
+    EXPECT_EQ(narrow.taken(), 4);
     narrow.admission.connect(0);
-    EXPECT_EQ(narrow.taken(), 1) << "both kinds of one subnet are four";
+    EXPECT_EQ(narrow.taken(), 1);
+    narrow.admission.connect(1);
+    EXPECT_EQ(narrow.taken(), 0) << "of one subnet, connected";
+    narrow.admission.end(1);
+    EXPECT_EQ(narrow.taken(), 1);
 }
 
 TEST(Admission, DevicesThatFailTakeAQuarterAtMost) {
@@ -118,15 +124,15 @@ TEST(Admission, DevicesThatFailTakeAQuarterAtMost) {
     places.admission.end(0);
     EXPECT_EQ(places.taken(), 1);
     EXPECT_GE(places.last, 20) << "those that answer come first";
+    places.admission.end(1);
+    EXPECT_EQ(places.taken(), 1);
+    EXPECT_LT(places.last, 20) << "but for one: it may be well again";
 
     limits.waiting = 40;
     limits.waiting_per_subnet = 4;
     Places narrow(limits);
     for (size_t i = 0; i < 20; ++i) narrow.admission.add(i, in_subnet(1), Rank::backed_off);
     EXPECT_EQ(narrow.taken(), 1) << "of their subnet's places, too";
-    places.admission.end(1);
-    EXPECT_EQ(places.taken(), 1);
-    EXPECT_LT(places.last, 20) << "but for one: it may be well again";
     for (size_t i = 20; i < 40; ++i) narrow.admission.add(i, in_subnet(1), Rank::usual);
     EXPECT_EQ(narrow.taken(), 3);
 }

@@ -72,12 +72,12 @@ void Admission::offer(uint32_t number, size_t kind) {
 
 bool Admission::has_room(const Subnet &subnet, size_t kind) const {
     const size_t share = share_of_backed_off(limits_.waiting_per_subnet);
-    return subnet.open < limits_.per_subnet && subnet.waiting < limits_.waiting_per_subnet &&
+    return subnet.connected < limits_.per_subnet && subnet.waiting < limits_.waiting_per_subnet &&
            (kind == 0 || subnet.waiting_backed_off < share);
 }
 
 bool Admission::take(size_t &device) {
-    if (waiting_ >= window_.size() || open() >= limits_.open) return false;
+    if (waiting_ >= window_.size() || connected_ >= limits_.open) return false;
     // One that failed is always asked: under a load without end nobody would see it well again.
     if (waiting_backed_off_ == 0 && take_from(1, device)) return true;
     if (take_from(0, device)) return true;
@@ -95,7 +95,6 @@ bool Admission::take_from(size_t kind, size_t &device) {
         if (!has_room(subnet, kind) || subnet.queues[kind].empty()) continue;
         device = subnet.queues[kind].front();
         subnet.queues[kind].pop_front();
-        ++subnet.open;
         ++subnet.waiting;
         ++waiting_;
         waiting_backed_off_ += kind;
@@ -112,6 +111,7 @@ void Admission::connect(size_t device) {
     Place &place = places_.at(device);
     place.state = State::connected;
     ++connected_;
+    ++subnets_[place.subnet].connected;
     stop_waiting(place);
 }
 
@@ -130,9 +130,9 @@ void Admission::end(size_t device) {
     if (found == places_.end()) return;
     const Place place = found->second;
     places_.erase(found);
-    --subnets_[place.subnet].open;
     if (place.state == State::waiting) return stop_waiting(place);
     --connected_;
+    --subnets_[place.subnet].connected;
     offer(place.subnet, 0);
     offer(place.subnet, 1);
 }

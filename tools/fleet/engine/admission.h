@@ -67,7 +67,6 @@ public:
     bool holds(size_t device) const { return places_.count(device) != 0; }
     size_t waiting() const { return waiting_; }
     size_t connected() const { return connected_; }
-    size_t open() const { return waiting_ + connected_; }
     size_t queued() const { return queued_; }
     Window &window() { return window_; }
     const Window &window() const { return window_; }
@@ -80,9 +79,9 @@ private:
         State state;
     };
     struct Subnet {
-        size_t open = 0;
-        size_t waiting = 0;                       // of these,
-        size_t waiting_backed_off = 0;            // and of those
+        size_t connected = 0;
+        size_t waiting = 0;
+        size_t waiting_backed_off = 0;            // of these
         std::array<std::deque<size_t>, 2> queues; // in order of arrival; [1]: backed off
         std::array<bool, 2> in_ring{};
     };

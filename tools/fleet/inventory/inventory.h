@@ -25,10 +25,10 @@ struct Limits {
     size_t value_bytes = 1'000'000; // one string or buffer
     size_t run_bytes = 4'000'000;
     size_t run_series = 10'000;
-    size_t waiting = 256;           // runs whose device has not connected yet
-    size_t open = 1024;             // runs, whether it has or not
-    size_t per_subnet = 128;        // of both kinds, for each /24 of addresses,
-    size_t waiting_per_subnet = 64; // and of the first alone
+    size_t waiting = 256;           // runs whose device has not connected yet,
+    size_t open = 1024;             // and whose has; with so many of either no other begins
+    size_t waiting_per_subnet = 64; // the same for each /24 of addresses
+    size_t per_subnet = 128;
 };
 
 // When history is deleted. 0 turns a bound off.
