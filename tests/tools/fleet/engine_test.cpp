@@ -134,6 +134,57 @@ TEST(Engine, GoesOnFromWhatWasKnownOfTheDevices) {
     EXPECT_THAT(fleet.kept.runs["2"], testing::Not(testing::IsEmpty()));
 }
 
+// Who is off, or comes later, has the pause that it was given meanwhile; who is asked by hand
+// waits for the network, and no longer than there is a device.
+TEST(Engine, InventoriesChangeUnderPausesAndQuestions) {
+    SimulatorOptions options;
+    options.devices = 5;
+    options.port = 0;
+    Fleet fleet(options);
+    const auto all = std::make_shared<Inventory>(fleet.inventory);
+    fleet.inventory.devices[1].enabled = fleet.inventory.devices[2].enabled = false;
+    fleet.inventory.devices.erase(fleet.inventory.devices.begin() + 3);
+    Engine &engine = fleet.start();
+    DeviceState off, gone;
+    off.name = "1";
+    gone.name = "3";
+    off.paused_until = gone.paused_until = wall_microseconds() + 3'600'000'000;
+    engine.restore({off, gone});
+    engine.pause("2", now() + 1h);
+    EXPECT_EQ(engine.hold(inet_addr("127.255.255.255"), now() + 3s), 0);
+
+    std::vector<Outcome> answers;
+    const auto ask = [&](const char *device) {
+        std::string reason;
+        engine.ask(
+            device, Kind::selftest, [&](const RunRecord &run) { answers.push_back(run.outcome); },
+            reason);
+        return reason;
+    };
+    EXPECT_THAT(ask("1"), testing::HasSubstr("is off"));
+    EXPECT_EQ(ask("3"), "there is no such device");
+    EXPECT_EQ(ask("nobody"), "there is no such device");
+    EXPECT_EQ(ask("0"), "");
+    EXPECT_EQ(ask("4"), "");
+    engine.pass();
+    EXPECT_EQ(ask("4"), "it is being asked already");
+    auto others = std::make_shared<Inventory>(*all);
+    others->devices.erase(others->devices.begin());
+    engine.take_inventory(others);
+    engine.pass();
+    engine.pause("4", now() + 1h);
+    EXPECT_THAT(answers, testing::IsEmpty());
+    fleet.run_until([&] { return answers.size() == 2; });
+    EXPECT_THAT(answers, testing::UnorderedElementsAre(Outcome::stopped, Outcome::whole));
+
+    engine.pause("4", now());
+    fleet.run_until([&] { return fleet.kept.runs["4"].size() >= 4; });
+    EXPECT_THAT(fleet.kept.runs, SizeIs(1)) << "the others are paused";
+    engine.take_inventory(all);
+    fleet.run_until([&] { return fleet.kept.runs["0"].size() >= 2; });
+    EXPECT_THAT(fleet.kept.runs, SizeIs(2));
+}
+
 // A device that is played by hand.
 struct Hand {
     Hand() : socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0)) {

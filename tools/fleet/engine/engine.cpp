@@ -29,7 +29,20 @@ RunId new_id(Microseconds begun) {
     return id;
 }
 
-constexpr size_t place_of(size_t slot, Kind kind) { return 2 * slot + static_cast<size_t>(kind); }
+// Of a slot in the agenda of turns: one for each kind, and one to try again.
+constexpr size_t places = 3;
+constexpr size_t place_of(size_t slot, Kind kind) {
+    return places * slot + static_cast<size_t>(kind);
+}
+constexpr size_t place_of_retry(size_t slot) { return places * slot + places - 1; }
+
+// Of a run that could not begin.
+RunRecord refusal() {
+    RunRecord record;
+    record.outcome = Outcome::stopped;
+    record.reason = "it has left the configuration meanwhile, or is off";
+    return record;
+}
 
 // Whether a host may hear what is sent to that broadcast address: of the networks that have it, the
 // largest.
@@ -92,11 +105,12 @@ size_t Engine::find(std::string_view device) const {
     return known != slots_.end() && targets_[known->second]->is_listed ? known->second : none;
 }
 
-size_t Engine::slot_of(const Device &device) {
-    const auto [known, is_new] = slots_.emplace(device.name, targets_.size());
+size_t Engine::slot_of(const std::string &name) {
+    const auto [known, is_new] = slots_.emplace(name, targets_.size());
     if (is_new) {
         targets_.push_back(std::make_unique<Target>());
-        turns_.grow(2 * targets_.size());
+        targets_.back()->device.name = name;
+        turns_.grow(places * targets_.size());
         deadlines_.grow(targets_.size());
     }
     return known->second;
@@ -120,7 +134,7 @@ void Engine::take_slice(size_t most) {
 
 // A device keeps its next turn unless its interval has changed.
 void Engine::take_device(const Device &device) {
-    const size_t slot = slot_of(device);
+    const size_t slot = slot_of(device.name);
     Target &target = *targets_[slot];
     const bool was_listed = std::exchange(target.is_listed, device.enabled);
     const Device before = std::exchange(target.device, device);
@@ -141,8 +155,8 @@ void Engine::drop_unlisted() {
 void Engine::restore(const std::vector<DeviceState> &states) {
     const Time time = now();
     for (const DeviceState &state : states) {
-        const size_t slot = find(state.name);
-        if (slot == none) continue;
+        if (state.failures == 0 && state.paused_until == 0) continue;
+        const size_t slot = slot_of(state.name);
         targets_[slot]->failures = state.failures;
         if (state.paused_until != 0) targets_[slot]->paused_until = moment_of(state.paused_until);
         plan(slot, Kind::collection, std::min(moment_of(state.last_try), time));
@@ -150,8 +164,9 @@ void Engine::restore(const std::vector<DeviceState> &states) {
 }
 
 void Engine::pause(std::string_view device, Time until) {
-    const size_t slot = find(device);
-    if (slot == none) return;
+    const auto known = slots_.find(std::string(device));
+    if (known == slots_.end()) return;
+    const size_t slot = known->second;
     targets_[slot]->paused_until = until;
     plan(slot, Kind::collection, now());
     plan(slot, Kind::selftest, now());
@@ -189,17 +204,21 @@ void Engine::plan(size_t slot, Kind kind, Time after) {
 }
 
 bool Engine::ask(std::string_view device, Kind kind, Answer answer, std::string &reason) {
-    const size_t slot = find(device);
-    if (slot == none) {
-        reason = "there is no such device";
+    const auto known = slots_.find(std::string(device));
+    const size_t slot = known == slots_.end() ? none : known->second;
+    if (slot == none || !targets_[slot]->is_listed) {
+        const bool is_off = slot != none && targets_[slot]->generation == generation_;
+        reason = is_off ? "it is off: the configuration says enabled = false"
+                        : "there is no such device";
         return false;
     }
     if (admission_.holds(slot) || targets_[slot]->answer) {
         reason = "it is being asked already";
         return false;
     }
+    turns_.clear(place_of_retry(slot));
     targets_[slot]->answer = std::move(answer);
-    make_due(slot, kind, now(), true);
+    make_due(slot, kind, now());
     return true;
 }
 
@@ -216,7 +235,13 @@ void Engine::pass(bool caught_up) {
     size_t place;
     reception_.pass(time);
     if (incoming_) take_slice(slice);
-    while (turns_.take(time, place)) take_turn(place / 2, static_cast<Kind>(place % 2), time);
+    while (turns_.take(time, place)) {
+        const size_t slot = place / places;
+        if (place == place_of_retry(slot))
+            queue(slot);
+        else
+            take_turn(slot, static_cast<Kind>(place % places), time);
+    }
     // Who seems not to have answered may be waiting to be accepted.
     if (deadlines_.next() <= time) reception_.accept_all();
     caught_up_ = caught_up && !reception_.behind();
@@ -226,23 +251,31 @@ void Engine::pass(bool caught_up) {
 
 void Engine::take_turn(size_t slot, Kind kind, Time time) {
     // A self-test comes seldom: it waits for the end of a collection.
-    if (kind == Kind::selftest && admission_.holds(slot))
+    if (kind == Kind::selftest && is_busy(slot))
         return turns_.set(place_of(slot, kind), time + busy);
-    if (targets_[slot]->is_listed) make_due(slot, kind, time, false);
+    if (targets_[slot]->is_listed) make_due(slot, kind, time);
     plan(slot, kind, time);
 }
 
-void Engine::make_due(size_t slot, Kind kind, Time due, bool by_hand) {
-    using Rank = Admission::Rank;
-    if (admission_.holds(slot)) {
+bool Engine::is_busy(size_t slot) const {
+    return admission_.holds(slot) || turns_.due(place_of_retry(slot)) != Agenda::never;
+}
+
+void Engine::make_due(size_t slot, Kind kind, Time due) {
+    if (is_busy(slot)) {
         ++statistics_.overlaps;
         return;
     }
-    Target &target = *targets_[slot];
-    target.due = due;
-    target.due_kind = kind;
+    targets_[slot]->due = due;
+    targets_[slot]->due_kind = kind;
+    queue(slot);
+}
+
+void Engine::queue(size_t slot) {
+    using Rank = Admission::Rank;
+    const Target &target = *targets_[slot];
     admission_.add(slot, target.device.ip,
-                   by_hand               ? Rank::first
+                   target.answer         ? Rank::first
                    : target.failures > 0 ? Rank::backed_off
                                          : Rank::usual);
 }
@@ -260,12 +293,15 @@ void Engine::start_runs() {
 
 // Much may have happened since the device became due.
 bool Engine::may_begin(size_t slot) {
-    const Target &target = *targets_[slot];
+    Target &target = *targets_[slot];
     const Time time = now(), free = free_at(target, time);
-    const bool is_wanted = target.answer || (target.is_listed && target.paused_until <= time);
+    const bool is_wanted = target.is_listed && (target.answer || target.paused_until <= time);
     if (is_wanted && free <= time) return true;
     admission_.end(slot);
-    if (is_wanted) turns_.set(place_of(slot, target.due_kind), free);
+    if (is_wanted)
+        turns_.set(place_of_retry(slot), free);
+    else if (const Answer answer = std::exchange(target.answer, nullptr))
+        answer(refusal());
     return false;
 }
 

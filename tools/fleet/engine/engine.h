@@ -34,7 +34,8 @@ public:
     Engine(const Engine &) = delete;
     Engine &operator=(const Engine &) = delete;
 
-    // What was known of the devices when the service ended: who failed goes on waiting.
+    // What was known of the devices when the service ended: who failed goes on waiting. Also of
+    // those that the inventory does not have now.
     void restore(const std::vector<DeviceState> &states);
 
     // Takes another inventory, a slice in each pass, so that a large one holds up nobody: devices
@@ -42,10 +43,12 @@ public:
     void take_inventory(std::shared_ptr<const Inventory> inventory);
     bool is_taking() const { return incoming_.has_value(); }
 
-    // Asks a device out of its turn. False, with a reason, when it is unknown or being asked.
+    // Asks a device out of its turn. False, with a reason, when it is unknown, off or being asked.
+    // One that has left the inventory before it could be asked ends with a run that was stopped.
     bool ask(std::string_view device, Kind kind, Answer answer, std::string &reason);
 
-    // A device's turns are left out until then. An unknown one is nothing to complain about here.
+    // A device's turns are left out until then, be it listed now or later. An unknown one is
+    // nothing to complain about here.
     void pause(std::string_view device, Time until);
 
     // Its slot, with all that is known of it, gets another name; nothing when the inventory has
@@ -85,13 +88,15 @@ private:
     static constexpr size_t none = SIZE_MAX;
 
     size_t find(std::string_view device) const;
-    size_t slot_of(const Device &device);
+    size_t slot_of(const std::string &name);
     void take_slice(size_t most);
     void take_device(const Device &device);
     void drop_unlisted();
     void plan(size_t slot, Kind kind, Time after);
     void take_turn(size_t slot, Kind kind, Time time);
-    void make_due(size_t slot, Kind kind, Time due, bool by_hand);
+    bool is_busy(size_t slot) const;
+    void make_due(size_t slot, Kind kind, Time due);
+    void queue(size_t slot);
     void start_runs();
     bool may_begin(size_t slot);
     Time free_at(const Target &target, Time time) const;
@@ -131,7 +136,8 @@ private:
     std::unordered_map<uint32_t, size_t> tokens_open_;
     std::map<Endpoint, size_t> endpoints_open_;
     std::vector<Hold> holds_;
-    Agenda turns_;     // two places a slot: its next collection, its next self-test
+    Agenda turns_;     // three places a slot: its next collection, its next self-test, and when a
+                       // run that could not begin is tried again
     Agenda deadlines_; // a place a slot: when its run must be looked at
 };
 
