@@ -117,7 +117,7 @@ def check_device(page):
 def check_chart(page):
     page.show(ADDRESS + "&series=1.0", ".plot canvas")
     page.wait("reading", "$('.plot + output')[0].textContent",
-              "8,280 values in 1 d, the last one 9007199254740993")
+              "8,280 values in 23 h, the last one 9007199254740993") # since the first one
     page.look("chart")
     painted = "$('canvas')[0].getContext('2d').getImageData(0, 0, $('canvas')[0].width, $('canvas')[0].height).data"
     expect("painted", page.do(f"{painted}.some((part) => part !== 0)"), True)

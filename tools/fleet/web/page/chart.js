@@ -89,7 +89,7 @@ export class Chart {
   }
 
   key(event) {
-    const { from, to } = this.window();
+    const { from, to } = this;
     const width = to - from;
     const moves = { ArrowLeft: [-0.25, -0.25], ArrowRight: [0.25, 0.25], '+': [0.25, -0.25], '-': [-0.5, 0.5] };
     if (!(event.key in moves) || event.ctrlKey || event.altKey || event.metaKey) return;
@@ -102,19 +102,21 @@ export class Chart {
     const { from, to, moves } = this.window();
     for (const button of this.choice.children)
       button.setAttribute('aria-pressed', moves && Number(button.value) === to - from);
-    this.points = null;
+    [this.points, this.from, this.to] = [null, from, to];
     this.followed = new Followed();
   }
 
   // ---- the points
 
   async refresh() {
-    const { from, to } = this.window();
+    const { from, to, moves } = this.window();
     const columns = Math.min(2000, Math.max(50, Math.round(this.plot.clientWidth)));
     const answer = await this.followed.ask(query('api/points', { device: this.device, series: this.series, from, to, columns }));
     if (answer === null) return;
     [this.points] = answer.charts;
-    [this.from, this.to] = [from, to];
+    // Of a young series there is no more to see: a range up to now begins where it does.
+    const begin = moves ? Math.min(this.points.time[0] ?? from, to - shortest) : from;
+    [this.from, this.to] = [Math.max(from, begin), to];
     this.draw();
   }
 
