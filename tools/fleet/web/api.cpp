@@ -111,8 +111,9 @@ Reader &Api::reader() {
 
 template <typename Make> Answer Api::unless_known(const Call &call, Make make) {
     std::string tag = fmt::format("{}-{}", edition_, reader().version());
+    const DeviceState device = call.device(reader());
     if (is_known(call.request, tag)) return {304, "", json_type, std::move(tag)};
-    return json_answer(make(), std::move(tag));
+    return json_answer(make(device.id), std::move(tag));
 }
 
 // ---- the fleet ----------------------------------------------------------------------------------
@@ -231,12 +232,11 @@ Json page_of(const char *name, const Rows &rows, bool more, ToJson to_json) {
 } // namespace
 
 Answer Api::values(const Call &call) {
-    return unless_known(call, [&] {
-        const DeviceState device = call.device(reader());
+    return unless_known(call, [&](int64_t device) {
         const bool selftest = call.number("selftest", 0, 0, 1) == 1;
-        const SeriesById series = series_by_id(reader(), device.id);
+        const SeriesById series = series_by_id(reader(), device);
         const std::vector<Named> all =
-            named_values(reader().latest(device.id, selftest ? selftest_command : 0), series);
+            named_values(reader().latest(device, selftest ? selftest_command : 0), series);
         const auto first = static_cast<size_t>(call.number("from", 0));
         const size_t begin = std::min(first, all.size());
         const size_t count = std::min(values_a_page, all.size() - begin);
@@ -250,9 +250,8 @@ Answer Api::values(const Call &call) {
 
 // What there is no time for any more the page asks for again.
 Answer Api::points(const Call &call) {
-    return unless_known(call, [&] {
-        const DeviceState device = call.device(reader());
-        const SeriesById series = series_by_id(reader(), device.id);
+    return unless_known(call, [&](int64_t device) {
+        const SeriesById series = series_by_id(reader(), device);
         const Microseconds to = call.number("to", call.now);
         const Microseconds from = call.number("from", 0, 0, to);
         const auto columns = static_cast<size_t>(call.number("columns", 200, 1, most_columns));
@@ -262,7 +261,7 @@ Answer Api::points(const Call &call) {
             const auto found = series.find(id);
             if (found == series.end()) throw Refused{404, "there is no such series"};
             if (!json["charts"].empty() && now() > late) break;
-            const auto points = reader().points(device.id, id, ordinal, from, to, columns);
+            const auto points = reader().points(device, id, ordinal, from, to, columns);
             json["charts"].push_back(json_of_points(points, found->second));
             json["charts"].back()["ordinal"] = ordinal;
         }
@@ -271,8 +270,7 @@ Answer Api::points(const Call &call) {
 }
 
 Answer Api::runs(const Call &call) {
-    return unless_known(call, [&] {
-        const int64_t device = call.device(reader()).id;
+    return unless_known(call, [&](int64_t device) {
         const auto rows = reader().runs(device, call.number("before", INT64_MAX), lines_a_page);
         return page_of("runs", rows, rows.size() == lines_a_page, json_of_run);
     });
@@ -280,16 +278,15 @@ Answer Api::runs(const Call &call) {
 
 // Which logs there are.
 Answer Api::logs(const Call &call) {
-    return unless_known(call, [&] {
-        std::vector<Series> all = reader().series_of(call.device(reader()).id);
+    return unless_known(call, [&](int64_t device) {
+        std::vector<Series> all = reader().series_of(device);
         std::erase_if(all, [](const Series &series) { return !series.is_log; });
         return page_of("logs", all, false, json_of_series);
     });
 }
 
 Answer Api::log(const Call &call) {
-    return unless_known(call, [&] {
-        const int64_t device = call.device(reader()).id;
+    return unless_known(call, [&](int64_t device) {
         const auto lines = reader().log(device, call.number("series", 0),
                                         call.number("before", INT64_MAX), lines_a_page);
         return page_of("lines", lines, lines.size() == lines_a_page, json_of_line);
@@ -297,8 +294,7 @@ Answer Api::log(const Call &call) {
 }
 
 Answer Api::faults(const Call &call) {
-    return unless_known(call, [&] {
-        const int64_t device = call.device(reader()).id;
+    return unless_known(call, [&](int64_t device) {
         const auto rows = reader().faults(device, call.number("before", INT64_MAX), lines_a_page);
         return page_of("faults", rows, rows.size() == lines_a_page, json_of_fault);
     });

@@ -43,7 +43,8 @@ private:
     Answer log(const Call &call);
     Answer faults(const Call &call);
 
-    // Makes an answer unless the browser has that of this version of the database already.
+    // Makes an answer of the device unless the browser has that of this version of the database
+    // already.
     template <typename Make> Answer unless_known(const Call &call, Make make);
     Reader &reader();
     void renew_list(const Call &call);
