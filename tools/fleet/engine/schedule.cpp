@@ -1,14 +1,15 @@
 #include "fleet/engine/schedule.h"
 
+#include "fleet/store/digest.h"
+
 #include <algorithm>
 
 namespace dtfleet {
 namespace {
 
-// FNV-1a, then mixed so that names which differ at their ends alone spread, too.
-uint64_t hash_of(std::string_view text) {
-    uint64_t hash = 0xcbf29ce484222325;
-    for (const char c : text) hash = (hash ^ static_cast<uint8_t>(c)) * 0x100000001b3;
+// Mixed so that names which differ at their ends alone spread, too.
+uint64_t spread(std::string_view name) {
+    uint64_t hash = hash_of(name);
     hash = (hash ^ hash >> 33) * 0xff51afd7ed558ccd;
     return hash ^ hash >> 33;
 }
@@ -16,7 +17,7 @@ uint64_t hash_of(std::string_view text) {
 } // namespace
 
 Time phase_of(std::string_view name, Time interval) {
-    return Time(static_cast<Time::rep>(hash_of(name) % static_cast<uint64_t>(interval.count())));
+    return Time(static_cast<Time::rep>(spread(name) % static_cast<uint64_t>(interval.count())));
 }
 
 Time next_turn(Time after, Time interval, Time phase) {

@@ -1,6 +1,6 @@
 #include "fleet/store/logs.h"
 
-#include <functional>
+#include "fleet/store/digest.h"
 
 namespace dtfleet {
 namespace {
@@ -61,12 +61,12 @@ size_t overlap(std::span<const Line> stored, std::span<const Line> fresh) {
     return length;
 }
 
+// Where a text ends counts, too.
 uint64_t hash_of(std::span<const Line> lines) {
-    constexpr std::hash<std::string_view> hash_bytes;
-    uint64_t hash = lines.size();
+    uint64_t hash = hash_of(std::string_view());
     for (const Line &line : lines)
         for (const std::string_view bytes : {line.stamp, line.text})
-            hash = (hash ^ hash_bytes(bytes)) * 0x9e3779b97f4a7c15U;
+            hash = hash_of(bytes, hash_of({"\0", 1}, hash));
     return hash;
 }
 
