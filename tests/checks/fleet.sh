@@ -95,6 +95,7 @@ configure 'signed = true'
 grep -q "2 devices; new groups: spare" said || fails "import said $(cat said)"
 shows "22 devices in 2 groups" check
 refuses 1 "there is no database" status
+refuses 1 "none.toml: No such file" status --config none.toml
 start_service
 until_true has_rows "select count(distinct device) from value_flat" 19
 

@@ -24,11 +24,7 @@ std::string config_file(const std::string &given) {
     return named && *named ? named : "/etc/dtfleet/fleet.toml";
 }
 
-Inventory fleet_settings(const std::string &file) {
-    Loaded loaded = load_settings(file);
-    if (!loaded.complaints.empty()) throw Failure(Exit::broken, text_of(loaded.complaints));
-    return std::move(loaded.inventory);
-}
+Inventory fleet_settings(const std::string &file) { return checked(load_settings(file)); }
 
 nlohmann::json ask_service(const std::string &file, const nlohmann::json &what) {
     nlohmann::json answer = request(control_path(fleet_settings(file), file), what);

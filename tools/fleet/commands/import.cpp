@@ -188,8 +188,7 @@ void import(const Options &options) {
         throw Failure(Exit::broken, text_of(converter.complaints()));
     const Overlay nothing{converter.result().file, "", "", {}};
     converter.add_groups(load_inventory(base, &nothing).inventory.groups);
-    const Loaded loaded = load_inventory(base, &converter.result());
-    if (!loaded.complaints.empty()) throw Failure(Exit::broken, text_of(loaded.complaints));
+    (void)checked(load_inventory(base, &converter.result()));
     const dtctl::Stream out = dtctl::open_output(options.output, options.file);
     dtctl::Output printer(out.get());
     printer.put(converter.result().text);

@@ -152,6 +152,7 @@ void Loader::read_file(const std::string &path, bool main) {
         source.complain(error.source().begin.line, std::string(error.description()));
     } catch (const dtctl::Failure &failure) {
         const bool is_unread = failure.code() == dtctl::Exit::failed;
+        if (main) loaded_.is_read = !is_unread;
         source.complain(0,
                         is_unread ? failure.what() : fmt::format("{}: {}", path, failure.what()));
     }
@@ -384,6 +385,13 @@ Loaded load_inventory(const std::string &path, const Overlay *overlay) {
                          return std::tie(a.file, a.line) < std::tie(b.file, b.line);
                      });
     return loaded;
+}
+
+Inventory checked(Loaded loaded) {
+    if (loaded.complaints.empty()) return std::move(loaded.inventory);
+    const bool is_missing = !loaded.is_read && loaded.complaints.size() == 1;
+    throw dtctl::Failure(is_missing ? dtctl::Exit::failed : dtctl::Exit::broken,
+                         text_of(loaded.complaints));
 }
 
 std::string text_of(const std::vector<Complaint> &complaints) {

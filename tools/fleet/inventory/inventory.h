@@ -105,7 +105,11 @@ std::string text_of(const std::vector<Complaint> &complaints);
 struct Loaded {
     Inventory inventory; // to be used only without complaints
     std::vector<Complaint> complaints;
+    bool is_read = true; // false: the file could not be; what it includes is its own business
 };
+
+// The inventory. Throws dtctl::Failure with all complaints, a line each.
+Inventory checked(Loaded loaded);
 
 // A file that is to be: read as if it held this text already and were included.
 struct Overlay {

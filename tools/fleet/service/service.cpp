@@ -49,12 +49,7 @@ std::string fixed_changes(const Inventory &before, const Inventory &after) {
 
 } // namespace
 
-Inventory checked_inventory(const std::string &path) {
-    Loaded loaded = load_inventory(path);
-    if (!loaded.complaints.empty())
-        throw dtctl::Failure(dtctl::Exit::broken, text_of(loaded.complaints));
-    return std::move(loaded.inventory);
-}
+Inventory checked_inventory(const std::string &path) { return checked(load_inventory(path)); }
 
 std::string control_path(const Inventory &inventory, const std::string &file) {
     if (!inventory.control.empty()) return beside(file, inventory.control);
