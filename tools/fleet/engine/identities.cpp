@@ -11,6 +11,7 @@ std::string identity_text(uint16_t identity) { return fmt::format("{:04x}", iden
 void Identities::restore(const std::vector<DeviceState> &states) {
     for (const DeviceState &state : states) {
         Known &known = devices_[state.name];
+        known.listed = state.identity_listed;
         known.expected = state.identity_expected;
         known.seen = state.identity_seen;
         known.address = state.address_seen;

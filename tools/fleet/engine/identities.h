@@ -13,7 +13,7 @@ namespace dtfleet {
 
 class Identities {
 public:
-    // What is known when the service starts, behind its first inventory, has been reported already.
+    // What is known when the service starts, before its first inventory, has been reported already.
     void restore(const std::vector<DeviceState> &states);
 
     // What the inventory expects; what was accepted holds until it says something new.

@@ -32,8 +32,9 @@ struct DeviceState {
     uint16_t port = 0;
     std::vector<std::string> groups;
     Seconds interval{};
-    bool is_listed = true; // in the inventory, and enabled
-    std::optional<uint16_t> identity_expected;
+    bool is_listed = true;                     // in the inventory, and enabled
+    std::optional<uint16_t> identity_listed;   // in the inventory
+    std::optional<uint16_t> identity_expected; // that, or the one that was accepted since
     std::optional<uint16_t> identity_seen;
     std::string address_seen;      // that it connected from last
     Microseconds paused_until = 0; // not asked before; 0: not paused
@@ -213,8 +214,8 @@ public:
     // call moves on. `rows` becomes the slice, at most `limit` of them, perhaps none; false:
     // nothing is behind it yet.
     struct Place {
-        int64_t collection = 0; // 0: before the first
         int64_t device = 0;     // whose values are read by time; 0: before the first
+        int64_t collection = 0; // 0: before the first
         Microseconds time = 0;
         int64_t value = 0;
         int64_t last = 0; // what is larger is read by its id; 0: not known

@@ -17,14 +17,12 @@ namespace {
 
 using dt::decode::wire::selftest_command;
 
-constexpr const char *all_devices =
+const std::string some_devices =
     "SELECT id, name, address, port, groups, interval, listed, identity_expected, identity_seen, "
     "address_seen, paused_until, last_try, last_ok, failures, last_outcome, last_reason, "
-    "last_duration FROM device WHERE name IS NOT NULL ORDER BY name";
-constexpr const char *one_device =
-    "SELECT id, name, address, port, groups, interval, listed, identity_expected, identity_seen, "
-    "address_seen, paused_until, last_try, last_ok, failures, last_outcome, last_reason, "
-    "last_duration FROM device WHERE name = ?";
+    "last_duration, identity_listed FROM device ";
+const std::string all_devices = some_devices + "WHERE name IS NOT NULL ORDER BY name";
+const std::string one_device = some_devices + "WHERE name = ?";
 
 std::vector<std::string> groups_of(std::string_view json) {
     std::vector<std::string> groups;
@@ -59,13 +57,14 @@ DeviceState device_in(const Statement &row) {
     device.last_outcome = outcome_of(row.number(14));
     device.last_reason = row.bytes(15);
     device.last_duration = static_cast<uint32_t>(row.number(16));
+    device.identity_listed = identity_in(row, 17);
     return device;
 }
 
-constexpr const char *all_series =
-    "SELECT id, collector, section, key, type, name, unit, signed, log FROM series ORDER BY id";
-constexpr const char *one_series =
-    "SELECT id, collector, section, key, type, name, unit, signed, log FROM series WHERE id = ?";
+const std::string some_series =
+    "SELECT id, collector, section, key, type, name, unit, signed, log FROM series ";
+const std::string all_series = some_series + "ORDER BY id";
+const std::string one_series = some_series + "WHERE id = ?";
 
 Series series_in(const Statement &row) {
     Series series;
@@ -126,21 +125,21 @@ public:
 
     std::vector<DeviceState> devices() override {
         std::vector<DeviceState> devices;
-        each_row(database_.statement(all_devices),
+        each_row(database_.statement(all_devices.c_str()),
                  [&](const Statement &row) { devices.push_back(device_in(row)); });
         return devices;
     }
 
     std::optional<DeviceState> device(std::string_view name) override {
         std::optional<DeviceState> device;
-        each_row(database_.statement(one_device).with(name),
+        each_row(database_.statement(one_device.c_str()).with(name),
                  [&](const Statement &row) { device = device_in(row); });
         return device;
     }
 
     std::vector<Series> series() override {
         std::vector<Series> series;
-        each_row(database_.statement(all_series),
+        each_row(database_.statement(all_series.c_str()),
                  [&](const Statement &row) { series.push_back(series_in(row)); });
         return series;
     }
@@ -148,7 +147,7 @@ public:
     std::vector<Series> series_of(int64_t device) override {
         const Transaction transaction(database_, Transaction::Kind::read);
         std::vector<Series> series;
-        Statement &find = database_.statement(one_series);
+        Statement &find = database_.statement(one_series.c_str());
         for (const int64_t id : ids_of_series(device))
             each_row(find.with(id),
                      [&](const Statement &row) { series.push_back(series_in(row)); });
