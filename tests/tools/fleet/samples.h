@@ -4,7 +4,10 @@
 #include "fleet/store/sqlite/database.h"
 #include "fleet/store/store.h"
 
+#include <sys/resource.h>
+
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -33,6 +36,38 @@ public:
 
 private:
     std::filesystem::path path_;
+};
+
+// How many bytes a file of this process may have, until the end of the scope: as a full disk.
+class FileLimit {
+public:
+    explicit FileLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit{bytes, before_.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, handler_);
+    }
+    FileLimit(const FileLimit &) = delete;
+    FileLimit &operator=(const FileLimit &) = delete;
+
+private:
+    void (*handler_)(int);
+    rlimit before_{};
+};
+
+// Another program that lets nobody near the database, until the end of the scope.
+class Lock {
+public:
+    explicit Lock(const std::string &file) : database_(file, sqlite::Database::Access::make) {
+        database_.execute("PRAGMA locking_mode = EXCLUSIVE; BEGIN EXCLUSIVE; "
+                          "CREATE TABLE IF NOT EXISTS locked(by)");
+    }
+
+private:
+    sqlite::Database database_;
 };
 
 inline RunId id_of(uint64_t number) {

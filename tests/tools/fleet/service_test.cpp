@@ -207,6 +207,11 @@ TEST_F(ServiceTest, KeepsItsInventoryUntilThereIsAGoodOne) {
     wait_for_more("b");
     EXPECT_EQ(runs("a"), before);
 }
+    write(hall() + device("c", 2, "identity = 8"));
+    start();
+    wait_for_more("c", 1);
+    EXPECT_EQ(service->end(SIGTERM), 0);
+    EXPECT_THAT(journal(), HasSubstr("c: has identity 0200, not 0008")) << "changed meanwhile";
 
 TEST_F(ServiceTest, EndsInOrderAndIsAlone) {
     write(device("slow", 7));

@@ -6,7 +6,6 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
-#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <atomic>
@@ -89,26 +88,9 @@ TEST(Writer, AFullQueueLetsNoRunBeginAndAllIsDoneInOrder) {
     EXPECT_THAT(gate.taken, ElementsAre("a", "b", "forget a", "c"));
 }
 
-// How many bytes a file may have, until the end of the scope.
-class FileLimit {
-public:
-    explicit FileLimit(rlim_t bytes) {
-        ::getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit{bytes, before_.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileLimit() { ::setrlimit(RLIMIT_FSIZE, &before_); }
-    FileLimit(const FileLimit &) = delete;
-    FileLimit &operator=(const FileLimit &) = delete;
-
-private:
-    rlimit before_{};
-};
-
 // Locked by another program, then without room on the disk: nothing is asked and nothing is lost,
 // and it goes on by itself.
 TEST(Writer, TroubleStopsAskingAndPasses) {
-    const auto before = std::signal(SIGXFSZ, SIG_IGN);
     const Scratch scratch;
     const std::string file = scratch / "fleet.db";
     Writer writer(open_store(file, endless));
@@ -144,7 +126,58 @@ TEST(Writer, TroubleStopsAskingAndPasses) {
     wait_until([&] { return writer.has_room(); });
     EXPECT_THAT(rows_of(file, "SELECT count(*), count(DISTINCT run) FROM value_flat", 2),
                 ElementsAre("100|100"));
-    std::signal(SIGXFSZ, before);
+}
+
+// At the start as later on: who may be gone again is waited for, and what can never be is told.
+TEST(Writer, OpensItsStoreAsSoonAsItCan) {
+    const Scratch scratch;
+    const std::string file = scratch / "fleet.db";
+    int opened = 0;
+    const auto source = [&](const std::string &path) {
+        return Writer::Source{[path] { return open_store(path, endless); }, [&] { ++opened; }};
+    };
+    std::optional<Lock> lock(file);
+    Writer writer(source(file));
+    EXPECT_THAT(writer.not_ready(), HasSubstr("locked"));
+    std::string refusal;
+    writer.post([](Store &store) { store.accept_clock(); },
+                [&](const std::string &error) { refusal = error; });
+    wait_until([&] { return writer.deliver(), !refusal.empty(); });
+    EXPECT_THAT(refusal, HasSubstr("locked"));
+    {
+        const FileLimit limit(1000);
+        lock.reset();
+        wait_until([&] { return writer.not_ready().find("locked") == std::string::npos; });
+        EXPECT_THAT(writer.not_ready(), testing::AnyOf(HasSubstr("full"), HasSubstr("I/O")));
+        EXPECT_FALSE(writer.has_room());
+        EXPECT_EQ(opened, 0);
+    }
+    wait_until([&] { return writer.not_ready() == "the database is being opened"; });
+    EXPECT_FALSE(writer.has_room()) << "its owner does not know";
+    writer.deliver();
+    EXPECT_TRUE(writer.has_room());
+    EXPECT_EQ(opened, 1);
+
+    const std::string other = scratch / "other.db", newer = scratch / "newer.db";
+    lock.emplace(other);
+    Writer never(source(other));
+    never.deliver();
+    sqlite::Database(newer, sqlite::Database::Access::make)
+        .execute("PRAGMA user_version = 99; PRAGMA application_id = 0x64746c74; "
+                 "CREATE TABLE later(what)");
+    std::filesystem::rename(newer, other);
+    const auto deliver = [&] {
+        try {
+            never.deliver();
+            return dtctl::Exit::success;
+        } catch (const dtctl::Failure &failure) {
+            return failure.code();
+        }
+    };
+    wait_until([&] { return deliver() != dtctl::Exit::success; });
+    EXPECT_EQ(deliver(), dtctl::Exit::broken);
+    EXPECT_THROW(Writer another(source(other)), dtctl::Failure) << "at once";
+    EXPECT_EQ(opened, 1);
 }
 
 // What the service says of a database that cannot take a run; it keeps the run.

@@ -24,7 +24,12 @@ Notify::Notify() {
 }
 
 void Notify::ready(const std::string &status) {
-    (void)::sd_notify(0, fmt::format("READY=1\nSTATUS={}", status).c_str());
+    (void)::sd_notify(0, fmt::format("READY=1\nSTATUS={}", status_ = status).c_str());
+}
+
+void Notify::status(const std::string &text) {
+    if (text == status_) return;
+    (void)::sd_notify(0, fmt::format("STATUS={}", status_ = text).c_str());
 }
 
 void Notify::reloading() {

@@ -12,6 +12,7 @@ public:
     Notify();
 
     void ready(const std::string &status); // also when a reload is over
+    void status(const std::string &text);  // told when it is another one
     void reloading();
     void stopping();
 
@@ -25,6 +26,7 @@ public:
 private:
     Time period_ = Time::max() / 2; // no watchdog
     Time fed_{};
+    std::string status_;
 };
 
 } // namespace dtfleet

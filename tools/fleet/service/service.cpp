@@ -67,25 +67,34 @@ Service::Service(std::string file)
       control_(
           control_path(*inventory_, file_), loop_,
           [this](const json &request, const Control::Reply &reply) { answer(request, reply); }),
-      writer_(open_store(database_path(*inventory_, file_), inventory_->retention)),
+      writer_({[this, path = database_path(*inventory_, file_), keeps = inventory_->retention] {
+                   return open_database(path, keeps);
+               },
+               [this] { restore(); }}),
       witness_(writer_, journal_), engine_(inventory_, loop_, witness_),
       operators_(inventory_, engine_, writer_, witness_),
       reloader_(file_, loop_, [this](Loaded loaded) { take_loaded(std::move(loaded)); }) {
     loop_.add(signals_.get(), [this] { take_signals(); });
     loop_.add(writer_.fd(), [this] { writer_.deliver(); });
-    writer_.take_inventory(inventory_);
-    witness_.identities().take_inventory(*inventory_);
-    restore();
+    writer_.deliver(); // what is known already
     open_web();
     check_descriptors();
 }
 
+// Reads, before the database has seen this service's inventory, how the last one left it.
+std::unique_ptr<Store> Service::open_database(const std::string &path, const Retention &retention) {
+    auto store = open_store(path, retention);
+    known_ = open_reader(path)->devices();
+    return store;
+}
+
 // Who failed goes on waiting, who is paused stays so, and what was reported is not reported again.
 void Service::restore() {
-    const auto reader = open_reader(database_path(*inventory_, file_));
-    const std::vector<DeviceState> states = reader->devices();
-    engine_.restore(states);
-    witness_.identities().restore(states);
+    engine_.restore(known_);
+    witness_.identities().restore(known_);
+    known_ = {};
+    witness_.identities().take_inventory(*inventory_);
+    writer_.take_inventory(inventory_);
 }
 
 void Service::open_web() {
@@ -108,7 +117,7 @@ void Service::check_descriptors() {
 }
 
 void Service::run() {
-    notify_.ready(dtctl::counted(inventory_->devices.size(), "device"));
+    notify_.ready(devices());
     while (!is_stopping_) {
         const Time next = std::min({engine_.next_pass(), notify_.next(), next_tick_});
         engine_.pass(loop_.wait(next));
@@ -118,6 +127,10 @@ void Service::run() {
     engine_.stop();
     for (const Time end = now() + Seconds(2); witness_.is_holding() && now() < end;)
         loop_.wait(end);
+}
+
+std::string Service::devices() const {
+    return dtctl::counted(inventory_->devices.size(), "device");
 }
 
 void Service::turn(Time time) {
@@ -132,6 +145,7 @@ void Service::tick(Time time) {
     control_.pass(time);
     witness_.troubles().pass(time);
     Snapshot now = snapshot(time);
+    notify_.status(now.not_ready.empty() ? devices() : "asks nobody: " + now.not_ready);
     hindrance_.note(now.not_ready, now.dropped, time);
     hindrance_.note_retention(now.clock_held, now.too_large);
     board_.put(std::move(now));
@@ -189,10 +203,9 @@ void Service::take_loaded(Loaded loaded) {
 }
 
 void Service::finish_reload(const json &answer) {
-    const std::string status = dtctl::counted(inventory_->devices.size(), "device");
-    if (is_reloading_) journal_.say(Level::info, "read the configuration again: " + status);
+    if (is_reloading_) journal_.say(Level::info, "read the configuration again: " + devices());
     is_reloading_ = false;
-    notify_.ready(status);
+    notify_.ready(devices());
     for (const Control::Reply &reply : std::exchange(reload_replies_, {})) reply(answer);
 }
 

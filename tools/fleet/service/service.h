@@ -30,16 +30,19 @@ std::string database_path(const Inventory &inventory, const std::string &file);
 class Service {
 public:
     // The file is read, and read again on request. Throws dtctl::Failure for its mistakes, when
-    // a port or the control socket is taken, and when the database cannot be used.
+    // a port or the control socket is taken, and when the database can never be used.
     explicit Service(std::string file);
 
-    // Until SIGINT or SIGTERM; SIGHUP reads the inventory again.
+    // Until SIGINT or SIGTERM; SIGHUP reads the inventory again. While the database cannot be used
+    // nobody is asked. Throws dtctl::Failure when it turns out that it never can.
     void run();
 
 private:
+    std::unique_ptr<Store> open_database(const std::string &path, const Retention &retention);
     void restore();
     void open_web();
     void check_descriptors();
+    std::string devices() const;
     void turn(Time time);
     void tick(Time time);
     Snapshot snapshot(Time time) const;
@@ -58,6 +61,7 @@ private:
     Notify notify_;
     Loop loop_;
     Control control_; // before all that another service at work would not let us have
+    std::vector<DeviceState> known_; // as the last service left them, until they are restored
     Writer writer_;
     Witness witness_;
     Engine engine_;

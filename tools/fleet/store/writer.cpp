@@ -38,6 +38,12 @@ std::string error_of(const Writer::Work &work, Store &store) {
     }
 }
 
+dtctl::Fd event_descriptor() {
+    dtctl::Fd fd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!fd) throw dtctl::Failure(dtctl::Exit::failed, std::strerror(errno));
+    return fd;
+}
+
 // The service's signals are for its loop.
 std::thread thread_without_signals(std::function<void()> work) {
     sigset_t all;
@@ -51,10 +57,21 @@ std::thread thread_without_signals(std::function<void()> work) {
 
 } // namespace
 
+Writer::Writer(Source source) : source_(std::move(source)), finished_(event_descriptor()) {
+    try {
+        open();
+    } catch (const Unavailable &reason) {
+        trouble_ = reason.what();
+    }
+    start();
+}
+
 Writer::Writer(std::unique_ptr<Store> store, const Bounds &bounds)
-    : bounds_(bounds), store_(std::move(store)),
-      finished_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (!finished_) throw dtctl::Failure(dtctl::Exit::failed, std::strerror(errno));
+    : bounds_(bounds), store_(std::move(store)), finished_(event_descriptor()), is_open_(true) {
+    start();
+}
+
+void Writer::start() {
     thread_ = thread_without_signals([this] { run(); });
 }
 
@@ -71,7 +88,7 @@ Writer::~Writer() {
 
 bool Writer::has_room() const {
     const std::lock_guard lock(mutex_);
-    return trouble_.empty() && no_room_.empty() && !is_full();
+    return is_open_ && trouble_.empty() && no_room_.empty() && !is_full();
 }
 
 void Writer::put(RunRecord run) {
@@ -85,6 +102,7 @@ void Writer::put(RunRecord run) {
 std::string Writer::not_ready() const {
     const std::lock_guard lock(mutex_);
     if (!trouble_.empty() || !no_room_.empty()) return trouble_.empty() ? no_room_ : trouble_;
+    if (!is_open_) return "the database is being opened";
     return is_full() ? "the database does not keep up" : "";
 }
 
@@ -117,6 +135,7 @@ void Writer::deliver() {
     std::vector<Result> results;
     {
         const std::lock_guard lock(mutex_);
+        if (hopeless_) std::rethrow_exception(hopeless_);
         results.swap(results_);
     }
     for (const Result &result : results) result.done(result.error);
@@ -137,7 +156,39 @@ void Writer::run() {
     }
 }
 
+void Writer::open() {
+    store_ = source_.open();
+    finish({[this](const std::string &) {
+                source_.opened();
+                const std::lock_guard lock(mutex_);
+                is_open_ = true;
+            },
+            {}});
+}
+
+// Again, as what has locked the database or filled the disk may be gone.
+void Writer::open_again() {
+    if (hopeless_) std::rethrow_exception(hopeless_);
+    try {
+        open();
+    } catch (const Unavailable &) {
+        throw;
+    } catch (...) {
+        const std::lock_guard lock(mutex_);
+        hopeless_ = std::current_exception();
+        (void)::eventfd_write(finished_.get(), 1);
+        throw;
+    }
+}
+
+void Writer::finish(Result result) {
+    const std::lock_guard lock(mutex_);
+    results_.push_back(std::move(result));
+    (void)::eventfd_write(finished_.get(), 1);
+}
+
 void Writer::pass() {
+    if (!store_) open_again();
     pass_inventory();
     pass_batch();
     pass_house();
@@ -164,6 +215,7 @@ void Writer::wait() {
 bool Writer::is_over() {
     const std::lock_guard lock(mutex_);
     if (!is_ending_) return false;
+    if (!store_) return true; // nothing could be put
     if (!last_chance_) last_chance_ = Clock::now() + bounds_.farewell;
     if (!trouble_.empty() && *last_chance_ <= Clock::now()) {
         dropped_ += waiting();
@@ -267,10 +319,8 @@ void Writer::do_tasks() {
             task = std::move(tasks_.front());
             tasks_.pop_front();
         }
-        const std::string error = error_of(task.work, *store_);
-        const std::lock_guard lock(mutex_);
-        results_.push_back({std::move(task.done), error});
-        (void)::eventfd_write(finished_.get(), 1);
+        std::string error = store_ ? error_of(task.work, *store_) : not_ready();
+        finish({std::move(task.done), std::move(error)});
     }
 }
 

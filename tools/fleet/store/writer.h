@@ -8,6 +8,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -38,6 +39,18 @@ public:
     using Work = std::function<void(Store &)>;
     using Done = std::function<void(const std::string &error)>; // empty: it has been done
 
+    // Where the store comes from. open: opens it, at once and, while that throws Unavailable, again
+    // each second on the thread. opened: called by deliver() when it is open; before, there is no
+    // room.
+    struct Source {
+        std::function<std::unique_ptr<Store>()> open;
+        std::function<void()> opened;
+    };
+
+    // Throws what else the first attempt to open the store throws.
+    explicit Writer(Source source);
+
+    // With a store that is open already.
     explicit Writer(std::unique_ptr<Store> store) : Writer(std::move(store), Bounds()) {}
     Writer(std::unique_ptr<Store> store, const Bounds &bounds);
 
@@ -59,7 +72,9 @@ public:
     // The newest inventory; it is tried until the store has it.
     void take_inventory(std::shared_ptr<const Inventory> inventory);
 
-    // Becomes readable when posted work is done: then the thread that posted calls deliver().
+    // Becomes readable when posted work is done, or the store is open: then the thread that posted
+    // calls deliver(). Throws what an attempt to open the store has thrown, if it can never
+    // succeed.
     int fd() const { return finished_.get(); }
     void deliver();
 
@@ -77,6 +92,11 @@ private:
     size_t waiting() const;
     bool is_full() const;
 
+    void start();
+    void open();
+    void open_again();
+    void finish(Result result);
+
     void run();
     void pass();
     void wait();
@@ -91,7 +111,8 @@ private:
     void do_tasks();
 
     const Bounds bounds_;
-    std::unique_ptr<Store> store_; // the thread's
+    const Source source_;
+    std::unique_ptr<Store> store_; // the thread's; none until it is open
     dtctl::Fd finished_;
 
     mutable std::mutex mutex_; // of what follows, down to the thread's own
@@ -106,6 +127,8 @@ private:
     uint64_t dropped_ = 0;
     bool clock_held_ = false;
     bool too_large_ = false;
+    bool is_open_ = false;        // the store, and its owner knows
+    std::exception_ptr hopeless_; // why it never will be
     bool is_ending_ = false;
     std::string trouble_; // of the last transaction
     std::string no_room_;

@@ -7,6 +7,11 @@
 #include <sqlite3.h>
 
 #include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
 
 namespace dtfleet::sqlite {
 namespace {
@@ -57,6 +62,22 @@ bool is_unfit(int code) {
 
 void check(int code, sqlite3 *database) {
     if (code != SQLITE_OK) fail(database);
+}
+
+// What the system is out of now, and may have again.
+bool is_short(int error) {
+    return error == ENOSPC || error == EDQUOT || error == EMFILE || error == ENFILE ||
+           error == ENOMEM;
+}
+
+// SQLite needs files of its own beside the database, and its own mode would keep the members of a
+// group from writing: those that it makes get that of this one.
+void make_file(const std::string &path) {
+    const auto directory = std::filesystem::absolute(path).parent_path();
+    if (::access(directory.c_str(), W_OK | X_OK) != 0)
+        throw Failure(Exit::failed, directory.string() + ": " + std::strerror(errno));
+    const dtctl::Fd made(::open(path.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0660));
+    if (!made && is_short(errno)) throw Unavailable(path + ": " + std::strerror(errno));
 }
 
 } // namespace
@@ -132,10 +153,7 @@ std::string_view Statement::bytes(int column) const {
 Database::Database(const std::string &path, Access access) : path_(path) {
     constexpr int flags[] = {SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, SQLITE_OPEN_READWRITE,
                              SQLITE_OPEN_READONLY};
-    // SQLite's own mode would keep the members of a group from writing; the files that it makes
-    // beside this one get the same.
-    if (access == Access::make)
-        (void)dtctl::Fd(::open(path.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0660));
+    if (access == Access::make) make_file(path);
     sqlite3 *opened = nullptr;
     const int code = sqlite3_open_v2(
         path.c_str(), &opened, flags[static_cast<int>(access)] | SQLITE_OPEN_NOMUTEX, nullptr);
@@ -143,6 +161,9 @@ Database::Database(const std::string &path, Access access) : path_(path) {
     if (code != SQLITE_OK) throw Failure(Exit::failed, path + ": " + sqlite3_errstr(code));
     check(sqlite3_extended_result_codes(opened, 1), opened);
     check(sqlite3_busy_timeout(opened, patience), opened);
+    // SQLite opens what it may not write for reading.
+    if (access != Access::read && sqlite3_db_readonly(opened, "main") == 1)
+        throw Failure(Exit::failed, path + ": this file may not be written");
     if (access == Access::read) execute("PRAGMA query_only = 1");
 }
 

@@ -1,6 +1,8 @@
 #include "fleet/store/sqlite/migration.h"
 
 #include "fleet/store/sqlite/backup.h"
+#include "fleet/store/store.h"
+#include "host/failure.h"
 
 #include <fmt/format.h>
 
@@ -11,10 +13,15 @@ namespace {
 
 int64_t version_of(Database &database) { return database.number("PRAGMA user_version"); }
 
+// What keeps it from being written, a full disk above all, may pass.
 void copy(Database &database, const std::string &file) {
     if (std::filesystem::exists(file)) return;
-    Backup backup(database, file);
-    while (backup.step()) {
+    try {
+        Backup backup(database, file);
+        while (backup.step()) {
+        }
+    } catch (const dtctl::Failure &failure) {
+        throw Unavailable(failure.what());
     }
 }
 
