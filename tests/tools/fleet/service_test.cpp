@@ -13,8 +13,13 @@
 #include <nlohmann/json.hpp>
 
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -28,6 +33,7 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 class Child {
 public:
@@ -53,6 +59,39 @@ public:
 private:
     pid_t pid_;
 };
+
+dtctl::Fd connected(unsigned long port) {
+    dtctl::Fd fd(::socket(AF_INET, SOCK_STREAM, 0));
+    const sockaddr_in to = dtctl::resolve("127.0.0.1", static_cast<uint16_t>(port));
+    (void)::connect(fd.get(), reinterpret_cast<const sockaddr *>(&to), sizeof to);
+    return fd;
+}
+
+dtctl::Fd connected(const std::string &path) {
+    dtctl::Fd fd(::socket(AF_UNIX, SOCK_STREAM, 0));
+    sockaddr_un to{AF_UNIX, {}};
+    path.copy(to.sun_path, sizeof to.sun_path - 1);
+    (void)::connect(fd.get(), reinterpret_cast<const sockaddr *>(&to), sizeof to);
+    return fd;
+}
+
+// From now on the system refuses this process a call; of some the second argument tells which.
+void refuse(unsigned call, unsigned error, std::optional<unsigned> second = std::nullopt) {
+    constexpr auto load = [](size_t offset) {
+        return sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(offset));
+    };
+    const uint8_t any = second ? 0 : 2;
+    sock_filter steps[] = {load(offsetof(seccomp_data, nr)),
+                           BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 3),
+                           load(offsetof(seccomp_data, args[1])),
+                           BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, second.value_or(0), 0, 1),
+                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
+                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    steps[1].jt = any;
+    const sock_fprog program{std::size(steps), steps};
+    (void)::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    (void)::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
+}
 
 template <typename Done> void until(Done done) {
     while (!done()) std::this_thread::sleep_for(10ms);
@@ -119,6 +158,21 @@ struct ServiceTest : testing::Test {
                       "WHERE d.name = '" +
                       device + "'");
     }
+    // What the page of the last service answers.
+    std::string get(const std::string &path) const {
+        const std::string told = journal(), place = "the page is at http://127.0.0.1:";
+        const size_t found = told.rfind(place);
+        if (found == std::string::npos) return "";
+        const dtctl::Fd socket = connected(std::stoul(told.substr(found + place.size())));
+        const std::string head =
+            "GET " + path + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
+        (void)::send(socket.get(), head.data(), head.size(), MSG_NOSIGNAL);
+        std::string answer;
+        char bytes[4096];
+        for (ssize_t count; (count = ::recv(socket.get(), bytes, sizeof bytes, 0)) > 0;)
+            answer.append(bytes, static_cast<size_t>(count));
+        return answer;
+    }
     void wait_for_more(const std::string &device, int more = 2) const {
         until([&, before = runs(device)] { return runs(device) >= before + more; });
     }
@@ -153,6 +207,11 @@ TEST_F(ServiceTest, KilledItGoesOnWithWhatItKnew) {
     const std::string told = journal(), report = "c: has identity 0200, not 0007";
     ASSERT_THAT(told, HasSubstr(report));
     EXPECT_EQ(told.find(report), told.rfind(report)) << "it is told once, not at each start";
+    write(hall() + device("c", 2, "identity = 8"));
+    start();
+    wait_for_more("c", 1);
+    EXPECT_EQ(service->end(SIGTERM), 0);
+    EXPECT_THAT(journal(), HasSubstr("c: has identity 0200, not 0008")) << "changed meanwhile";
 }
 
 TEST_F(ServiceTest, DoesWhatOperatorsAskOfIt) {
@@ -207,11 +266,6 @@ TEST_F(ServiceTest, KeepsItsInventoryUntilThereIsAGoodOne) {
     wait_for_more("b");
     EXPECT_EQ(runs("a"), before);
 }
-    write(hall() + device("c", 2, "identity = 8"));
-    start();
-    wait_for_more("c", 1);
-    EXPECT_EQ(service->end(SIGTERM), 0);
-    EXPECT_THAT(journal(), HasSubstr("c: has identity 0200, not 0008")) << "changed meanwhile";
 
 TEST_F(ServiceTest, EndsInOrderAndIsAlone) {
     write(device("slow", 7));
@@ -233,31 +287,83 @@ TEST_F(ServiceTest, EndsInOrderAndIsAlone) {
     EXPECT_EQ(Child([this] { return serve(); }).end(), 4);
     EXPECT_THAT(journal(), HasSubstr("is no socket"));
     EXPECT_TRUE(std::filesystem::is_regular_file(scratch / "fleet.db"));
+    for (const auto &[file, status] : {std::pair("none/fleet.db", 1), std::pair("fleet.toml", 5)}) {
+        write(device("a", 0),
+              fmt::format("listen = 0\ncontrol = \"s\"\ndatabase = \"{}\"", file).c_str());
+        EXPECT_EQ(Child([this] { return serve(); }).end(), status) << "it never can be a database";
+    }
+    std::filesystem::remove(scratch / "fleet.toml");
+    EXPECT_EQ(Child([this] { return serve(); }).end(), 1);
 }
 
 TEST_F(ServiceTest, ShowsAPageAndSaysWhere) {
     write(device("a", 0));
     start();
     wait_for_more("a", 1);
-    const std::string told = journal(), place = "the page is at http://127.0.0.1:";
-    ASSERT_THAT(told, HasSubstr(place));
-    const auto port = std::stoul(told.substr(told.find(place) + place.size()));
-    const auto get = [&](const std::string &path) {
-        const dtctl::Fd socket(::socket(AF_INET, SOCK_STREAM, 0));
-        const sockaddr_in to = dtctl::resolve("127.0.0.1", static_cast<uint16_t>(port));
-        (void)::connect(socket.get(), reinterpret_cast<const sockaddr *>(&to), sizeof to);
-        const std::string head =
-            "GET " + path + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
-        (void)::send(socket.get(), head.data(), head.size(), MSG_NOSIGNAL);
-        std::string answer;
-        char bytes[4096];
-        for (ssize_t count; (count = ::recv(socket.get(), bytes, sizeof bytes, 0)) > 0;)
-            answer.append(bytes, static_cast<size_t>(count));
-        return answer;
-    };
     until([&] { return get("/-/ready").starts_with("HTTP/1.1 200"); });
     EXPECT_THAT(get("/api/fleet"), HasSubstr("\"a\""));
     EXPECT_THAT(get("/metrics"), HasSubstr("dtfleet_"));
+}
+
+TEST_F(ServiceTest, AsksNobodyUntilTheDatabaseCanBeUsed) {
+    write(hall());
+    start();
+    for (const char *name : {"a", "b"}) wait_for_more(name, 1);
+    ask({{"pause", "b"}, {"until", wall_microseconds() + hour}});
+    EXPECT_EQ(service->end(SIGTERM), 0);
+    const int64_t before = runs("b");
+    Child other([this] {
+        const Lock lock(scratch / "fleet.db");
+        std::ofstream(scratch / "locked").flush();
+        return ::pause();
+    });
+    until([this] { return std::filesystem::exists(scratch / "locked"); });
+    for (const bool ends : {true, false}) {
+        start();
+        until([&] { return get("/-/healthy").starts_with("HTTP/1.1 200"); });
+        EXPECT_THAT(get("/-/ready"), StartsWith("HTTP/1.1 503"));
+        EXPECT_THAT(get("/-/ready"), HasSubstr("fleet.db: database is locked"));
+        EXPECT_THAT(get("/"), StartsWith("HTTP/1.1 200"));
+        EXPECT_THAT(get("/metrics"), HasSubstr("dtfleet_ready 0"));
+        EXPECT_THAT(error({{"ask", "a"}}), HasSubstr("locked"));
+        EXPECT_EQ(ask({{"reload", true}}), json({{"reloaded", true}}));
+        if (ends) {
+            EXPECT_EQ(service->end(SIGTERM), 0);
+        }
+    }
+    other.end(SIGKILL);
+    wait_for_more("a", 3);
+    EXPECT_EQ(runs("b"), before) << "it is still paused";
+    until([&] { return get("/-/ready").starts_with("HTTP/1.1 200"); });
+}
+
+// A process that lacks memory, as the system sees it: what it is refused is not done, and nothing
+// ends for it.
+TEST_F(ServiceTest, WhatTheSystemRefusesEndsNothing) {
+    write(device("a", 0));
+    const auto refused = [this] {
+        Statistics statistics;
+        const Limits limits;
+        Reception reception(0, limits, loop, statistics, [](Connection &) {});
+        Control control(scratch / "test.sock", loop, [](const json &, const Control::Reply &) {});
+        std::string told;
+        Reloader reloader(scratch / "fleet.toml", loop,
+                          [&](const Loaded &loaded) { told = text_of(loaded.complaints); });
+        refuse(SYS_clone3, EAGAIN);
+        refuse(SYS_epoll_ctl, ENOMEM, EPOLL_CTL_ADD);
+        reloader.start();
+        const dtctl::Fd device = connected(reception.port());
+        const dtctl::Fd client = connected(scratch / "test.sock");
+        char byte = 0;
+        until([&] {
+            loop.wait(now() + 10ms);
+            control.pass(now());
+            return statistics.no_descriptor != 0 &&
+                   ::recv(client.get(), &byte, 1, MSG_DONTWAIT) == 0;
+        });
+        return told.starts_with(scratch / "fleet.toml") && !reloader.is_reading() ? 0 : 1;
+    };
+    EXPECT_EQ(Child(refused).end(), 0);
 }
 
 } // namespace

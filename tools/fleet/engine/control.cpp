@@ -88,11 +88,21 @@ void Control::accept_all() {
         dtctl::Fd socket(
             ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!socket) return rest(!dtctl::would_block(errno));
-        // The number is known only afterwards, and stands in the handler's own place.
-        auto number = std::make_shared<uint64_t>();
-        *number = loop_.add(socket.get(), [this, number] { go_on(*number); });
-        clients_[*number].socket = std::move(socket);
+        if (!greet(std::move(socket))) return rest(true);
     }
+}
+
+// False when the loop has no room for it.
+bool Control::greet(dtctl::Fd socket) {
+    // The number is known only afterwards, and stands in the handler's own place.
+    auto number = std::make_shared<uint64_t>();
+    try {
+        *number = loop_.add(socket.get(), [this, number] { go_on(*number); });
+    } catch (const dtctl::Failure &) {
+        return false;
+    }
+    clients_[*number].socket = std::move(socket);
+    return true;
 }
 
 // Without a descriptor for it a client stays in the queue, and the socket would be called ready

@@ -40,6 +40,7 @@ private:
     };
 
     void accept_all();
+    bool greet(dtctl::Fd socket);
     void rest(bool is_resting);
     void go_on(uint64_t number);
     void receive(uint64_t number, Client &client);

@@ -1,5 +1,6 @@
 #include "fleet/engine/reception.h"
 
+#include "host/failure.h"
 #include "host/socket.h"
 
 #include <cerrno>
@@ -54,7 +55,12 @@ bool Reception::greet() {
     }
     auto connection = std::make_unique<Connection>(std::move(socket), peer, limits_);
     Connection &added = *connection;
-    added.number = loop_.add(added.socket.get(), [this, &added] { ready_(added); });
+    try {
+        added.number = loop_.add(added.socket.get(), [this, &added] { ready_(added); });
+    } catch (const dtctl::Failure &) {
+        take_break();
+        return false;
+    }
     strangers_.emplace(added.number, std::move(connection));
     ready_(added); // the opening is mostly there already
     if (strangers_.size() > limits_.waiting + most_strangers)
@@ -62,8 +68,8 @@ bool Reception::greet() {
     return true;
 }
 
-// Without a descriptor for it, a connection stays in the queue, and the port would be called ready
-// again at once and for ever.
+// Without a descriptor for it, or memory, a connection stays in the queue, and the port would be
+// called ready again at once and for ever.
 void Reception::take_break() {
     ++statistics_.no_descriptor;
     resting_until_ = now() + rest;

@@ -2,24 +2,31 @@
 
 #include "host/failure.h"
 
+#include <fmt/format.h>
+
 #include <sys/eventfd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <system_error>
 #include <utility>
 
 namespace dtfleet {
 namespace {
+
+Loaded unread(const std::string &file, const std::exception &error) {
+    Loaded loaded;
+    loaded.complaints.push_back({file, 0, fmt::format("{}: {}", file, error.what())});
+    return loaded;
+}
 
 // Nothing may escape the thread; what the files hold never throws.
 Loaded loaded_from(const std::string &file) {
     try {
         return load_inventory(file);
     } catch (const std::exception &error) {
-        Loaded failed;
-        failed.complaints.push_back({file, 0, error.what()});
-        return failed;
+        return unread(file, error);
     }
 }
 
@@ -45,10 +52,14 @@ void Reloader::start() {
 }
 
 void Reloader::begin() {
-    thread_ = std::thread([this] {
-        loaded_ = loaded_from(file_);
-        (void)::eventfd_write(finished_.get(), 1);
-    });
+    try {
+        thread_ = std::thread([this] {
+            loaded_ = loaded_from(file_);
+            (void)::eventfd_write(finished_.get(), 1);
+        });
+    } catch (const std::system_error &error) { // no memory for a thread, or too many of them
+        done_(unread(file_, error));
+    }
 }
 
 void Reloader::finish() {
