@@ -353,7 +353,7 @@ TEST(Migration, GoesStepByStepAfterACopy) {
     const char *steps[] = {"ALTER TABLE device ADD COLUMN room TEXT DEFAULT 'hall'",
                            "UPDATE device SET room = 'yard'; SELECT nonsense"};
     {
-        const FileLimit limit(1000);
+        const FileLimit limit(50'000);
         EXPECT_THROW(migrate(database, steps), Unavailable)
             << "no room for the copy: that may pass";
     }

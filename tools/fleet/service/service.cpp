@@ -76,7 +76,6 @@ Service::Service(std::string file)
       reloader_(file_, loop_, [this](Loaded loaded) { take_loaded(std::move(loaded)); }) {
     loop_.add(signals_.get(), [this] { take_signals(); });
     loop_.add(writer_.fd(), [this] { writer_.deliver(); });
-    writer_.deliver(); // what is known already
     open_web();
     check_descriptors();
 }
