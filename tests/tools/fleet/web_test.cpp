@@ -165,7 +165,9 @@ TEST_F(WebTest, TellsWhetherTheLoopTurnsAndWhyNothingIsAsked) {
     EXPECT_THAT(get("/-/ready"), StartsWith("HTTP/1.1 200"));
     turn("the disk is full");
     EXPECT_THAT(get("/-/healthy"), StartsWith("HTTP/1.1 200"));
-    EXPECT_THAT(get("/-/ready"), AllOf(StartsWith("HTTP/1.1 503"), HasSubstr("the disk is full")));
+    shelf.is_broken = true; // as one that could not be made yet
+    for (const char *path : {"/-/ready", "/api/fleet"})
+        EXPECT_THAT(get(path), AllOf(StartsWith("HTTP/1.1 503"), HasSubstr("the disk is full")));
     Snapshot snapshot;
     snapshot.turned = now() - 6s;
     board.put(snapshot);

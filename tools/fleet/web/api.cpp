@@ -100,7 +100,8 @@ Answer Api::answer(const Request &request, const WebRules &rules, const Snapshot
         return error(503, reason.what());
     } catch (const std::exception &reason) {
         reader_.reset(); // the next request opens the database again
-        return error(500, reason.what());
+        const std::string &known = snapshot.not_ready;
+        return known.empty() ? error(500, reason.what()) : error(503, known);
     }
 }
 
