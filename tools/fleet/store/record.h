@@ -67,6 +67,13 @@ struct Samples {
     }
 };
 
+// Under which right a device was asked, where collectors share a database.
+struct LeaseMark {
+    int64_t epoch = 0;    // of the lease; 0: there was none
+    Microseconds due = 0; // when it is to be asked next, by the database's clock; 0: as it is
+    bool keeps = false;   // the lease goes on
+};
+
 struct RunRecord {
     RunId id{};
     std::string device; // the inventory's name
@@ -85,6 +92,7 @@ struct RunRecord {
     uint32_t resends = 0;
     uint32_t messages = 0;
     uint64_t bytes = 0;
+    LeaseMark lease;
     Samples samples;
 };
 

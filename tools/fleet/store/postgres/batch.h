@@ -1,0 +1,62 @@
+// Some runs on their way into the database, in one transaction.
+#pragma once
+
+#include "fleet/store/postgres/working.h"
+
+#include <span>
+#include <unordered_map>
+
+namespace dtfleet::postgres {
+
+class Batch {
+public:
+    // The runs must outlive it.
+    Batch(Connection &connection, SeriesTable &series, std::span<const RunRecord> runs)
+        : connection_(connection), series_(series), runs_(runs), rollups_(connection, series),
+          logs_(connection) {}
+
+    // Stores those that are not there yet. Throws Conflict when somebody else was faster; then it
+    // can be done again, by another batch.
+    void store();
+
+private:
+    struct Known {
+        int64_t id = 0;
+        int64_t epoch = 0; // of the lease that holds
+        int64_t turns = 0; // runs that tell of it so far
+    };
+    // A run with what else is known of it.
+    struct Item {
+        const RunRecord *run;
+        Known *device;
+        Arrivals arrivals;
+    };
+
+    void leave_out_known();
+    void make_days();
+    void find_devices();
+    void take_ids(const Result &devices);
+    void begin_items();
+    void read();
+    void compute(const Item &item);
+    bool is_history(const Item &item, const States::One &one) const;
+    std::string compare(const Item &item, States::One &one);
+    std::string list_history(const Item &item);
+    void put_run(const Item &item, bool is_history, const std::string &values);
+    void copy(const char *sql, const Rows &rows);
+    void commit();
+
+    Connection &connection_;
+    SeriesTable &series_;
+    std::span<const RunRecord> runs_;
+    std::vector<const RunRecord *> new_runs_;
+    std::unordered_map<std::string, Known> devices_; // by name
+    std::vector<Item> items_;
+    States states_;
+    Rollups rollups_;
+    LogBook logs_;
+    int64_t place_ = 0;
+    Rows rows_{26};
+};
+
+} // namespace dtfleet::postgres

@@ -1,0 +1,15 @@
+// The store of several collectors: a PostgreSQL database, "postgresql://...".
+#pragma once
+
+#include "fleet/store/store.h"
+
+namespace dtfleet::postgres {
+
+// As the functions of these names in store.h. The tables must be there: migrate_database().
+std::unique_ptr<Store> open_store(const std::string &address, const Retention &retention);
+std::unique_ptr<Reader> open_reader(const std::string &address);
+
+// Makes the tables, or brings older ones up to date. Answers the version that was there; 0: none.
+int64_t migrate_database(const std::string &address);
+
+} // namespace dtfleet::postgres

@@ -1,0 +1,433 @@
+#include "fleet/store/postgres/schema.h"
+
+#include "fleet/store/record.h"
+#include "host/failure.h"
+
+#include <fmt/format.h>
+
+namespace dtfleet::postgres {
+namespace {
+
+using dtctl::Exit;
+using dtctl::Failure;
+
+// Times are microseconds since 1970 (UTC); days and hours count from there, too.
+constexpr const char *tables = R"(
+CREATE SCHEMA IF NOT EXISTS dtfleet;
+SET LOCAL search_path = dtfleet;
+
+-- 'next_collection' is the next run's id. Who writes runs holds its row from there to the end of
+-- the transaction: so runs become visible in the order of their ids. 'changes' counts all other
+-- changes that a reader may care for.
+CREATE TABLE meta(key text PRIMARY KEY, value bigint NOT NULL);
+INSERT INTO meta VALUES ('next_collection', 1), ('changes', 0);
+
+CREATE TABLE device(
+    id integer GENERATED ALWAYS AS IDENTITY PRIMARY KEY,
+    name text UNIQUE,                             -- NULL: forgotten, its rows are being deleted
+    address text NOT NULL DEFAULT '',
+    port integer NOT NULL DEFAULT 0,
+    groups text NOT NULL DEFAULT '[]',            -- JSON
+    interval bigint NOT NULL DEFAULT 0,           -- seconds
+    listed boolean NOT NULL DEFAULT false,        -- in the inventory, and enabled
+    identity_listed integer,                      -- as the inventory has it
+    identity_expected integer,                    -- that, or the one that was accepted since
+    identity_seen integer,
+    address_seen text NOT NULL DEFAULT '',
+    paused_until bigint NOT NULL DEFAULT 0,
+    last_try bigint NOT NULL DEFAULT 0,           -- these are of collections, not of self-tests
+    last_ok bigint NOT NULL DEFAULT 0,
+    failures bigint NOT NULL DEFAULT 0,
+    last_outcome smallint NOT NULL DEFAULT 0,
+    last_reason text NOT NULL DEFAULT '',
+    last_duration bigint NOT NULL DEFAULT 0,      -- microseconds
+    due bigint NOT NULL DEFAULT 0,                -- by the database's clock, as what follows
+    lease_until bigint NOT NULL DEFAULT 0,        -- until then `worker` alone asks it
+    free_at bigint NOT NULL DEFAULT 0,            -- the later of both: from then on it may be claimed
+    worker integer NOT NULL DEFAULT 0,
+    epoch bigint NOT NULL DEFAULT 0               -- counts the leases
+) WITH (fillfactor = 60);
+CREATE INDEX device_free ON device(free_at) WHERE listed;
+
+-- The collectors that are at work.
+CREATE TABLE worker(
+    id integer GENERATED ALWAYS AS IDENTITY PRIMARY KEY,
+    name text NOT NULL,
+    seen bigint NOT NULL);
+
+CREATE TABLE series(
+    id integer GENERATED ALWAYS AS IDENTITY PRIMARY KEY,
+    collector bytea NOT NULL,
+    collector_text text NOT NULL,                 -- escaped where it is no text
+    section bigint NOT NULL,
+    key bigint NOT NULL,
+    type smallint NOT NULL,                       -- 1 int, 2 long, 3 string, 4 buffer
+    name text NOT NULL DEFAULT '',
+    unit text NOT NULL DEFAULT '',
+    signed boolean NOT NULL DEFAULT false,
+    log boolean NOT NULL DEFAULT false,           -- its strings have been taken as a log
+    UNIQUE(collector, section, key, type));
+
+CREATE TABLE outcome(id smallint PRIMARY KEY, text text NOT NULL);
+
+-- A run and its stored values, of which `series` has one element each. A value is a number (the
+-- 64-bit pattern), bytes, or neither: the key was missing. Arrays of which all elements would be
+-- 0 or NULL are NULL themselves.
+CREATE TABLE collection(
+    time bigint NOT NULL,
+    run uuid NOT NULL,
+    id bigint NOT NULL,
+    device integer NOT NULL,
+    command bigint NOT NULL,                      -- 3: a self-test
+    outcome smallint NOT NULL,
+    reason text NOT NULL,
+    identity integer,
+    address text NOT NULL,
+    messages bigint NOT NULL,
+    bytes bigint NOT NULL,
+    resends bigint NOT NULL,
+    to_connect bigint NOT NULL,                   -- microseconds
+    to_opening bigint NOT NULL,
+    to_end bigint NOT NULL,
+    history boolean NOT NULL,                     -- not compared with what was there: it came late
+    series integer[],
+    ordinals integer[],
+    numbers bigint[],
+    texts bytea[],
+    PRIMARY KEY(time, run)) PARTITION BY RANGE(time);
+CREATE INDEX collection_device_time ON collection(device, time);
+CREATE INDEX collection_id ON collection(id);
+
+-- What a device's runs of one command brought last, packed as in the other engine. `serial` counts
+-- its changes: who would write another one than it has read must read again.
+CREATE TABLE state(
+    device integer NOT NULL,
+    command bigint NOT NULL,
+    serial bigint NOT NULL,
+    time bigint NOT NULL,                         -- of the last run that brought anything
+    full_day bigint NOT NULL,                     -- the last day whose first whole run was stored whole
+    hour bigint NOT NULL,                         -- that is being summed up in the entries
+    entries bytea NOT NULL,
+    PRIMARY KEY(device, command)) WITH (fillfactor = 60);
+ALTER TABLE state ALTER entries SET STORAGE EXTERNAL;
+
+-- The values that are too long for a state.
+CREATE TABLE long_value(
+    device integer NOT NULL,
+    command bigint NOT NULL,
+    series integer NOT NULL,
+    ordinal integer NOT NULL,
+    bytes bytea NOT NULL,
+    PRIMARY KEY(device, command, series, ordinal));
+
+-- The numbers of an hour. Those of the state's hour are in its entries; there may be a row as well,
+-- of what was heard in that hour before.
+CREATE TABLE rollup(
+    device integer NOT NULL,
+    command bigint NOT NULL,
+    hour bigint NOT NULL,
+    serial bigint NOT NULL,
+    series integer[] NOT NULL,
+    ordinals integer[] NOT NULL,
+    n bigint[] NOT NULL,
+    min bigint[] NOT NULL,
+    max bigint[] NOT NULL,
+    last bigint[] NOT NULL,
+    PRIMARY KEY(device, command, hour));
+
+CREATE TABLE log(
+    device integer NOT NULL,
+    series integer NOT NULL,
+    seq bigint NOT NULL,
+    stamp bytea NOT NULL,
+    text bytea NOT NULL,
+    collection bigint NOT NULL,                   -- that brought the line first, and its time
+    time bigint NOT NULL,
+    gap_before boolean NOT NULL,
+    PRIMARY KEY(device, series, seq));
+
+-- What a device sent of a log last: its lines from `first` on, `count` of them. They are not
+-- deleted while it still sends them, or the next run could not be joined to them.
+CREATE TABLE log_tail(
+    device integer NOT NULL,
+    series integer NOT NULL,
+    command bigint NOT NULL,
+    first bigint NOT NULL,
+    count bigint NOT NULL,
+    hash bigint NOT NULL,
+    PRIMARY KEY(device, series, command));
+
+-- Fault log files that were imported; the digest tells one that comes again.
+CREATE TABLE fault_file(
+    id bigint GENERATED ALWAYS AS IDENTITY PRIMARY KEY,
+    device integer NOT NULL,
+    digest bytea NOT NULL,
+    pass_time bigint NOT NULL,                    -- when the device wrote it
+    imported bigint NOT NULL,
+    UNIQUE(device, digest));
+
+CREATE TABLE fault(
+    id bigint GENERATED ALWAYS AS IDENTITY PRIMARY KEY,
+    device integer NOT NULL,
+    file bigint NOT NULL,                         -- that brought it first, and its time
+    pass_time bigint NOT NULL,
+    fault bytea NOT NULL,
+    kind text NOT NULL,                           -- a line's init or run, or the kind of a value
+    stamp bytea NOT NULL,                         -- of a line
+    value_id bigint NOT NULL,
+    value bytea NOT NULL);                        -- a line's text, a number in decimal, or bytes
+CREATE INDEX fault_device ON fault(device, id);
+
+CREATE VIEW rollup_hour AS
+    SELECT r.device, r.command, r.hour, e.series, e.ordinal, e.n, e.min, e.max, e.last
+    FROM rollup r, unnest(r.series, r.ordinals, r.n, r.min, r.max, r.last)
+         AS e(series, ordinal, n, min, max, last);
+
+CREATE VIEW value_flat AS
+    SELECT replace(c.run::text, '-', '') AS run, d.name AS device, c.time, o.text AS status,
+           c.command, s.collector_text AS collector, s.section, s.key,
+           coalesce(v.ordinal, 0) AS ordinal,
+           CASE WHEN v.number IS NULL AND v.bytes IS NULL THEN 'gone' WHEN s.type = 1 THEN 'int'
+                WHEN s.type = 2 THEN 'long' WHEN s.type = 3 THEN 'string' ELSE 'buffer' END AS type,
+           v.number, v.bytes
+    FROM device d
+    JOIN collection c ON c.device = d.id
+    JOIN outcome o ON o.id = c.outcome
+    CROSS JOIN LATERAL unnest(c.series, c.ordinals, c.numbers, c.texts)
+               AS v(series, ordinal, number, bytes)
+    JOIN series s ON s.id = v.series
+    WHERE d.name IS NOT NULL;
+)";
+
+// Who collects need not own the tables, so what makes and drops days runs as their owner.
+constexpr const char *day_functions = R"(
+CREATE FUNCTION day_name(day bigint) RETURNS text LANGUAGE sql IMMUTABLE AS
+    $$ SELECT 'collection_' || to_char(date '1970-01-01' + day::integer, 'YYYYMMDD') $$;
+
+CREATE FUNCTION make_day(day bigint) RETURNS void LANGUAGE plpgsql SECURITY DEFINER
+SET search_path = dtfleet, pg_temp AS $$
+BEGIN
+    IF to_regclass(day_name(day)) IS NOT NULL THEN RETURN; END IF;
+    PERFORM pg_advisory_xact_lock(hashtext('dtfleet'), 1);
+    IF to_regclass(day_name(day)) IS NOT NULL THEN RETURN; END IF;
+    EXECUTE format('CREATE TABLE %I (LIKE collection INCLUDING DEFAULTS INCLUDING STORAGE)',
+                   day_name(day));
+    EXECUTE format('ALTER TABLE collection ATTACH PARTITION %I FOR VALUES FROM (%s) TO (%s)',
+                   day_name(day), day * 86400000000, (day + 1) * 86400000000);
+END $$;
+
+-- Runs that stay behind when their day is dropped.
+CREATE TABLE day_kept(day bigint PRIMARY KEY, runs bigint NOT NULL);
+
+-- Other than by DELETE, the space is there again at once.
+CREATE FUNCTION drop_day(dropped bigint) RETURNS void LANGUAGE plpgsql SECURITY DEFINER
+SET search_path = dtfleet, pg_temp SET lock_timeout = '1s' AS $$
+DECLARE kept bigint;
+BEGIN
+    PERFORM pg_advisory_xact_lock(hashtext('dtfleet'), 1);
+    CREATE TEMPORARY TABLE kept_run ON COMMIT DROP AS
+        SELECT DISTINCT ON (s.device, s.command) c.* FROM state s
+        JOIN device d ON d.id = s.device AND d.name IS NOT NULL
+        JOIN collection c ON c.device = s.device AND c.command = s.command AND c.outcome = 0
+             AND c.time >= dropped * 86400000000 AND c.time < (dropped + 1) * 86400000000
+        WHERE s.full_day = dropped AND NOT c.history
+        ORDER BY s.device, s.command, c.id;
+    EXECUTE format('DROP TABLE IF EXISTS %I', day_name(dropped));
+    DELETE FROM day_kept WHERE day = dropped;
+    IF EXISTS (SELECT 1 FROM kept_run) THEN
+        PERFORM make_day(dropped);
+        INSERT INTO collection SELECT * FROM kept_run;
+        GET DIAGNOSTICS kept = ROW_COUNT;
+        INSERT INTO day_kept VALUES (dropped, kept);
+    END IF;
+    DROP TABLE kept_run;
+END $$;
+
+CREATE VIEW day AS
+    SELECT to_date(substr(c.relname, 12), 'YYYYMMDD') - date '1970-01-01' AS day,
+           pg_total_relation_size(c.oid) AS bytes
+    FROM pg_inherits i JOIN pg_class c ON c.oid = i.inhrelid
+    WHERE i.inhparent = 'collection'::regclass;
+)";
+
+// Takes what is staged, once the row of the next id is held: who writes at the same time waits
+// there, so what is checked stays true until the commit.
+constexpr const char *store_function = R"(
+CREATE FUNCTION store_staged() RETURNS void LANGUAGE plpgsql AS $$
+DECLARE
+    base bigint;
+    staged bigint;
+    stored bigint;
+    turns integer;
+BEGIN
+    SELECT count(*), coalesce(max(turn), -1) INTO staged, turns FROM stage_run;
+    UPDATE meta SET value = value + staged WHERE key = 'next_collection'
+        RETURNING value - staged INTO base;
+    PERFORM 1 FROM device WHERE id IN (SELECT device FROM stage_run) ORDER BY id
+        FOR NO KEY UPDATE;
+    IF EXISTS (SELECT 1 FROM stage_run r LEFT JOIN device d ON d.id = r.device
+               WHERE d.id IS NULL OR NOT r.history AND r.epoch <> 0 AND r.epoch <> d.epoch)
+       OR EXISTS (SELECT 1 FROM stage_state n LEFT JOIN state s USING (device, command)
+                  WHERE coalesce(s.serial, 0) <> n.serial)
+       OR EXISTS (SELECT 1 FROM stage_rollup n LEFT JOIN rollup r USING (device, command, hour)
+                  WHERE coalesce(r.serial, 0) <> n.serial) THEN
+        RAISE EXCEPTION 'another collector has stored runs of these devices'
+            USING ERRCODE = '40001';
+    END IF;
+
+    INSERT INTO collection
+        SELECT time, run, base + place, device, command, outcome, reason, identity, address,
+               messages, bytes, resends, to_connect, to_opening, to_end, history, series, ordinals,
+               numbers, texts FROM stage_run
+        ON CONFLICT (time, run) DO NOTHING;
+    GET DIAGNOSTICS stored = ROW_COUNT;
+    IF stored <> staged THEN
+        RAISE EXCEPTION 'another session has stored these runs' USING ERRCODE = '40001';
+    END IF;
+
+    INSERT INTO state AS s
+        SELECT device, command, serial + 1, time, full_day, hour, entries FROM stage_state
+        ON CONFLICT (device, command) DO UPDATE SET serial = excluded.serial,
+            time = excluded.time, full_day = excluded.full_day, hour = excluded.hour,
+            entries = excluded.entries;
+    INSERT INTO rollup
+        SELECT device, command, hour, serial + 1, series, ordinals, n, min, max, last
+        FROM stage_rollup
+        ON CONFLICT (device, command, hour) DO UPDATE SET serial = excluded.serial,
+            series = excluded.series, ordinals = excluded.ordinals, n = excluded.n,
+            min = excluded.min, max = excluded.max, last = excluded.last;
+    INSERT INTO long_value SELECT device, command, series, ordinal, bytes FROM stage_long
+        ON CONFLICT (device, command, series, ordinal) DO UPDATE SET bytes = excluded.bytes;
+    INSERT INTO log SELECT device, series, seq, stamp, text, base + place, time, gap_before
+        FROM stage_log;
+    INSERT INTO log_tail SELECT device, series, command, first, count, hash FROM stage_tail
+        ON CONFLICT (device, series, command) DO UPDATE SET first = excluded.first,
+            count = excluded.count, hash = excluded.hash;
+
+    -- What runs tell of their devices, of one run after the other.
+    FOR i IN 0 .. turns LOOP
+        UPDATE device d SET
+            identity_seen = coalesce(r.identity, d.identity_seen),
+            identity_expected = coalesce(d.identity_expected, r.identity),
+            address_seen = CASE WHEN r.address = '' THEN d.address_seen ELSE r.address END,
+            last_try = CASE WHEN t.tells THEN r.time ELSE d.last_try END,
+            last_ok = CASE WHEN t.tells AND r.outcome = 0 THEN r.time ELSE d.last_ok END,
+            failures = CASE WHEN NOT t.tells THEN d.failures WHEN r.outcome = 0 THEN 0
+                            ELSE d.failures + 1 END,
+            last_outcome = CASE WHEN t.tells THEN r.outcome ELSE d.last_outcome END,
+            last_reason = CASE WHEN t.tells THEN r.reason ELSE d.last_reason END,
+            last_duration = CASE WHEN t.tells THEN r.to_connect + r.to_opening + r.to_end
+                                 ELSE d.last_duration END,
+            due = CASE WHEN r.due <> 0 THEN r.due ELSE d.due END,
+            lease_until = t.until,
+            free_at = CASE WHEN r.due <> 0 THEN greatest(r.due, t.until) ELSE d.free_at END
+        FROM stage_run r, device o,
+             LATERAL (SELECT r.tells AND (NOT r.imported OR o.last_try < r.time) AS tells,
+                             CASE WHEN r.due = 0 OR r.keeps THEN o.lease_until ELSE 0 END AS until) t
+        WHERE r.turn = i AND NOT r.history AND d.id = r.device AND o.id = d.id;
+    END LOOP;
+END $$;
+)";
+
+constexpr const char *grants = R"(
+DO $$
+BEGIN
+    IF EXISTS (SELECT 1 FROM pg_roles WHERE rolname = 'dtfleet_read') THEN
+        GRANT USAGE ON SCHEMA dtfleet TO dtfleet_read;
+        GRANT SELECT ON ALL TABLES IN SCHEMA dtfleet TO dtfleet_read;
+    END IF;
+    IF EXISTS (SELECT 1 FROM pg_roles WHERE rolname = 'dtfleet_collect') THEN
+        GRANT USAGE ON SCHEMA dtfleet TO dtfleet_collect;
+        GRANT SELECT, INSERT, UPDATE, DELETE ON ALL TABLES IN SCHEMA dtfleet TO dtfleet_collect;
+        REVOKE INSERT, DELETE ON meta FROM dtfleet_collect;
+        REVOKE INSERT, UPDATE, DELETE ON outcome, day, value_flat, rollup_hour FROM dtfleet_collect;
+        GRANT EXECUTE ON FUNCTION make_day(bigint), drop_day(bigint), store_staged()
+            TO dtfleet_collect;
+    END IF;
+END $$;
+REVOKE EXECUTE ON FUNCTION make_day(bigint), drop_day(bigint), store_staged() FROM PUBLIC;
+)";
+
+constexpr const char *stage = R"(
+CREATE TEMPORARY TABLE stage_run(
+    time bigint, run uuid, place bigint, device integer, command bigint, outcome smallint,
+    reason text, identity integer, address text, messages bigint, bytes bigint, resends bigint,
+    to_connect bigint, to_opening bigint, to_end bigint, history boolean, series integer[],
+    ordinals integer[], numbers bigint[], texts bytea[],
+    turn integer, tells boolean, imported boolean, epoch bigint, due bigint, keeps boolean)
+    ON COMMIT DELETE ROWS;
+CREATE TEMPORARY TABLE stage_state(
+    device integer, command bigint, serial bigint, time bigint, full_day bigint, hour bigint,
+    entries bytea) ON COMMIT DELETE ROWS;
+ALTER TABLE stage_state ALTER entries SET STORAGE EXTERNAL;
+CREATE TEMPORARY TABLE stage_long(
+    device integer, command bigint, series integer, ordinal integer, bytes bytea)
+    ON COMMIT DELETE ROWS;
+CREATE TEMPORARY TABLE stage_rollup(
+    device integer, command bigint, hour bigint, serial bigint, series integer[],
+    ordinals integer[], n bigint[], min bigint[], max bigint[], last bigint[])
+    ON COMMIT DELETE ROWS;
+CREATE TEMPORARY TABLE stage_log(
+    device integer, series integer, seq bigint, stamp bytea, text bytea, place bigint,
+    time bigint, gap_before boolean) ON COMMIT DELETE ROWS;
+CREATE TEMPORARY TABLE stage_tail(
+    device integer, series integer, command bigint, first bigint, count bigint, hash bigint)
+    ON COMMIT DELETE ROWS;
+)";
+
+// 0: there are no tables.
+int64_t version_of(Connection &connection) {
+    const bool is_there = connection
+                              .number("SELECT 1 FROM pg_tables WHERE schemaname = 'dtfleet' AND "
+                                      "tablename = 'meta'")
+                              .has_value();
+    if (!is_there) return 0;
+    const int64_t version =
+        connection.number("SELECT value FROM dtfleet.meta WHERE key = 'schema_version'")
+            .value_or(0);
+    if (version > schema_version)
+        throw Failure(Exit::broken,
+                      fmt::format("the database: its version {} is newer than this program's {}",
+                                  version, schema_version));
+    return version;
+}
+
+void make_tables(Connection &connection) {
+    connection.execute(tables);
+    connection.execute(day_functions);
+    connection.execute(store_function);
+    for (size_t i = 0; i < outcomes; ++i)
+        connection.query("INSERT INTO outcome VALUES ($1, $2)", static_cast<int64_t>(i),
+                         std::string(text_of(static_cast<Outcome>(i))));
+    connection.query("INSERT INTO meta VALUES ('schema_version', $1)", schema_version);
+    connection.execute(grants);
+}
+
+} // namespace
+
+// Several may do so at once: the second finds the first one's tables.
+int64_t migrate(Connection &connection) {
+    if (connection.query("SELECT 1 WHERE getdatabaseencoding() = 'UTF8'").rows() == 0)
+        throw Failure(Exit::usage, "the database: its encoding must be UTF8");
+    Transaction transaction(connection, Transaction::Kind::write);
+    connection.query("SELECT pg_advisory_xact_lock(hashtext('dtfleet'), 0)");
+    const int64_t version = version_of(connection);
+    if (version == 0) make_tables(connection);
+    transaction.commit();
+    return version;
+}
+
+void check_schema(Connection &connection) {
+    const int64_t version = version_of(connection);
+    if (version == schema_version) return;
+    throw Failure(
+        Exit::broken,
+        version == 0 ? "the database: it has no tables of dtfleet; make them with `dtfleet migrate`"
+                     : fmt::format("the database: its version {} is older than this program's {}; "
+                                   "run `dtfleet migrate`",
+                                   version, schema_version));
+}
+
+void make_stage(Connection &connection) { connection.execute(stage); }
+
+} // namespace dtfleet::postgres

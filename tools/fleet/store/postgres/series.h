@@ -1,0 +1,98 @@
+// The table of series, with what is known of them in memory. What a batch of runs brings that is
+// new is asked for in one go.
+#pragma once
+
+#include "fleet/inventory/inventory.h"
+#include "fleet/store/postgres/connection.h"
+#include "fleet/store/record.h"
+
+#include <array>
+#include <map>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace dtfleet::postgres {
+
+// What arrives under one collector, section and key.
+struct Key {
+    bool is_signed = false;
+    bool is_known_log = false;          // the table says so already
+    std::optional<bool> log;            // what the inventory says about its strings
+    std::array<int64_t, 5> ids{};       // of its series by type; 0: not known yet
+    uint64_t run = 0;                   // in which it arrived last,
+    uint32_t arrivals = 0;              // and how often in it
+    std::pair<uint64_t, uint32_t> what; // section and key with the collector's number
+};
+
+class SeriesTable {
+public:
+    explicit SeriesTable(Connection &connection) : connection_(connection) {}
+
+    // Keys stay where they are until the next batch.
+    void begin_batch();
+
+    // Counts arrivals anew, of a run whose collectors are these.
+    void begin_run(const std::vector<std::string> &collectors);
+
+    // The key of a value of this run.
+    Key &key_of(const Sample &sample);
+
+    // After the next resolve() its series of this type is known, and marked as a log's.
+    void want(Key &key, dt::decode::Kind type);
+    void mark_log(Key &key);
+
+    // Finds or makes all series that were wanted.
+    void resolve();
+
+    // What keys mean, from now on and for the series that are there.
+    void take_meanings(const std::vector<SeriesMeaning> &meanings);
+
+    // How the numbers of a series compare.
+    struct Sign {
+        dt::decode::Kind type = dt::decode::Kind::int32;
+        bool is_signed = false;
+    };
+    Sign sign_of(int64_t series);
+
+private:
+    struct Wanted {
+        Key *key;
+        dt::decode::Kind type;
+    };
+    struct Hash {
+        size_t operator()(const std::pair<uint64_t, uint32_t> &what) const {
+            return (what.first * 0x9e3779b97f4a7c15U + what.second) * 0xff51afd7ed558ccdU >> 7;
+        }
+    };
+
+    uint32_t number_of(const std::string &collector);
+    const std::string &collector_of(const Key &key) const {
+        return collectors_[key.what.first >> 32];
+    }
+    const SeriesMeaning &meaning_of(const std::string &collector, uint32_t section,
+                                    uint32_t key) const;
+    struct Places {
+        std::vector<Bytes> collectors;
+        std::vector<int64_t> sections, keys, types;
+    };
+    Places places_of_wanted() const;
+    void find(const Places &places);
+    void make(const Places &places);
+    void mark_new_logs();
+
+    Connection &connection_;
+    std::multimap<std::pair<std::string, uint32_t>, SeriesMeaning> meanings_;
+    std::unordered_map<std::string, uint32_t> numbers_; // of collectors, in this process
+    std::vector<std::string> collectors_;               // by their numbers
+    std::unordered_map<std::pair<uint64_t, uint32_t>, Key, Hash> keys_;
+    std::unordered_map<int64_t, Sign> signs_;
+    std::vector<Wanted> wanted_;
+    std::vector<Key *> new_logs_;
+    uint64_t run_ = 0;
+    std::vector<uint32_t> collectors_of_run_;
+};
+
+} // namespace dtfleet::postgres

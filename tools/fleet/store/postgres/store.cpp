@@ -1,0 +1,102 @@
+// Store on PostgreSQL, for one collector or many.
+#include "fleet/store/postgres/open.h"
+
+#include "fleet/store/postgres/batch.h"
+#include "fleet/store/postgres/days.h"
+#include "fleet/store/postgres/devices.h"
+#include "fleet/store/postgres/schema.h"
+
+namespace dtfleet {
+namespace postgres {
+namespace {
+
+constexpr int most_attempts = 5; // when others write runs of the same devices
+
+class PostgresStore final : public Store {
+public:
+    PostgresStore(const std::string &address, const Retention &retention)
+        : connection_(address), retention_(retention), series_(connection_) {
+        check_schema(connection_);
+    }
+
+    void write(std::span<const RunRecord> runs) override {
+        connection_.connect();
+        if (std::exchange(staged_, connection_.session()) != connection_.session())
+            make_stage(connection_);
+        for (int attempt = 1;; ++attempt) {
+            try {
+                return Batch(connection_, series_, runs).store();
+            } catch (const Conflict &conflict) {
+                if (attempt == most_attempts) throw Unavailable(conflict.what());
+            }
+        }
+    }
+
+    void take_inventory(const Inventory &inventory) override {
+        change([&] { take_devices(connection_, inventory.devices); });
+        series_.take_meanings(inventory.series);
+        retention_ = inventory.retention;
+    }
+
+    bool tidy() override {
+        if (purge_some(connection_)) return true;
+        make_next_days(connection_);
+        return !is_clock_held() && drop_old_day(connection_, retention_);
+    }
+
+    // Its disk is the server's to watch; here it is enough that it answers, and can write.
+    std::string no_room() override {
+        const bool is_standby =
+            connection_.number("SELECT 1 WHERE pg_is_in_recovery()").has_value();
+        return is_standby ? "the database is a standby that cannot be written" : "";
+    }
+
+    bool is_clock_held() override { return false; }
+
+    void pause(const std::string &device, Microseconds until) override {
+        change([&] { pause_device(connection_, device, until); });
+    }
+    void rename(const std::string &from, const std::string &to) override {
+        change([&] { rename_device(connection_, from, to); });
+    }
+    void forget(const std::string &device) override {
+        change([&] { forget_device(connection_, device); });
+    }
+    void accept(const std::string &device) override {
+        change([&] { accept_device(connection_, device); });
+    }
+    void accept_clock() override {}
+
+private:
+    // Its row is taken first, as by those who store runs: so nobody waits for somebody who waits.
+    template <typename Work> void change(Work work) {
+        try {
+            Transaction transaction(connection_, Transaction::Kind::write);
+            connection_.query("SELECT 1 FROM meta WHERE key = 'next_collection' FOR UPDATE");
+            connection_.query("UPDATE meta SET value = value + 1 WHERE key = 'changes'");
+            work();
+            transaction.commit();
+        } catch (const Conflict &conflict) {
+            throw Unavailable(conflict.what());
+        }
+    }
+
+    Connection connection_;
+    Retention retention_;
+    SeriesTable series_;
+    uint64_t staged_ = 0; // the session that has the stage
+};
+
+} // namespace
+
+std::unique_ptr<Store> open_store(const std::string &address, const Retention &retention) {
+    return std::make_unique<PostgresStore>(address, retention);
+}
+
+int64_t migrate_database(const std::string &address) {
+    Connection connection(address);
+    return migrate(connection);
+}
+
+} // namespace postgres
+} // namespace dtfleet
