@@ -87,17 +87,23 @@ PostgresServer::~PostgresServer() {
     std::filesystem::remove_all(directory_);
 }
 
-// What a commit has written must survive the end of the process, not that of the machine.
+// What a commit has written must survive the end of the process, not that of the machine. One that
+// was killed leaves processes behind for a moment, and nothing starts beside them.
 void PostgresServer::start() {
-    server_ = start_program("postgres",
-                            {"-D", directory_ + "/data", "-k", directory_, "-h", "", "-F", "-c",
-                             "max_connections=50", "-c", "shared_buffers=32MB"},
-                            directory_);
     const std::string address = address_of("postgres");
-    while (PQstatus(connect(address).get()) != CONNECTION_OK) {
-        if (::waitpid(server_, nullptr, WNOHANG) == server_)
+    for (int attempts = 0;; ++attempts) {
+        server_ = start_program("postgres",
+                                {"-D", directory_ + "/data", "-k", directory_, "-h", "", "-F", "-c",
+                                 "max_connections=50", "-c", "shared_buffers=32MB"},
+                                directory_);
+        bool is_running = true;
+        while (is_running && PQstatus(connect(address).get()) != CONNECTION_OK) {
+            std::this_thread::sleep_for(20ms);
+            is_running = ::waitpid(server_, nullptr, WNOHANG) == 0;
+        }
+        if (is_running) return;
+        if (attempts == 100)
             throw std::runtime_error("the server ended, see " + directory_ + "/log");
-        std::this_thread::sleep_for(20ms);
     }
 }
 

@@ -1,7 +1,6 @@
 #include "fleet/store/postgres/connection.h"
 
 #include "fleet/store/postgres/binary.h"
-#include "fleet/store/store.h"
 #include "host/failure.h"
 
 #include <libpq-fe.h>

@@ -1,11 +1,12 @@
 // A connection to one PostgreSQL database, and what its errors mean to the store.
 #pragma once
 
+#include "fleet/store/store.h"
+
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -77,9 +78,9 @@ private:
 
 // Somebody else has changed what a transaction was made from; it can be made anew from what is
 // there now.
-class Conflict : public std::runtime_error {
+class Conflict : public Unavailable {
 public:
-    using std::runtime_error::runtime_error;
+    using Unavailable::Unavailable;
 };
 
 // Throws Unavailable for what may pass (not connected, overloaded, full, ...), Conflict, and

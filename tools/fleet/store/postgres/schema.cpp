@@ -22,6 +22,10 @@ SET LOCAL search_path = dtfleet;
 CREATE TABLE meta(key text PRIMARY KEY, value bigint NOT NULL);
 INSERT INTO meta VALUES ('next_collection', 1), ('changes', 0);
 
+-- Microseconds since 1970, and it goes on within a transaction.
+CREATE FUNCTION clock() RETURNS bigint LANGUAGE sql VOLATILE AS
+    $$ SELECT (extract(epoch FROM clock_timestamp()) * 1000000)::bigint $$;
+
 CREATE TABLE device(
     id integer GENERATED ALWAYS AS IDENTITY PRIMARY KEY,
     name text UNIQUE,                             -- NULL: forgotten, its rows are being deleted
@@ -43,7 +47,7 @@ CREATE TABLE device(
     last_duration bigint NOT NULL DEFAULT 0,      -- microseconds
     due bigint NOT NULL DEFAULT 0,                -- by the database's clock, as what follows
     lease_until bigint NOT NULL DEFAULT 0,        -- until then `worker` alone asks it
-    free_at bigint NOT NULL DEFAULT 0,            -- the later of both: from then on it may be claimed
+    free_at bigint NOT NULL DEFAULT 0,            -- the latest of due, lease_until, paused_until
     worker integer NOT NULL DEFAULT 0,
     epoch bigint NOT NULL DEFAULT 0               -- counts the leases
 ) WITH (fillfactor = 60);
@@ -320,7 +324,8 @@ BEGIN
                                  ELSE d.last_duration END,
             due = CASE WHEN r.due <> 0 THEN r.due ELSE d.due END,
             lease_until = t.until,
-            free_at = CASE WHEN r.due <> 0 THEN greatest(r.due, t.until) ELSE d.free_at END
+            free_at = greatest(CASE WHEN r.due <> 0 THEN r.due ELSE d.due END, t.until,
+                               d.paused_until)
         FROM stage_run r, device o,
              LATERAL (SELECT r.tells AND (NOT r.imported OR o.last_try < r.time) AS tells,
                              CASE WHEN r.due = 0 OR r.keeps THEN o.lease_until ELSE 0 END AS until) t

@@ -26,8 +26,8 @@ public:
         for (int attempt = 1;; ++attempt) {
             try {
                 return Batch(connection_, series_, runs).store();
-            } catch (const Conflict &conflict) {
-                if (attempt == most_attempts) throw Unavailable(conflict.what());
+            } catch (const Conflict &) {
+                if (attempt == most_attempts) throw;
             }
         }
     }
@@ -70,15 +70,11 @@ public:
 private:
     // Its row is taken first, as by those who store runs: so nobody waits for somebody who waits.
     template <typename Work> void change(Work work) {
-        try {
-            Transaction transaction(connection_, Transaction::Kind::write);
-            connection_.query("SELECT 1 FROM meta WHERE key = 'next_collection' FOR UPDATE");
-            connection_.query("UPDATE meta SET value = value + 1 WHERE key = 'changes'");
-            work();
-            transaction.commit();
-        } catch (const Conflict &conflict) {
-            throw Unavailable(conflict.what());
-        }
+        Transaction transaction(connection_, Transaction::Kind::write);
+        connection_.query("SELECT 1 FROM meta WHERE key = 'next_collection' FOR UPDATE");
+        connection_.query("UPDATE meta SET value = value + 1 WHERE key = 'changes'");
+        work();
+        transaction.commit();
     }
 
     Connection connection_;

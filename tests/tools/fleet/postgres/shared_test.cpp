@@ -1,0 +1,204 @@
+// Several collectors on one database: who may ask, and what becomes of runs when anything dies.
+#include "../samples.h"
+#include "fleet/store/postgres/open.h"
+#include "fleet/store/writer.h"
+#include "server.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <sys/wait.h>
+
+#include <csignal>
+#include <random>
+#include <set>
+#include <thread>
+
+namespace dtfleet {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+
+class Shared : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!PostgresServer::is_installed()) GTEST_SKIP() << "there is no PostgreSQL server";
+        address = postgres_server().make_database();
+        EXPECT_EQ(postgres::migrate_database(address), 0);
+    }
+    std::vector<std::string> rows(const std::string &sql) const {
+        return PostgresServer::rows_of(address, sql);
+    }
+    void list_devices(size_t count) const {
+        Inventory inventory;
+        for (size_t i = 0; i < count; ++i)
+            inventory.devices.emplace_back().name = fmt::format("device{}", i);
+        postgres::open_store(address, {})->take_inventory(inventory);
+    }
+    std::string address;
+};
+
+constexpr Leases::Duration long_lease = 1h;
+
+TEST_F(Shared, EachDeviceIsClaimedByOneOfAllWhoTry) {
+    constexpr size_t devices = 2000;
+    list_devices(devices);
+    std::mutex mutex;
+    std::multiset<std::string> claimed;
+    const auto collect = [&] {
+        const auto leases = postgres::open_leases(address, "collector");
+        for (;;) {
+            const auto batch = leases->claim(20, 0s, long_lease).leases;
+            if (batch.empty()) return;
+            const std::lock_guard lock(mutex);
+            for (const Lease &lease : batch) claimed.insert(lease.name);
+        }
+    };
+    std::vector<std::thread> collectors;
+    for (int i = 0; i < 4; ++i) collectors.emplace_back(collect);
+    for (std::thread &collector : collectors) collector.join();
+    EXPECT_EQ(claimed.size(), devices);
+    EXPECT_EQ(std::set<std::string>(claimed.begin(), claimed.end()).size(), devices);
+}
+
+RunRecord leased_run(uint64_t number, const Lease &lease, uint64_t value) {
+    RunRecord run = make_run(number, lease.name, static_cast<Microseconds>(number));
+    run.lease.epoch = lease.epoch;
+    run.lease.due = static_cast<Microseconds>(number * 1000);
+    add_number(run, "c", 1, value);
+    return run;
+}
+
+// What a collector brings after its lease has ended is history; it changes nothing that holds now.
+TEST_F(Shared, WhoComesBackLateChangesNothingButHistory) {
+    list_devices(1);
+    const auto store = postgres::open_store(address, {});
+    const auto first = postgres::open_leases(address, "first");
+    const auto second = postgres::open_leases(address, "second");
+    auto early = first->claim(10, 0s, 0s); // ends at once
+    ASSERT_EQ(early.leases.size(), 1U);
+    EXPECT_EQ(first->renew(early.leases, 0s), std::vector<bool>{true}); // nobody has it yet
+    const auto late = second->claim(10, 0s, long_lease);
+    ASSERT_EQ(late.leases.size(), 1U);
+    EXPECT_EQ(late.collectors, 2U);
+    EXPECT_GT(late.leases[0].epoch, early.leases[0].epoch);
+    EXPECT_EQ(first->renew(early.leases, long_lease), std::vector<bool>{false});
+    early.leases[0].due = 99;
+    first->release(early.leases);
+    EXPECT_TRUE(first->claim(10, 0s, long_lease).leases.empty());
+
+    const auto write = [&](const RunRecord &run) { store->write({&run, 1}); };
+    write(leased_run(1, early.leases[0], 70));
+    EXPECT_THAT(rows("SELECT due, last_try FROM device"), ElementsAre("0|0"));
+    write(leased_run(3, late.leases[0], 80));
+    write(leased_run(2, early.leases[0], 70));
+    EXPECT_THAT(rows("SELECT id, history, numbers FROM collection ORDER BY id"),
+                ElementsAre("1|t|{70}", "2|f|{80}", "3|t|{70}"));
+    EXPECT_THAT(rows("SELECT due, lease_until, free_at, last_try FROM device"),
+                ElementsAre("3000|0|3000|3"));
+    EXPECT_EQ(first->claim(10, 0s, long_lease).leases.size(), 1U); // the run's end gave it back
+    store->pause("device0", INT64_MAX);
+    EXPECT_THAT(rows("SELECT free_at FROM device"), ElementsAre("9223372036854775807"));
+}
+
+// ---- kills --------------------------------------------------------------------------------------
+
+constexpr uint64_t values_a_run = 20;
+constexpr Microseconds minute = 60 * second;
+constexpr Retention for_ever{Seconds(0), 0}; // their times are long ago
+
+// One whose values are all different from each other run's.
+RunRecord numbered_run(uint64_t number) {
+    RunRecord run = make_run(number, fmt::format("device{}", number % 7),
+                             static_cast<Microseconds>(number) * minute);
+    run.outcome = Outcome::reset;
+    for (uint64_t i = 0; i < values_a_run; ++i)
+        add_number(run, "c", static_cast<uint32_t>(i), number * values_a_run + i);
+    return run;
+}
+
+[[noreturn]] void write_until_killed(const std::string &address, uint64_t first, int told) {
+    Writer writer(postgres::open_store(address, for_ever));
+    for (uint64_t number = first;; ++number) {
+        writer.put(numbered_run(number));
+        while (writer.counts().writing > 500) std::this_thread::sleep_for(1ms);
+        const uint64_t stored = first - 1 + writer.counts().stored;
+        if (::write(told, &stored, sizeof stored) != sizeof stored) ::_exit(1);
+    }
+}
+
+class Collector { // in a process of its own
+public:
+    Collector(const std::string &address, uint64_t first) {
+        int ends[2];
+        if (::pipe(ends) != 0) throw std::runtime_error("no pipe");
+        child_ = ::fork();
+        if (child_ == 0) {
+            ::close(ends[0]);
+            write_until_killed(address, first, ends[1]);
+        }
+        ::close(ends[1]);
+        listener_ = std::thread([this, told = ends[0]] {
+            uint64_t stored = 0;
+            while (::read(told, &stored, sizeof stored) == sizeof stored) stored_ = stored;
+            ::close(told);
+        });
+    }
+    ~Collector() {
+        ::kill(child_, SIGKILL);
+        ::waitpid(child_, nullptr, 0);
+        listener_.join();
+    }
+    Collector(const Collector &) = delete;
+    Collector &operator=(const Collector &) = delete;
+    uint64_t stored() const { return stored_; } // the last run that was reported so
+
+private:
+    pid_t child_;
+    std::thread listener_;
+    std::atomic<uint64_t> stored_ = 0;
+};
+
+// Two collectors deliver the same runs to a server that is killed, too: each run is stored once
+// and whole, in its order, whatever was reported stored is there, and the states are as if one
+// had written them.
+TEST_F(Shared, KilledAtAnyMomentRunsAreStoredWholeAndOnce) {
+    const char *wanted = std::getenv("DT_KILLS");
+    const int kills = wanted ? std::atoi(wanted) : 3;
+    std::mt19937 random(static_cast<unsigned>(::getpid()));
+    uint64_t first = 1;
+    for (int kill = 0; kill < kills; ++kill) {
+        uint64_t reported = 0;
+        {
+            const Collector one(address, first), other(address, first);
+            const auto is_under_way = [&] { return std::max(one.stored(), other.stored()); };
+            while (is_under_way() < first + 20) std::this_thread::sleep_for(1ms);
+            std::this_thread::sleep_for(std::chrono::milliseconds(random() % 500));
+            if (kill % 3 == 1) postgres_server().stop(random() % 2 ? SIGKILL : SIGQUIT);
+            if (kill % 3 == 1) postgres_server().start();
+            const uint64_t before = is_under_way();
+            while (kill % 3 == 1 && is_under_way() < before + 20) std::this_thread::sleep_for(1ms);
+            reported = is_under_way();
+        }
+        while (rows("SELECT 1 FROM pg_stat_activity WHERE application_name = 'dtfleet'").size() != 0)
+            std::this_thread::sleep_for(1ms); // what they had sent is done
+        SCOPED_TRACE(fmt::format("kill {}: {} reported from {}", kill, reported, first));
+        const uint64_t last = std::stoull(rows("SELECT count(*) FROM collection")[0]);
+        ASSERT_GE(last, reported);
+        ASSERT_THAT(rows(fmt::format("SELECT id FROM collection WHERE time <> id * 60000000 OR "
+                                     "cardinality(numbers) <> {0} OR numbers[1] <> id * {0} OR "
+                                     "numbers[{0}] <> id * {0} + {0} - 1",
+                                     values_a_run)),
+                    testing::IsEmpty());
+        ASSERT_THAT(rows("SELECT sum(failures) FROM device"), ElementsAre(std::to_string(last)));
+        ASSERT_THAT(rows("SELECT r.hour, r.n FROM rollup_hour r WHERE n <> (SELECT count(*) FROM "
+                         "collection c WHERE c.device = r.device AND c.time / 3600000000 = hour)"),
+                    testing::IsEmpty());
+        first = last > 30 ? last - 29 : 1; // some are put again
+    }
+    EXPECT_THAT(rows("SELECT count(*) > 0 FROM rollup"), ElementsAre("t"));
+}
+
+} // namespace
+} // namespace dtfleet
