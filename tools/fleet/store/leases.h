@@ -28,7 +28,7 @@ public:
     using Duration = std::chrono::microseconds;
 
     struct Claimed {
-        Microseconds now = 0;  // by the database's clock
+        Microseconds now = 0;    // by the database's clock
         uint32_t collectors = 0; // at work, this one included
         std::vector<Lease> leases;
     };

@@ -181,7 +181,8 @@ TEST_F(Shared, KilledAtAnyMomentRunsAreStoredWholeAndOnce) {
             while (kill % 3 == 1 && is_under_way() < before + 20) std::this_thread::sleep_for(1ms);
             reported = is_under_way();
         }
-        while (rows("SELECT 1 FROM pg_stat_activity WHERE application_name = 'dtfleet'").size() != 0)
+        while (rows("SELECT 1 FROM pg_stat_activity WHERE application_name = 'dtfleet'").size() !=
+               0)
             std::this_thread::sleep_for(1ms); // what they had sent is done
         SCOPED_TRACE(fmt::format("kill {}: {} reported from {}", kill, reported, first));
         const uint64_t last = std::stoull(rows("SELECT count(*) FROM collection")[0]);

@@ -53,6 +53,12 @@ void Arrivals::judge_log(std::span<const size_t> places) {
     series_.mark_log(key);
 }
 
+std::map<What, uint32_t> Arrivals::counts() const {
+    std::map<What, uint32_t> counts;
+    for (const Value &value : values_) ++counts[value.key->what];
+    return counts;
+}
+
 void Arrivals::give(sqlite::Comparison &comparison) const {
     for (const Value &value : values_) {
         if (value.is_of_log) continue;

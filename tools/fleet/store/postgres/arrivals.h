@@ -4,6 +4,7 @@
 #include "fleet/store/postgres/series.h"
 #include "fleet/store/sqlite/comparison.h"
 
+#include <map>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -23,6 +24,9 @@ public:
 
     bool is_empty() const { return values_.empty(); }
     const std::vector<Log> &logs() const { return logs_; }
+
+    // How often something came under each key.
+    std::map<What, uint32_t> counts() const;
 
     // Gives all values that are not of a log to the comparison.
     void give(sqlite::Comparison &comparison) const;

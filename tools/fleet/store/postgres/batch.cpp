@@ -171,7 +171,12 @@ std::string Batch::compare(const Item &item, States::One &one) {
     Comparison comparison(std::move(state), {run.time, whole, run.keeps_all || is_full, first_row},
                           is_same);
     item.arrivals.give(comparison);
-    comparison.finish();
+    std::optional<std::map<What, uint32_t>> counts; // that are seldom wanted
+    comparison.finish([&](int64_t missing, uint32_t ordinal) {
+        if (!counts) counts = item.arrivals.counts();
+        const auto found = counts->find(series_.facts_of(missing).what);
+        return found != counts->end() && found->second > ordinal;
+    });
     state = std::move(comparison.state());
     for (Entry &entry : state.entries) {
         if (entry.form != Entry::Form::row) continue;
@@ -193,7 +198,7 @@ std::string Batch::list_history(const Item &item) {
     nothing.hour = sqlite::hour_of(run.time);
     Comparison comparison(std::move(nothing), {run.time, false, true, first_row}, {});
     item.arrivals.give(comparison);
-    comparison.finish();
+    comparison.finish({});
     rollups_.close(item.device->id, run.command, comparison.state());
     return columns_of(comparison.rows());
 }
@@ -227,6 +232,7 @@ void Batch::copy(const char *sql, const Rows &rows) {
     if (rows.is_empty()) return;
     connection_.begin_copy(sql);
     connection_.put(rows.data());
+    staged_bytes_ += rows.data().size();
     connection_.end_copy();
 }
 

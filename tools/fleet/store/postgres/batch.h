@@ -19,6 +19,8 @@ public:
     // can be done again, by another batch.
     void store();
 
+    size_t staged_bytes() const { return staged_bytes_; }
+
 private:
     struct Known {
         int64_t id = 0;
@@ -56,6 +58,7 @@ private:
     Rollups rollups_;
     LogBook logs_;
     int64_t place_ = 0;
+    size_t staged_bytes_ = 0;
     Rows rows_{26};
 };
 

@@ -127,7 +127,8 @@ std::vector<std::optional<std::string_view>> Result::texts(int row, int column) 
 
 void Connection::Finish::operator()(pg_conn *connection) const { PQfinish(connection); }
 
-Connection::Connection(std::string address) : address_(std::move(address)) {}
+Connection::Connection(std::string address, Access access)
+    : address_(std::move(address)), access_(access) {}
 
 // What the address itself says comes last, and so it holds.
 void Connection::connect() {
@@ -148,6 +149,7 @@ void Connection::connect() {
     PQsetNoticeProcessor(
         handle_.get(), [](void *, const char *) {}, nullptr);
     execute(session_settings);
+    if (access_ == Access::read) execute("SET default_transaction_read_only = on");
 }
 
 void Connection::fail(const pg_result *result) {

@@ -88,8 +88,13 @@ public:
 // outside of any transaction, made anew when it was lost.
 class Connection {
 public:
+    enum class Access {
+        write,
+        read, // as a second line of defence, whatever the role may do
+    };
+
     // An address as libpq knows it: "postgresql://...".
-    explicit Connection(std::string address);
+    explicit Connection(std::string address, Access access = Access::write);
 
     // Connects, if that has not been done or the connection was lost.
     void connect();
@@ -129,6 +134,7 @@ private:
     [[noreturn]] void fail(const pg_result *result);
 
     std::string address_;
+    Access access_;
     std::unique_ptr<pg_conn, Finish> handle_;
     uint64_t session_ = 0;
 };

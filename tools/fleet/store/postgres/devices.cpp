@@ -62,9 +62,10 @@ void take_devices(Connection &connection, const std::vector<Device> &devices) {
 // ---- what operators do --------------------------------------------------------------------------
 
 void pause_device(Connection &connection, const std::string &name, Microseconds until) {
-    connection.query("UPDATE device SET paused_until = $1, free_at = greatest(due, lease_until, $1) "
-                     "WHERE id = $2", until,
-                     known_device(connection, name));
+    connection.query(
+        "UPDATE device SET paused_until = $1, free_at = greatest(due, lease_until, $1) "
+        "WHERE id = $2",
+        until, known_device(connection, name));
 }
 
 // Whether the inventory has been changed before or comes after makes no difference: the row that

@@ -230,12 +230,11 @@ DECLARE kept bigint;
 BEGIN
     PERFORM pg_advisory_xact_lock(hashtext('dtfleet'), 1);
     CREATE TEMPORARY TABLE kept_run ON COMMIT DROP AS
-        SELECT DISTINCT ON (s.device, s.command) c.* FROM state s
-        JOIN device d ON d.id = s.device AND d.name IS NOT NULL
-        JOIN collection c ON c.device = s.device AND c.command = s.command AND c.outcome = 0
-             AND c.time >= dropped * 86400000000 AND c.time < (dropped + 1) * 86400000000
-        WHERE s.full_day = dropped AND NOT c.history
-        ORDER BY s.device, s.command, c.id;
+        SELECT c.* FROM state s JOIN device d ON d.id = s.device AND d.name IS NOT NULL,
+             LATERAL (SELECT * FROM collection WHERE device = s.device AND command = s.command
+                      AND time >= dropped * 86400000000 AND time < (dropped + 1) * 86400000000
+                      AND outcome = 0 AND NOT history ORDER BY time, id LIMIT 1) c
+        WHERE s.full_day = dropped;
     EXECUTE format('DROP TABLE IF EXISTS %I', day_name(dropped));
     DELETE FROM day_kept WHERE day = dropped;
     IF EXISTS (SELECT 1 FROM kept_run) THEN
@@ -331,6 +330,13 @@ BEGIN
                              CASE WHEN r.due = 0 OR r.keeps THEN o.lease_until ELSE 0 END AS until) t
         WHERE r.turn = i AND NOT r.history AND d.id = r.device AND o.id = d.id;
     END LOOP;
+
+    DELETE FROM stage_run;
+    DELETE FROM stage_state;
+    DELETE FROM stage_long;
+    DELETE FROM stage_rollup;
+    DELETE FROM stage_log;
+    DELETE FROM stage_tail;
 END $$;
 )";
 
@@ -359,25 +365,21 @@ CREATE TEMPORARY TABLE stage_run(
     reason text, identity integer, address text, messages bigint, bytes bigint, resends bigint,
     to_connect bigint, to_opening bigint, to_end bigint, history boolean, series integer[],
     ordinals integer[], numbers bigint[], texts bytea[],
-    turn integer, tells boolean, imported boolean, epoch bigint, due bigint, keeps boolean)
-    ON COMMIT DELETE ROWS;
+    turn integer, tells boolean, imported boolean, epoch bigint, due bigint, keeps boolean);
 CREATE TEMPORARY TABLE stage_state(
     device integer, command bigint, serial bigint, time bigint, full_day bigint, hour bigint,
-    entries bytea) ON COMMIT DELETE ROWS;
+    entries bytea);
 ALTER TABLE stage_state ALTER entries SET STORAGE EXTERNAL;
 CREATE TEMPORARY TABLE stage_long(
-    device integer, command bigint, series integer, ordinal integer, bytes bytea)
-    ON COMMIT DELETE ROWS;
+    device integer, command bigint, series integer, ordinal integer, bytes bytea);
 CREATE TEMPORARY TABLE stage_rollup(
     device integer, command bigint, hour bigint, serial bigint, series integer[],
-    ordinals integer[], n bigint[], min bigint[], max bigint[], last bigint[])
-    ON COMMIT DELETE ROWS;
+    ordinals integer[], n bigint[], min bigint[], max bigint[], last bigint[]);
 CREATE TEMPORARY TABLE stage_log(
     device integer, series integer, seq bigint, stamp bytea, text bytea, place bigint,
-    time bigint, gap_before boolean) ON COMMIT DELETE ROWS;
+    time bigint, gap_before boolean);
 CREATE TEMPORARY TABLE stage_tail(
-    device integer, series integer, command bigint, first bigint, count bigint, hash bigint)
-    ON COMMIT DELETE ROWS;
+    device integer, series integer, command bigint, first bigint, count bigint, hash bigint);
 )";
 
 // 0: there are no tables.
@@ -434,5 +436,10 @@ void check_schema(Connection &connection) {
 }
 
 void make_stage(Connection &connection) { connection.execute(stage); }
+
+void sweep_stage(Connection &connection) {
+    connection.execute(
+        "VACUUM stage_run, stage_state, stage_long, stage_rollup, stage_log, stage_tail");
+}
 
 } // namespace dtfleet::postgres

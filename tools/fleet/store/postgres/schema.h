@@ -18,4 +18,8 @@ void check_schema(Connection &connection);
 // Temporary tables through which runs go to store_staged(); for each session once.
 void make_stage(Connection &connection);
 
+// Gives free what they held. To be called now and then: emptying them as part of each transaction
+// means to cut their files, which takes longer than all the rest.
+void sweep_stage(Connection &connection);
+
 } // namespace dtfleet::postgres

@@ -18,7 +18,7 @@ void SeriesTable::begin_batch() {
     new_logs_.clear();
     if (keys_.size() > most_keys || collectors_.size() > most_collectors) {
         keys_.clear();
-        signs_.clear();
+        facts_.clear();
         numbers_.clear();
         collectors_.clear();
     }
@@ -39,8 +39,7 @@ uint32_t SeriesTable::number_of(const std::string &collector) {
 
 Key &SeriesTable::key_of(const Sample &sample) {
     const uint32_t collector = collectors_of_run_[sample.collector];
-    const std::pair<uint64_t, uint32_t> what{uint64_t{collector} << 32 | sample.section,
-                                             sample.key};
+    const What what{uint64_t{collector} << 32 | sample.section, sample.key};
     const auto [known, is_new] = keys_.try_emplace(what);
     Key &key = known->second;
     if (is_new) {
@@ -117,7 +116,7 @@ void SeriesTable::find(const Places &places) {
         wanted.key->ids[place_of(wanted.type)] = id;
         wanted.key->is_signed = found.number(row, 2) != 0;
         wanted.key->is_known_log |= found.number(row, 3) != 0;
-        signs_[id] = {wanted.type, wanted.key->is_signed};
+        facts_[id] = {wanted.type, wanted.key->is_signed, wanted.key->what};
     }
 }
 
@@ -128,16 +127,19 @@ void SeriesTable::mark_new_logs() {
     new_logs_.clear();
 }
 
-SeriesTable::Sign SeriesTable::sign_of(int64_t series) {
-    const auto [known, is_new] = signs_.try_emplace(series);
-    if (is_new) {
-        const Result found =
-            connection_.query("SELECT type, signed FROM series WHERE id = $1", series);
-        if (found.rows() != 0)
-            known->second = {static_cast<dt::decode::Kind>(found.number(0, 0)),
-                             found.number(0, 1) != 0};
-    }
-    return known->second;
+const SeriesTable::Facts &SeriesTable::facts_of(int64_t series) {
+    const auto [known, is_new] = facts_.try_emplace(series);
+    Facts &facts = known->second;
+    if (!is_new) return facts;
+    const Result found = connection_.query(
+        "SELECT type, signed, collector, section, key FROM series WHERE id = $1", series);
+    if (found.rows() == 0) return facts;
+    const uint64_t collector = number_of(std::string(found.bytes(0, 2)));
+    facts.type = static_cast<dt::decode::Kind>(found.number(0, 0));
+    facts.is_signed = found.number(0, 1) != 0;
+    facts.what = {collector << 32 | static_cast<uint32_t>(found.number(0, 3)),
+                  static_cast<uint32_t>(found.number(0, 4))};
+    return facts;
 }
 
 // What is said of one section holds before what is said of all.
@@ -158,7 +160,7 @@ void SeriesTable::take_meanings(const std::vector<SeriesMeaning> &meanings) {
     for (const SeriesMeaning &meaning : meanings)
         meanings_.emplace(std::pair(meaning.collector, meaning.key), meaning);
     keys_.clear();
-    signs_.clear();
+    facts_.clear();
     std::vector<int64_t> ids, signs;
     std::vector<std::string> names, units;
     const Result all = connection_.query("SELECT id, collector, section, key FROM series");

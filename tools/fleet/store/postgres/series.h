@@ -16,15 +16,18 @@
 
 namespace dtfleet::postgres {
 
+// Section and key with the number that a collector has in this process.
+using What = std::pair<uint64_t, uint32_t>;
+
 // What arrives under one collector, section and key.
 struct Key {
     bool is_signed = false;
-    bool is_known_log = false;          // the table says so already
-    std::optional<bool> log;            // what the inventory says about its strings
-    std::array<int64_t, 5> ids{};       // of its series by type; 0: not known yet
-    uint64_t run = 0;                   // in which it arrived last,
-    uint32_t arrivals = 0;              // and how often in it
-    std::pair<uint64_t, uint32_t> what; // section and key with the collector's number
+    bool is_known_log = false;    // the table says so already
+    std::optional<bool> log;      // what the inventory says about its strings
+    std::array<int64_t, 5> ids{}; // of its series by type; 0: not known yet
+    uint64_t run = 0;             // in which it arrived last,
+    uint32_t arrivals = 0;        // and how often in it
+    What what;
 };
 
 class SeriesTable {
@@ -50,12 +53,12 @@ public:
     // What keys mean, from now on and for the series that are there.
     void take_meanings(const std::vector<SeriesMeaning> &meanings);
 
-    // How the numbers of a series compare.
-    struct Sign {
+    struct Facts {
         dt::decode::Kind type = dt::decode::Kind::int32;
         bool is_signed = false;
+        What what{UINT64_MAX, 0};
     };
-    Sign sign_of(int64_t series);
+    const Facts &facts_of(int64_t series);
 
 private:
     struct Wanted {
@@ -63,7 +66,7 @@ private:
         dt::decode::Kind type;
     };
     struct Hash {
-        size_t operator()(const std::pair<uint64_t, uint32_t> &what) const {
+        size_t operator()(const What &what) const {
             return (what.first * 0x9e3779b97f4a7c15U + what.second) * 0xff51afd7ed558ccdU >> 7;
         }
     };
@@ -87,8 +90,8 @@ private:
     std::multimap<std::pair<std::string, uint32_t>, SeriesMeaning> meanings_;
     std::unordered_map<std::string, uint32_t> numbers_; // of collectors, in this process
     std::vector<std::string> collectors_;               // by their numbers
-    std::unordered_map<std::pair<uint64_t, uint32_t>, Key, Hash> keys_;
-    std::unordered_map<int64_t, Sign> signs_;
+    std::unordered_map<What, Key, Hash> keys_;
+    std::unordered_map<int64_t, Facts> facts_;
     std::vector<Wanted> wanted_;
     std::vector<Key *> new_logs_;
     uint64_t run_ = 0;

@@ -5,12 +5,14 @@
 #include "fleet/store/postgres/days.h"
 #include "fleet/store/postgres/devices.h"
 #include "fleet/store/postgres/schema.h"
+#include "host/failure.h"
 
 namespace dtfleet {
 namespace postgres {
 namespace {
 
-constexpr int most_attempts = 5; // when others write runs of the same devices
+constexpr int most_attempts = 5;           // when others write runs of the same devices
+constexpr size_t most_staged = 16'000'000; // bytes
 
 class PostgresStore final : public Store {
 public:
@@ -20,12 +22,10 @@ public:
     }
 
     void write(std::span<const RunRecord> runs) override {
-        connection_.connect();
-        if (std::exchange(staged_, connection_.session()) != connection_.session())
-            make_stage(connection_);
+        prepare_stage();
         for (int attempt = 1;; ++attempt) {
             try {
-                return Batch(connection_, series_, runs).store();
+                return write_once(runs);
             } catch (const Conflict &) {
                 if (attempt == most_attempts) throw;
             }
@@ -42,6 +42,10 @@ public:
         if (purge_some(connection_)) return true;
         make_next_days(connection_);
         return !is_clock_held() && drop_old_day(connection_, retention_);
+    }
+
+    bool back_up(const std::string &) override {
+        throw dtctl::Failure(dtctl::Exit::usage, "a shared database is copied with pg_dump");
     }
 
     // Its disk is the server's to watch; here it is enough that it answers, and can write.
@@ -68,6 +72,25 @@ public:
     void accept_clock() override {}
 
 private:
+    void prepare_stage() {
+        connection_.connect();
+        if (stage_session_ != connection_.session()) {
+            make_stage(connection_);
+            staged_bytes_ = 0;
+        }
+        stage_session_ = connection_.session();
+        if (staged_bytes_ > most_staged) {
+            sweep_stage(connection_);
+            staged_bytes_ = 0;
+        }
+    }
+
+    void write_once(std::span<const RunRecord> runs) {
+        Batch batch(connection_, series_, runs);
+        batch.store();
+        staged_bytes_ += batch.staged_bytes();
+    }
+
     // Its row is taken first, as by those who store runs: so nobody waits for somebody who waits.
     template <typename Work> void change(Work work) {
         Transaction transaction(connection_, Transaction::Kind::write);
@@ -80,7 +103,8 @@ private:
     Connection connection_;
     Retention retention_;
     SeriesTable series_;
-    uint64_t staged_ = 0; // the session that has the stage
+    uint64_t stage_session_ = 0; // that has the stage,
+    size_t staged_bytes_ = 0;    // and what went over it since it was swept
 };
 
 } // namespace

@@ -96,9 +96,9 @@ Rollups::One &Rollups::at(const Hour &hour) {
 }
 
 void Rollups::join(int64_t series, Sum &sum, const Sum &later) {
-    const auto [type, is_signed] = series_.sign_of(series);
-    if (is_less(later.min, sum.min, type, is_signed)) sum.min = later.min;
-    if (is_less(sum.max, later.max, type, is_signed)) sum.max = later.max;
+    const SeriesTable::Facts &facts = series_.facts_of(series);
+    if (is_less(later.min, sum.min, facts.type, facts.is_signed)) sum.min = later.min;
+    if (is_less(sum.max, later.max, facts.type, facts.is_signed)) sum.max = later.max;
     sum.last = later.last;
     sum.n += later.n;
 }
