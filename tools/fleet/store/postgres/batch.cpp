@@ -17,6 +17,9 @@ using Form = StoredValue::Form;
 // A device that brings other keys each time must not make its state grow for a whole hour.
 constexpr size_t most_entries = 50'000;
 
+constexpr const char *find_by_name =
+    "SELECT name, id, epoch, last_try FROM device WHERE name = ANY($1)";
+
 // In a comparison, numbers of rows from here on are of the run itself.
 constexpr int64_t first_row = int64_t{1} << 62;
 
@@ -83,18 +86,20 @@ void Batch::find_devices() {
     std::vector<std::string> names;
     for (const RunRecord *run : new_runs_)
         if (devices_.try_emplace(run->device).second) names.push_back(run->device);
-    take_ids(connection_.query("SELECT name, id, epoch FROM device WHERE name = ANY($1)", names));
+    take_ids(connection_.query(find_by_name, names));
     std::erase_if(names, [&](const std::string &name) { return devices_[name].id != 0; });
     if (names.empty()) return;
     connection_.query("INSERT INTO device(name) SELECT * FROM unnest($1) ON CONFLICT DO NOTHING",
                       names);
-    take_ids(connection_.query("SELECT name, id, epoch FROM device WHERE name = ANY($1)", names));
+    take_ids(connection_.query(find_by_name, names));
 }
 
 void Batch::take_ids(const Result &devices) {
     for (int row = 0; row < devices.rows(); ++row) {
         Known &known = devices_[std::string(devices.bytes(row, 0))];
-        known = {devices.number(row, 1), devices.number(row, 2), 0};
+        known.id = devices.number(row, 1);
+        known.epoch = devices.number(row, 2);
+        known.last_try = devices.number(row, 3);
     }
 }
 
@@ -143,9 +148,11 @@ void Batch::compute(const Item &item) {
         values = compare(item, one);
     else
         values = columns_of({});
-    if (!history)
+    if (!history) {
         for (const Arrivals::Log &log : item.arrivals.logs())
             logs_.take(run, item.device->id, place_, log);
+        note(run, *item.device);
+    }
     put_run(item, history, values);
 }
 
@@ -211,9 +218,39 @@ void Batch::put_run(const Item &item, bool is_history, const std::string &values
     rows_.bytes(shown(run.address)).int8(run.messages).int8(static_cast<int64_t>(run.bytes));
     rows_.int8(run.resends).int8(run.to_connect).int8(run.to_opening).int8(run.to_end);
     rows_.truth(is_history).raw(values);
-    const bool tells = run.kind != Kind::selftest && run.outcome != Outcome::stopped;
-    rows_.int4(is_history ? 0 : item.device->turns++).truth(tells).truth(run.imported);
-    rows_.int8(run.lease.epoch).int8(run.lease.due).truth(run.lease.keeps);
+}
+
+// A run that this service cut off says nothing of the device.
+void Batch::note(const RunRecord &run, Known &device) {
+    if (run.identity) device.identity = run.identity;
+    if (!run.address.empty()) device.address = run.address;
+    if (run.lease.epoch != 0) device.lease = run.lease;
+    if (run.kind == Kind::selftest || run.outcome == Outcome::stopped) return;
+    if (run.imported && device.last_try >= run.time) return;
+    device.last = &run;
+    device.last_try = run.time;
+    if (is_whole(run.outcome)) {
+        device.last_ok = run.time;
+        device.failures = 0;
+    } else {
+        ++device.failures;
+    }
+}
+
+void Batch::stage_devices(Rows &rows) const {
+    for (const auto &[name, device] : devices_) {
+        const bool tells = device.last != nullptr;
+        rows.row().int4(device.id).int8(device.lease.epoch);
+        device.identity ? rows.int4(*device.identity) : rows.null();
+        rows.bytes(shown(device.address)).truth(tells).int8(device.last_try);
+        device.last_ok ? rows.int8(*device.last_ok) : rows.null();
+        rows.int8(device.failures);
+        const RunRecord nothing;
+        const RunRecord &last = tells ? *device.last : nothing;
+        rows.int2(static_cast<int64_t>(last.outcome)).bytes(shown(last.reason));
+        rows.int8(int64_t{last.to_connect} + last.to_opening + last.to_end);
+        rows.int8(device.lease.due).truth(device.lease.keeps);
+    }
 }
 
 // ---- into the database --------------------------------------------------------------------------
@@ -240,12 +277,14 @@ void Batch::copy(const char *sql, const Rows &rows) {
 // of the transaction it waits for nothing that this side does.
 void Batch::commit() {
     make_days();
-    Rows states(7), longs(5), rollups(10), lines(8), tails(6);
+    Rows devices(13), states(7), longs(5), rollups(10), lines(8), tails(6);
+    stage_devices(devices);
     states_.stage(states, longs);
     rollups_.stage(rollups);
     logs_.stage(lines, tails);
     Transaction transaction(connection_, Transaction::Kind::write);
     copy("COPY stage_run FROM STDIN (FORMAT binary)", rows_);
+    copy("COPY stage_device FROM STDIN (FORMAT binary)", devices);
     copy("COPY stage_state FROM STDIN (FORMAT binary)", states);
     copy("COPY stage_long FROM STDIN (FORMAT binary)", longs);
     copy("COPY stage_rollup FROM STDIN (FORMAT binary)", rollups);

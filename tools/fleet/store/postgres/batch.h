@@ -22,10 +22,17 @@ public:
     size_t staged_bytes() const { return staged_bytes_; }
 
 private:
+    // A device, and what the batch tells of it.
     struct Known {
         int64_t id = 0;
-        int64_t epoch = 0; // of the lease that holds
-        int64_t turns = 0; // runs that tell of it so far
+        int64_t epoch = 0;               // of the lease that holds
+        int64_t last_try = 0;            // as all that follows, those that are stored included
+        const RunRecord *last = nullptr; // that tells of it
+        std::optional<Microseconds> last_ok;
+        int64_t failures = 0; // since
+        std::optional<uint16_t> identity;
+        std::string address;
+        LeaseMark lease;
     };
     // A run with what else is known of it.
     struct Item {
@@ -44,7 +51,9 @@ private:
     bool is_history(const Item &item, const States::One &one) const;
     std::string compare(const Item &item, States::One &one);
     std::string list_history(const Item &item);
+    static void note(const RunRecord &run, Known &device);
     void put_run(const Item &item, bool is_history, const std::string &values);
+    void stage_devices(Rows &rows) const;
     void copy(const char *sql, const Rows &rows);
     void commit();
 
@@ -59,7 +68,7 @@ private:
     LogBook logs_;
     int64_t place_ = 0;
     size_t staged_bytes_ = 0;
-    Rows rows_{26};
+    Rows rows_{20};
 };
 
 } // namespace dtfleet::postgres

@@ -256,20 +256,21 @@ CREATE VIEW day AS
 // Takes what is staged, once the row of the next id is held: who writes at the same time waits
 // there, so what is checked stays true until the commit.
 constexpr const char *store_function = R"(
-CREATE FUNCTION store_staged() RETURNS void LANGUAGE plpgsql AS $$
+-- The little that is staged is to be looked up in large tables, whatever is known of their sizes.
+CREATE FUNCTION store_staged() RETURNS void LANGUAGE plpgsql
+SET enable_hashjoin = off SET enable_mergejoin = off AS $$
 DECLARE
     base bigint;
     staged bigint;
     stored bigint;
-    turns integer;
 BEGIN
-    SELECT count(*), coalesce(max(turn), -1) INTO staged, turns FROM stage_run;
+    SELECT count(*) INTO staged FROM stage_run;
     UPDATE meta SET value = value + staged WHERE key = 'next_collection'
         RETURNING value - staged INTO base;
-    PERFORM 1 FROM device WHERE id IN (SELECT device FROM stage_run) ORDER BY id
+    PERFORM 1 FROM device WHERE id IN (SELECT device FROM stage_device) ORDER BY id
         FOR NO KEY UPDATE;
-    IF EXISTS (SELECT 1 FROM stage_run r LEFT JOIN device d ON d.id = r.device
-               WHERE d.id IS NULL OR NOT r.history AND r.epoch <> 0 AND r.epoch <> d.epoch)
+    IF EXISTS (SELECT 1 FROM stage_device n LEFT JOIN device d ON d.id = n.device
+               WHERE d.id IS NULL OR n.epoch <> 0 AND n.epoch <> d.epoch)
        OR EXISTS (SELECT 1 FROM stage_state n LEFT JOIN state s USING (device, command)
                   WHERE coalesce(s.serial, 0) <> n.serial)
        OR EXISTS (SELECT 1 FROM stage_rollup n LEFT JOIN rollup r USING (device, command, hour)
@@ -307,31 +308,25 @@ BEGIN
         ON CONFLICT (device, series, command) DO UPDATE SET first = excluded.first,
             count = excluded.count, hash = excluded.hash;
 
-    -- What runs tell of their devices, of one run after the other.
-    FOR i IN 0 .. turns LOOP
-        UPDATE device d SET
-            identity_seen = coalesce(r.identity, d.identity_seen),
-            identity_expected = coalesce(d.identity_expected, r.identity),
-            address_seen = CASE WHEN r.address = '' THEN d.address_seen ELSE r.address END,
-            last_try = CASE WHEN t.tells THEN r.time ELSE d.last_try END,
-            last_ok = CASE WHEN t.tells AND r.outcome = 0 THEN r.time ELSE d.last_ok END,
-            failures = CASE WHEN NOT t.tells THEN d.failures WHEN r.outcome = 0 THEN 0
-                            ELSE d.failures + 1 END,
-            last_outcome = CASE WHEN t.tells THEN r.outcome ELSE d.last_outcome END,
-            last_reason = CASE WHEN t.tells THEN r.reason ELSE d.last_reason END,
-            last_duration = CASE WHEN t.tells THEN r.to_connect + r.to_opening + r.to_end
-                                 ELSE d.last_duration END,
-            due = CASE WHEN r.due <> 0 THEN r.due ELSE d.due END,
-            lease_until = t.until,
-            free_at = greatest(CASE WHEN r.due <> 0 THEN r.due ELSE d.due END, t.until,
-                               d.paused_until)
-        FROM stage_run r, device o,
-             LATERAL (SELECT r.tells AND (NOT r.imported OR o.last_try < r.time) AS tells,
-                             CASE WHEN r.due = 0 OR r.keeps THEN o.lease_until ELSE 0 END AS until) t
-        WHERE r.turn = i AND NOT r.history AND d.id = r.device AND o.id = d.id;
-    END LOOP;
+    UPDATE device d SET
+        identity_seen = coalesce(n.identity, d.identity_seen),
+        identity_expected = coalesce(d.identity_expected, n.identity),
+        address_seen = CASE WHEN n.address = '' THEN d.address_seen ELSE n.address END,
+        last_try = CASE WHEN n.tells THEN n.last_try ELSE d.last_try END,
+        last_ok = coalesce(n.last_ok, d.last_ok),
+        failures = n.failures + CASE WHEN n.last_ok IS NULL THEN d.failures ELSE 0 END,
+        last_outcome = CASE WHEN n.tells THEN n.outcome ELSE d.last_outcome END,
+        last_reason = CASE WHEN n.tells THEN n.reason ELSE d.last_reason END,
+        last_duration = CASE WHEN n.tells THEN n.duration ELSE d.last_duration END,
+        due = t.due, lease_until = t.until,
+        free_at = greatest(t.due, t.until, d.paused_until)
+    FROM stage_device n, device o,
+         LATERAL (SELECT CASE WHEN n.due = 0 THEN o.due ELSE n.due END AS due,
+                         CASE WHEN n.due = 0 OR n.keeps THEN o.lease_until ELSE 0 END AS until) t
+    WHERE d.id = n.device AND o.id = n.device;
 
     DELETE FROM stage_run;
+    DELETE FROM stage_device;
     DELETE FROM stage_state;
     DELETE FROM stage_long;
     DELETE FROM stage_rollup;
@@ -364,8 +359,11 @@ CREATE TEMPORARY TABLE stage_run(
     time bigint, run uuid, place bigint, device integer, command bigint, outcome smallint,
     reason text, identity integer, address text, messages bigint, bytes bigint, resends bigint,
     to_connect bigint, to_opening bigint, to_end bigint, history boolean, series integer[],
-    ordinals integer[], numbers bigint[], texts bytea[],
-    turn integer, tells boolean, imported boolean, epoch bigint, due bigint, keeps boolean);
+    ordinals integer[], numbers bigint[], texts bytea[]);
+CREATE TEMPORARY TABLE stage_device(
+    device integer, epoch bigint, identity integer, address text, tells boolean, last_try bigint,
+    last_ok bigint, failures bigint, outcome smallint, reason text, duration bigint, due bigint,
+    keeps boolean);
 CREATE TEMPORARY TABLE stage_state(
     device integer, command bigint, serial bigint, time bigint, full_day bigint, hour bigint,
     entries bytea);
@@ -438,8 +436,8 @@ void check_schema(Connection &connection) {
 void make_stage(Connection &connection) { connection.execute(stage); }
 
 void sweep_stage(Connection &connection) {
-    connection.execute(
-        "VACUUM stage_run, stage_state, stage_long, stage_rollup, stage_log, stage_tail");
+    connection.execute("VACUUM stage_run, stage_device, stage_state, stage_long, stage_rollup, "
+                       "stage_log, stage_tail");
 }
 
 } // namespace dtfleet::postgres

@@ -9,11 +9,17 @@ namespace {
 constexpr size_t most_keys = 500'000;
 constexpr size_t most_collectors = 50'000;
 
+constexpr int64_t is_wanted = -1; // in the place of an id
+
 constexpr size_t place_of(dt::decode::Kind type) { return static_cast<size_t>(type); }
 
 } // namespace
 
 void SeriesTable::begin_batch() {
+    for (const Wanted &wanted : wanted_) { // the last batch failed
+        int64_t &id = wanted.key->ids[place_of(wanted.type)];
+        if (id == is_wanted) id = 0;
+    }
     wanted_.clear();
     new_logs_.clear();
     if (keys_.size() > most_keys || collectors_.size() > most_collectors) {
@@ -51,9 +57,11 @@ Key &SeriesTable::key_of(const Sample &sample) {
     return key;
 }
 
-// One that is wanted twice is made once.
 void SeriesTable::want(Key &key, dt::decode::Kind type) {
-    if (key.ids[place_of(type)] == 0) wanted_.push_back({&key, type});
+    int64_t &id = key.ids[place_of(type)];
+    if (id != 0) return;
+    wanted_.push_back({&key, type});
+    id = is_wanted;
 }
 
 // Its string series is wanted already.
@@ -157,6 +165,7 @@ const SeriesMeaning &SeriesTable::meaning_of(const std::string &collector, uint3
 
 void SeriesTable::take_meanings(const std::vector<SeriesMeaning> &meanings) {
     meanings_.clear();
+    wanted_.clear();
     for (const SeriesMeaning &meaning : meanings)
         meanings_.emplace(std::pair(meaning.collector, meaning.key), meaning);
     keys_.clear();

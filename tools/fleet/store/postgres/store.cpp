@@ -11,8 +11,8 @@ namespace dtfleet {
 namespace postgres {
 namespace {
 
-constexpr int most_attempts = 5;           // when others write runs of the same devices
-constexpr size_t most_staged = 16'000'000; // bytes
+constexpr int most_attempts = 5;          // when others write runs of the same devices
+constexpr size_t most_staged = 8'000'000; // bytes
 
 class PostgresStore final : public Store {
 public:

@@ -1,0 +1,181 @@
+// What the shared store of dtfleet costs beside bare COPY of the same arrays in transactions of the
+// same size, on a server of its own; how fast collectors claim devices, one, two and four of them;
+// and how long a day of one series takes to read.
+//
+// usage: fleet_postgres [MILLIONS OF VALUES [DEVICES]]
+#include "fleet.h"
+#include "fleet/store/postgres/connection.h"
+#include "fleet/store/postgres/copy.h"
+#include "fleet/store/postgres/open.h"
+#include "tests/tools/fleet/postgres/server.h"
+
+#include <endian.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+namespace {
+
+using namespace dtfleet;
+using Clock = std::chrono::steady_clock;
+using Runs = std::vector<RunRecord>;
+
+constexpr uint32_t values_a_run = 100;
+constexpr uint64_t runs_a_transaction = 1000;
+constexpr Microseconds begin_time = 1'800'057'600'000'000; // a day's
+
+uint64_t scatter(uint64_t number) { return number * 0x9e3779b97f4a7c15U; }
+
+RunRecord make_run(uint64_t number, uint64_t devices) {
+    RunRecord run;
+    const uint64_t id = htobe64(number); // they grow, as the engine's do
+    std::memcpy(run.id.data(), &id, sizeof id);
+    run.device = "device " + std::to_string(number % devices);
+    run.time =
+        begin_time + static_cast<Microseconds>(number / devices * 60'000'000 + number % devices);
+    run.keeps_all = true;
+    run.outcome = Outcome::whole;
+    run.samples.collectors = {"collector"};
+    for (uint32_t key = 0; key < values_a_run; ++key) {
+        Sample &sample = run.samples.list.emplace_back();
+        sample.key = key;
+        sample.number = scatter(number * values_a_run + key) >> 32;
+    }
+    return run;
+}
+
+double seconds(auto work) {
+    const auto begin = Clock::now();
+    work();
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+// As many columns as the store's rows have, and no index.
+class Bare {
+public:
+    explicit Bare(const std::string &address) : connection_(address) {
+        connection_.execute("CREATE TABLE bare(time bigint, run uuid, device integer, outcome "
+                            "smallint, series integer[], numbers bigint[])");
+    }
+    void write(const Runs &runs) {
+        using namespace postgres;
+        Rows rows(6);
+        for (const RunRecord &run : runs) {
+            const auto &list = run.samples.list;
+            rows.row().int8(run.time).uuid(run.id).int4(1).int2(0);
+            rows.array(Type::int4, list.size(), false,
+                       [&](size_t i) { rows.int4(list[i].key + 1); });
+            rows.array(Type::int8, list.size(), false,
+                       [&](size_t i) { rows.int8(static_cast<int64_t>(list[i].number)); });
+        }
+        connection_.begin_copy("COPY bare FROM STDIN (FORMAT binary)");
+        connection_.put(rows.data());
+        connection_.end_copy();
+    }
+
+private:
+    postgres::Connection connection_;
+};
+
+// By turns, so that both meet the same machine.
+bool measure_writes(const std::string &address, uint64_t runs, uint64_t devices) {
+    Bare bare(address);
+    const auto store = postgres::open_store(address, {Seconds(0), 0});
+    double copied = 0;
+    double stored = 0;
+    for (uint64_t done = 0; done < runs;) {
+        Runs some;
+        for (uint64_t i = 0; i < runs_a_transaction && done < runs; ++i)
+            some.push_back(make_run(done++, devices));
+        copied += seconds([&] { bare.write(some); });
+        stored += seconds([&] { store->write(some); });
+    }
+    const auto values = static_cast<double>(runs * values_a_run);
+    fleet::show("bare COPY: values/s", values / copied);
+    fleet::show("store, all: values/s", values / stored);
+    return fleet::show("store, all: rate beside bare COPY", copied / stored, fleet::Bound::at_least,
+                       0.5);
+}
+
+bool measure_reading(const std::string &address, uint64_t devices, uint64_t runs) {
+    const auto reader = postgres::open_reader(address);
+    const auto device = reader->device("device 0");
+    const int64_t series = reader->series().at(42).id;
+    double best = 1;
+    size_t points = 0;
+    for (int i = 0; i < 10; ++i)
+        best = std::min(best, seconds([&] {
+                            points = reader
+                                         ->points(device->id, series, 0, begin_time,
+                                                  begin_time + 86'400'000'000, 1500)
+                                         .size();
+                        }));
+    fleet::show("runs of the device", static_cast<double>(runs / devices));
+    fleet::show("columns read", static_cast<double>(points));
+    return fleet::show("a day of one series, warm: ms", best * 1000, fleet::Bound::at_most, 50);
+}
+
+// Claims a second of so many collectors, until no device is left.
+double claim_rate(const std::string &address, size_t devices, int collectors) {
+    std::vector<std::unique_ptr<Leases>> leases;
+    for (int i = 0; i < collectors; ++i)
+        leases.push_back(postgres::open_leases(address, "collector"));
+    std::atomic<size_t> claimed = 0;
+    const double taken = seconds([&] {
+        std::vector<std::thread> threads;
+        for (auto &one : leases)
+            threads.emplace_back([&] {
+                while (
+                    const size_t some =
+                        one->claim(100, Leases::Duration(0), std::chrono::hours(1)).leases.size())
+                    claimed += some;
+            });
+        for (std::thread &thread : threads) thread.join();
+    });
+    if (claimed != devices) std::printf("%zu claimed of %zu\n", claimed.load(), devices);
+    PostgresServer::rows_of(address, "UPDATE device SET lease_until = 0, free_at = 0");
+    PostgresServer::rows_of(address, "VACUUM ANALYZE device");
+    return static_cast<double>(devices) / taken;
+}
+
+bool measure_claims(const std::string &address, size_t devices) {
+    Inventory inventory;
+    for (size_t i = 0; i < devices; ++i)
+        inventory.devices.emplace_back().name = "claimed " + std::to_string(i);
+    postgres::open_store(address, {})->take_inventory(inventory);
+    PostgresServer::rows_of(address, "VACUUM ANALYZE device");
+    const double one = claim_rate(address, devices, 1);
+    const double two = claim_rate(address, devices, 2);
+    const double four = claim_rate(address, devices, 4);
+    fleet::show("claimed devices/s, one collector", one);
+    bool is_met =
+        fleet::show("claimed devices/s, two beside one", two / one, fleet::Bound::at_least, 0.9);
+    is_met &=
+        fleet::show("claimed devices/s, four beside one", four / one, fleet::Bound::at_least, 0.9);
+    return fleet::show("claimed devices a minute, four collectors", four * 60,
+                       fleet::Bound::at_least, 100'000) &&
+           is_met;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    const double millions = argc > 1 ? std::atof(argv[1]) : 1;
+    const uint64_t devices = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 100;
+    if (millions <= 0 || devices == 0 || !PostgresServer::is_installed()) {
+        std::fprintf(stderr, "usage: fleet_postgres [MILLIONS OF VALUES [DEVICES]]\n");
+        return 2;
+    }
+    const auto runs = static_cast<uint64_t>(millions * 1e6) / values_a_run;
+    PostgresServer server;
+    const std::string address = server.make_database();
+    postgres::migrate_database(address);
+    bool is_met = measure_writes(address, runs, devices);
+    is_met &= measure_reading(address, devices, runs);
+    is_met &= measure_claims(address, 20'000);
+    return is_met ? 0 : 1;
+}
