@@ -102,6 +102,32 @@ TEST_F(Shared, WhoComesBackLateChangesNothingButHistory) {
     EXPECT_THAT(rows("SELECT free_at FROM device"), ElementsAre("9223372036854775807"));
 }
 
+// Each reads the state that the other one is about to change.
+TEST_F(Shared, TwoWhoWriteTheSameDeviceLoseNothing) {
+    constexpr uint64_t runs_each = 60;
+    const auto write = [&](uint64_t first) {
+        const auto store = postgres::open_store(address, {});
+        for (uint64_t number = first; number < first + runs_each; ++number) {
+            RunRecord run = make_run(number, "device", static_cast<Microseconds>(number));
+            add_number(run, "c", 1, number);
+            for (bool done = false; !done;) {
+                try {
+                    store->write({&run, 1});
+                    done = true;
+                } catch (const Unavailable &) { // the other one is faster all the time
+                }
+            }
+        }
+    };
+    std::thread other([&] { write(1000); });
+    write(1);
+    other.join();
+    RunRecord last = make_run(5000, "device", hour);
+    postgres::open_store(address, {})->write({&last, 1});
+    EXPECT_THAT(rows("SELECT n, min, max FROM rollup_hour"),
+                ElementsAre(fmt::format("{}|1|{}", 2 * runs_each, 999 + runs_each)));
+}
+
 // ---- kills --------------------------------------------------------------------------------------
 
 constexpr uint64_t values_a_run = 20;

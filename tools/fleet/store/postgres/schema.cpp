@@ -211,9 +211,10 @@ CREATE FUNCTION day_name(day bigint) RETURNS text LANGUAGE sql IMMUTABLE AS
 CREATE FUNCTION make_day(day bigint) RETURNS void LANGUAGE plpgsql SECURITY DEFINER
 SET search_path = dtfleet, pg_temp AS $$
 BEGIN
-    IF to_regclass(day_name(day)) IS NOT NULL THEN RETURN; END IF;
+    -- Who has waited here for another one finds its day in the table alone, not yet by its name.
     PERFORM pg_advisory_xact_lock(hashtext('dtfleet'), 1);
-    IF to_regclass(day_name(day)) IS NOT NULL THEN RETURN; END IF;
+    IF EXISTS (SELECT 1 FROM pg_class WHERE relname = day_name(day)
+               AND relnamespace = 'dtfleet'::regnamespace) THEN RETURN; END IF;
     EXECUTE format('CREATE TABLE %I (LIKE collection INCLUDING DEFAULTS INCLUDING STORAGE)',
                    day_name(day));
     EXECUTE format('ALTER TABLE collection ATTACH PARTITION %I FOR VALUES FROM (%s) TO (%s)',
