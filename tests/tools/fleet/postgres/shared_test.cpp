@@ -2,6 +2,7 @@
 #include "../samples.h"
 #include "fleet/store/postgres/open.h"
 #include "fleet/store/writer.h"
+#include "host/failure.h"
 #include "server.h"
 
 #include <fmt/format.h>
@@ -100,6 +101,53 @@ TEST_F(Shared, WhoComesBackLateChangesNothingButHistory) {
     EXPECT_EQ(first->claim(10, 0s, long_lease).leases.size(), 1U); // the run's end gave it back
     store->pause("device0", INT64_MAX);
     EXPECT_THAT(rows("SELECT free_at FROM device"), ElementsAre("9223372036854775807"));
+}
+
+// Who collects owns nothing, and who reads changes nothing.
+TEST_F(Shared, EachRoleMayDoItsWorkAndNothingElse) {
+    PostgresServer &server = postgres_server();
+    rows("CREATE ROLE dtfleet_collect; CREATE ROLE dtfleet_read;"
+         "CREATE ROLE collector LOGIN IN ROLE dtfleet_collect;"
+         "CREATE ROLE viewer LOGIN IN ROLE dtfleet_read");
+    const std::string fresh = server.make_database();
+    const std::string name = PostgresServer::rows_of(fresh, "SELECT current_database()").front();
+    postgres::migrate_database(fresh);
+    EXPECT_EQ(postgres::migrate_database(fresh), 1) << "once is enough";
+    const std::string collector = server.address_of(name, "collector");
+    const std::string viewer = server.address_of(name, "viewer");
+
+    const auto store = postgres::open_store(collector, {});
+    Inventory inventory;
+    inventory.devices.resize(2);
+    inventory.devices[0].name = "dead";
+    inventory.devices[1].name = "pump";
+    store->take_inventory(inventory);
+    EXPECT_EQ(postgres::open_leases(collector, "one")->claim(10, 0s, long_lease).leases.size(), 2U);
+    std::vector<RunRecord> runs;
+    for (const auto &[device, time] : {std::pair("dead", hour),
+                                       {"dead", 2 * hour},
+                                       {"pump", hour},
+                                       {"pump", 2 * hour},
+                                       {"pump", day}}) {
+        runs.push_back(make_run(runs.size() + 1, device, time));
+        add_number(runs.back(), "c", 1, runs.size());
+    }
+    store->write(runs);
+    while (store->tidy()) {
+    }
+    // Of days that are too old, the last runs stay that have stored all that their device has.
+    const auto reader = postgres::open_reader(viewer);
+    Reader::Place place;
+    std::vector<FlatValue> values;
+    reader->values({}, place, 100, values);
+    std::vector<uint64_t> numbers;
+    for (const FlatValue &value : values) numbers.push_back(value.value.number);
+    EXPECT_THAT(numbers, ElementsAre(1, 5));
+    EXPECT_THROW(PostgresServer::rows_of(viewer, "DELETE FROM collection"), std::runtime_error);
+    EXPECT_THROW(PostgresServer::rows_of(viewer, "SELECT make_day(1)"), std::runtime_error);
+    EXPECT_THROW(PostgresServer::rows_of(collector, "DROP TABLE log"), std::runtime_error);
+    EXPECT_THROW(postgres::open_store(server.address_of("postgres"), {}), dtctl::Failure)
+        << "there are no tables";
 }
 
 // Each reads the state that the other one is about to change.
