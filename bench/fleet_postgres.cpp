@@ -84,7 +84,7 @@ private:
 // By turns, so that both meet the same machine.
 bool measure_writes(const std::string &address, uint64_t runs, uint64_t devices) {
     Bare bare(address);
-    const auto store = postgres::open_store(address, {Seconds(0), 0});
+    const auto store = postgres::open_store(address, {Seconds(0), Seconds(0), 0});
     double copied = 0;
     double stored = 0;
     for (uint64_t done = 0; done < runs;) {

@@ -28,11 +28,13 @@ void check_history(const std::string &database) {
         Percent percent("checked");
         complaints = check_database(database, percent.advance());
     }
+    // An address may have a password in it.
+    const std::string name = is_address(database) ? "the database" : database;
     std::string text;
     for (const std::string &complaint : complaints)
-        text += fmt::format("{}{}: {}", text.empty() ? "" : "\n", database, complaint);
+        text += fmt::format("{}{}: {}", text.empty() ? "" : "\n", name, complaint);
     if (!text.empty()) throw dtctl::Failure(dtctl::Exit::broken, text);
-    say(database + ": nothing is wrong");
+    say(name + ": nothing is wrong");
 }
 
 void check_all(const std::string &file) {
@@ -40,7 +42,8 @@ void check_all(const std::string &file) {
     say(fmt::format("{}: {} in {}", file, dtctl::counted(inventory.devices.size(), "device"),
                     dtctl::counted(inventory.groups.size(), "group")));
     std::error_code trouble;
-    if (std::filesystem::exists(database_path(inventory, file), trouble) || trouble)
+    if (is_address(inventory.database) ||
+        std::filesystem::exists(database_path(inventory, file), trouble) || trouble)
         check_history(existing_database(inventory, file));
 }
 

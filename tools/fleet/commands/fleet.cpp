@@ -51,7 +51,7 @@ bool is_called(const Series &series, const std::string &key) {
 std::string existing_database(const Inventory &settings, const std::string &file) {
     std::string path = database_path(settings, file);
     std::error_code trouble;
-    if (path.find("://") != path.npos || std::filesystem::exists(path, trouble)) return path;
+    if (is_address(path) || std::filesystem::exists(path, trouble)) return path;
     if (trouble)
         throw Failure(Exit::failed, fmt::format("cannot read {}: {}", path, trouble.message()));
     throw Failure(Exit::failed, fmt::format("there is no database {} yet: dtfleet run makes it",

@@ -169,6 +169,8 @@ std::optional<Keep> Loader::keep(Table &table) {
 
 void Loader::read_fleet(Table &top) {
     if (const auto text = top.name("database")) inventory_.database = *text;
+    if (inventory_.database.find("://") != std::string::npos && !is_address(inventory_.database))
+        top.complain("database", "must be a file, or an address \"postgresql://...\"");
     if (const auto text = top.name("control")) inventory_.control = *text;
     if (const auto port = top.number("listen", 0, UINT16_MAX))
         inventory_.listen = static_cast<uint16_t>(*port);
@@ -359,6 +361,10 @@ void Loader::check_duplicates() {
 }
 
 } // namespace
+
+bool is_address(std::string_view database) {
+    return database.starts_with("postgresql://") || database.starts_with("postgres://");
+}
 
 const Device *Inventory::find(std::string_view name) const {
     const auto found =

@@ -74,8 +74,11 @@ struct SeriesMeaning {
     std::optional<bool> log; // whether its strings are a log; absent: judged by their form
 };
 
+// Whether a database is one on a server, by its address "postgresql://...", and not a file.
+bool is_address(std::string_view database);
+
 struct Inventory {
-    std::string database = "fleet.db"; // relative to the file's directory
+    std::string database = "fleet.db"; // relative to the file's directory, or an address
     uint16_t listen = 9098;            // 0: any free port
     uint16_t announce = 0;             // what devices are told to connect to; 0: as listen
     std::string control;               // the socket for commands; empty: beside the database

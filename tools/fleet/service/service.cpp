@@ -30,8 +30,6 @@ dtctl::Fd signal_descriptor() {
     return dtctl::Fd(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
-bool is_address(const std::string &database) { return database.find("://") != std::string::npos; }
-
 // What of an inventory is fixed when the service starts.
 std::string fixed_changes(const Inventory &before, const Inventory &after) {
     std::string changes;

@@ -177,8 +177,9 @@ public:
     virtual void accept_clock() = 0;
 };
 
-// Opens or makes the database, and migrates an older one after a backup beside it. Throws
-// dtctl::Failure when it is broken, of a newer version or another program's, Unavailable.
+// Opens the database. A file is made, and an older one migrated after a backup beside it; on a
+// server both is for migrate_database of upkeep.h. Throws dtctl::Failure when it is broken, of
+// another version or another program's, Unavailable.
 std::unique_ptr<Store> open_store(const std::string &database, const Retention &retention);
 
 // ---- reading ------------------------------------------------------------------------------------

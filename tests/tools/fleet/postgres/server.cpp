@@ -59,6 +59,18 @@ pid_t start_program(const std::string &program, std::vector<std::string> words,
     ::_exit(1);
 }
 
+// Truths as numbers, bytes as they are.
+std::string text_of(const PGresult *result, int row, int column) {
+    constexpr Oid truth = 16, bytea = 17;
+    const char *value = PQgetvalue(result, row, column);
+    if (PQftype(result, column) == truth) return *value == 't' ? "1" : *value == 'f' ? "0" : "";
+    if (PQftype(result, column) != bytea) return value;
+    size_t size = 0;
+    const std::unique_ptr<unsigned char, decltype(&PQfreemem)> bytes(
+        PQunescapeBytea(reinterpret_cast<const unsigned char *>(value), &size), PQfreemem);
+    return {reinterpret_cast<const char *>(bytes.get()), size};
+}
+
 Connection connect(const std::string &address) { return {PQconnectdb(address.c_str()), PQfinish}; }
 
 } // namespace
@@ -120,6 +132,13 @@ std::string PostgresServer::make_database() {
     return address_of(name);
 }
 
+std::string PostgresServer::copy_database(const std::string &address) {
+    const std::string name = rows_of(address, "SELECT current_database()").front();
+    const std::string copy = "fleet" + std::to_string(++databases_);
+    rows_of(address_of("postgres"), "CREATE DATABASE " + copy + " TEMPLATE " + name);
+    return address_of(copy);
+}
+
 std::string PostgresServer::address_of(const std::string &database, const std::string &user) const {
     return "postgresql://" + user + "@/" + database + "?host=" + directory_;
 }
@@ -127,7 +146,7 @@ std::string PostgresServer::address_of(const std::string &database, const std::s
 std::vector<std::string> PostgresServer::rows_of(const std::string &address,
                                                  const std::string &sql) {
     const Connection connection = connect(address);
-    PQclear(PQexec(connection.get(), "SET search_path = dtfleet; SET bytea_output = escape"));
+    PQclear(PQexec(connection.get(), "SET search_path = dtfleet"));
     const std::unique_ptr<PGresult, decltype(&PQclear)> result(
         PQexec(connection.get(), sql.c_str()), PQclear);
     const ExecStatusType status = PQresultStatus(result.get());
@@ -138,7 +157,7 @@ std::vector<std::string> PostgresServer::rows_of(const std::string &address,
         std::string &text = rows.emplace_back();
         for (int column = 0; column < PQnfields(result.get()); ++column) {
             if (column != 0) text += '|';
-            text += PQgetvalue(result.get(), row, column);
+            text += text_of(result.get(), row, column);
         }
     }
     return rows;

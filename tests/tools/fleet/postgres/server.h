@@ -23,6 +23,7 @@ public:
 
     // The address of a new and empty database.
     std::string make_database();
+    std::string copy_database(const std::string &address); // that nobody uses
     std::string address_of(const std::string &database, const std::string &user = "fleet") const;
 
     // What a query answers, each row as one text: its columns with a bar between them.

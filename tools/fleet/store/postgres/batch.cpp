@@ -8,10 +8,6 @@
 namespace dtfleet::postgres {
 namespace {
 
-using sqlite::Comparison;
-using sqlite::Entry;
-using sqlite::State;
-using Row = sqlite::Row;
 using Form = StoredValue::Form;
 
 // A device that brings other keys each time must not make its state grow for a whole hour.
@@ -23,7 +19,8 @@ constexpr const char *find_by_name =
 // In a comparison, numbers of rows from here on are of the run itself.
 constexpr int64_t first_row = int64_t{1} << 62;
 
-// The four columns of a run's values.
+} // namespace
+
 std::string columns_of(const std::vector<Row> &rows) {
     Rows out(0);
     if (rows.empty()) {
@@ -47,7 +44,17 @@ std::string columns_of(const std::vector<Row> &rows) {
     return out.data();
 }
 
-} // namespace
+std::vector<bool> known_runs(Connection &connection, const std::vector<int64_t> &times,
+                             const std::vector<std::string> &ids) {
+    const Result there =
+        connection.query("SELECT n FROM unnest($1, $2) WITH ORDINALITY AS r(t, i, n) WHERE EXISTS "
+                         "(SELECT 1 FROM collection WHERE time = t AND run = i::uuid)",
+                         times, ids);
+    std::vector<bool> known(ids.size());
+    for (int row = 0; row < there.rows(); ++row)
+        known[static_cast<size_t>(there.number(row, 0)) - 1] = true;
+    return known;
+}
 
 void Batch::store() {
     leave_out_known();
@@ -55,7 +62,7 @@ void Batch::store() {
     find_devices();
     begin_items();
     read();
-    for (const Item &item : items_) compute(item);
+    for (Item &item : items_) compute(item);
     commit();
 }
 
@@ -63,19 +70,16 @@ void Batch::store() {
 
 // Also one that is in this batch twice.
 void Batch::leave_out_known() {
-    std::vector<int64_t> times;
-    std::vector<std::string> ids;
-    for (const RunRecord &run : runs_) {
-        times.push_back(run.time);
-        ids.push_back(id_text(run.id));
-    }
-    const Result there =
-        connection_.query("SELECT n FROM unnest($1, $2) WITH ORDINALITY AS r(t, i, n) WHERE EXISTS "
-                          "(SELECT 1 FROM collection WHERE time = t AND run = i::uuid)",
-                          times, ids);
     std::vector<bool> known(runs_.size());
-    for (int row = 0; row < there.rows(); ++row)
-        known[static_cast<size_t>(there.number(row, 0)) - 1] = true;
+    if (looks_for_runs_) {
+        std::vector<int64_t> times;
+        std::vector<std::string> ids;
+        for (const RunRecord &run : runs_) {
+            times.push_back(run.time);
+            ids.push_back(id_text(run.id));
+        }
+        known = known_runs(connection_, times, ids);
+    }
     std::set<std::pair<Microseconds, RunId>> seen;
     for (size_t i = 0; i < runs_.size(); ++i)
         if (!known[i] && seen.insert({runs_[i].time, runs_[i].id}).second)
@@ -119,7 +123,7 @@ void Batch::read() {
     for (const Item &item : items_) {
         const int64_t id = item.device->id;
         const States::One &one = states_.at(id, item.run->command);
-        if (one.is_known && one.state.hour != sqlite::hour_of(item.run->time))
+        if (one.is_known && one.state.hour != hour_of(item.run->time))
             hours.insert({id, item.run->command, one.state.hour});
         if (!item.arrivals.logs().empty()) with_logs.push_back(id);
     }
@@ -137,7 +141,7 @@ bool Batch::is_history(const Item &item, const States::One &one) const {
     return run.imported && one.is_known && run.time < one.state.time;
 }
 
-void Batch::compute(const Item &item) {
+void Batch::compute(Item &item) {
     const RunRecord &run = *item.run;
     States::One &one = states_.at(item.device->id, run.command);
     const bool history = is_history(item, one);
@@ -156,16 +160,16 @@ void Batch::compute(const Item &item) {
     put_run(item, history, values);
 }
 
-std::string Batch::compare(const Item &item, States::One &one) {
+std::string Batch::compare(Item &item, States::One &one) {
     const RunRecord &run = *item.run;
     State &state = one.state;
-    const int64_t hour = sqlite::hour_of(run.time);
+    const int64_t hour = hour_of(run.time);
     if (hour != state.hour || state.entries.size() > most_entries)
         rollups_.close(item.device->id, run.command, state);
     state.hour = hour;
     const bool whole = is_whole(run.outcome);
-    const bool is_full = whole && state.full_day != sqlite::day_of(run.time);
-    if (is_full) state.full_day = sqlite::day_of(run.time);
+    const bool is_full = whole && state.full_day != day_of(run.time);
+    if (is_full) state.full_day = day_of(run.time);
     std::vector<const std::string *> longs; // those before, by their places in the state
     for (Entry &entry : state.entries) {
         if (entry.form != Entry::Form::row) continue;
@@ -178,11 +182,8 @@ std::string Batch::compare(const Item &item, States::One &one) {
     Comparison comparison(std::move(state), {run.time, whole, run.keeps_all || is_full, first_row},
                           is_same);
     item.arrivals.give(comparison);
-    std::optional<std::map<What, uint32_t>> counts; // that are seldom wanted
     comparison.finish([&](int64_t missing, uint32_t ordinal) {
-        if (!counts) counts = item.arrivals.counts();
-        const auto found = counts->find(series_.facts_of(missing).what);
-        return found != counts->end() && found->second > ordinal;
+        return item.arrivals.has_come(missing, ordinal);
     });
     state = std::move(comparison.state());
     for (Entry &entry : state.entries) {
@@ -202,7 +203,7 @@ std::string Batch::compare(const Item &item, States::One &one) {
 std::string Batch::list_history(const Item &item) {
     const RunRecord &run = *item.run;
     State nothing;
-    nothing.hour = sqlite::hour_of(run.time);
+    nothing.hour = hour_of(run.time);
     Comparison comparison(std::move(nothing), {run.time, false, true, first_row}, {});
     item.arrivals.give(comparison);
     comparison.finish({});
@@ -257,7 +258,7 @@ void Batch::stage_devices(Rows &rows) const {
 
 void Batch::make_days() {
     std::set<int64_t> days;
-    for (const Item &item : items_) days.insert(sqlite::day_of(item.run->time));
+    for (const Item &item : items_) days.insert(day_of(item.run->time));
     const Result missing =
         connection_.query("SELECT d FROM unnest($1) d WHERE to_regclass(day_name(d)) IS NULL",
                           std::vector<int64_t>(days.begin(), days.end()));

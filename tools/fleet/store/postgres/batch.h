@@ -8,12 +8,21 @@
 
 namespace dtfleet::postgres {
 
+// The four columns of a run's values.
+std::string columns_of(const std::vector<Row> &rows);
+
+// Which runs are stored, by their times and ids.
+std::vector<bool> known_runs(Connection &connection, const std::vector<int64_t> &times,
+                             const std::vector<std::string> &ids);
+
 class Batch {
 public:
     // The runs must outlive it.
-    Batch(Connection &connection, SeriesTable &series, std::span<const RunRecord> runs)
-        : connection_(connection), series_(series), runs_(runs), rollups_(connection, series),
-          logs_(connection) {}
+    // looks_for_runs: some may be stored already. Otherwise that is a conflict.
+    Batch(Connection &connection, SeriesTable &series, std::span<const RunRecord> runs,
+          bool looks_for_runs)
+        : connection_(connection), series_(series), runs_(runs), looks_for_runs_(looks_for_runs),
+          rollups_(connection, series), logs_(connection) {}
 
     // Stores those that are not there yet. Throws Conflict when somebody else was faster; then it
     // can be done again, by another batch.
@@ -47,9 +56,9 @@ private:
     void take_ids(const Result &devices);
     void begin_items();
     void read();
-    void compute(const Item &item);
+    void compute(Item &item);
     bool is_history(const Item &item, const States::One &one) const;
-    std::string compare(const Item &item, States::One &one);
+    std::string compare(Item &item, States::One &one);
     std::string list_history(const Item &item);
     static void note(const RunRecord &run, Known &device);
     void put_run(const Item &item, bool is_history, const std::string &values);
@@ -60,6 +69,7 @@ private:
     Connection &connection_;
     SeriesTable &series_;
     std::span<const RunRecord> runs_;
+    bool looks_for_runs_;
     std::vector<const RunRecord *> new_runs_;
     std::unordered_map<std::string, Known> devices_; // by name
     std::vector<Item> items_;

@@ -1,8 +1,8 @@
 #include "fleet/store/postgres/chart.h"
 
 #include "decode/wire.h"
+#include "fleet/store/columns.h"
 #include "fleet/store/postgres/rows.h"
-#include "fleet/store/sqlite/columns.h"
 
 #include <algorithm>
 
@@ -10,11 +10,6 @@ namespace dtfleet::postgres {
 namespace {
 
 using dt::decode::wire::selftest_command;
-using sqlite::Entry;
-using sqlite::hour_of;
-using sqlite::microseconds_a_day;
-using sqlite::microseconds_an_hour;
-using sqlite::Sum;
 
 constexpr int64_t most_rows = 20'000; // of one statement: some hundredths of a second
 
@@ -49,7 +44,7 @@ constexpr const char *hours =
 // Where a command's values and sums are.
 struct Extent {
     uint32_t command = 0;
-    sqlite::State state;
+    State state;
     std::optional<Microseconds> first_run, last_run;
     std::optional<int64_t> first_hour, last_hour;
 
@@ -73,8 +68,7 @@ public:
         for (CommandState &one : states_of(connection_, query_.device))
             if (one.command != selftest_command) add_extent(one);
         if (!trim()) return {};
-        columns_.emplace(query_.from, query_.to, query_.columns, type_, is_signed_);
-        for (const Extent &extent : extents_) read_extent(extent);
+        if (!read_extents(false)) read_extents(true);
         std::vector<Point> points = columns_->points();
         if (edge_ && (points.empty() || points.front().time > query_.from))
             points.insert(points.begin(), {query_.from, 0, *edge_, *edge_, *edge_});
@@ -123,17 +117,25 @@ private:
 
     // ---- reading --------------------------------------------------------------------------------
 
-    // Hours where no more is left or a column is as wide; what is finer from the values themselves.
-    // Days are dropped as a whole, so the hours end where the first day with values begins.
-    void read_extent(const Extent &extent) {
-        const bool is_coarse = columns_->width() >= microseconds_an_hour;
+    // False when the values are too many: their hours' sums have to do.
+    bool read_extents(bool by_hours) {
+        columns_.emplace(query_.from, query_.to, query_.columns, type_, is_signed_);
+        edge_.reset();
+        const bool is_coarse = by_hours || columns_->width() >= microseconds_an_hour;
+        return std::all_of(extents_.begin(), extents_.end(),
+                           [&](const Extent &extent) { return read_extent(extent, is_coarse); });
+    }
+
+    // Hours where no more is left or wanted, the values themselves behind them. Days are dropped as
+    // a whole, so the hours end where the first day with values begins.
+    bool read_extent(const Extent &extent, bool is_coarse) {
         const Microseconds raw =
             is_coarse ? query_.to
                       : std::clamp(extent.first_run.value_or(INT64_MAX), query_.from, query_.to);
         const int64_t first_hour = hour_of(query_.from);
         const int64_t end_hour = raw == query_.to ? hour_of(query_.to - 1) + 1 : hour_of(raw);
         if (first_hour < end_hour) read_hours(extent, first_hour, end_hour);
-        if (raw < query_.to) read_runs(extent, raw);
+        return raw == query_.to || read_runs(extent, raw);
     }
 
     void read_hours(const Extent &extent, int64_t first, int64_t end) {
@@ -162,21 +164,24 @@ private:
         columns_->add(std::max(hour * microseconds_an_hour, query_.from), sum);
     }
 
-    void read_runs(const Extent &extent, Microseconds from) {
+    bool read_runs(const Extent &extent, Microseconds from) {
         std::optional<uint64_t> held = held_at(extent, from);
         if (from == query_.from && held) edge_ = held;
         int64_t last_id = INT64_MIN;
-        for (bool more = true; more;) {
-            const Result rows = connection_.query(
-                runs_forwards, query_.device, int64_t{extent.command}, from, query_.to,
-                query_.series, int64_t{query_.ordinal}, last_id, most_rows);
+        for (int64_t left = query_.most_runs; left > 0;) {
+            const int64_t most = std::min(left, most_rows);
+            const Result rows =
+                connection_.query(runs_forwards, query_.device, int64_t{extent.command}, from,
+                                  query_.to, query_.series, int64_t{query_.ordinal}, last_id, most);
             for (int row = 0; row < rows.rows(); ++row) {
                 last_id = rows.number(row, 0);
                 from = rows.number(row, 1);
                 take(rows, row, held);
             }
-            more = rows.rows() == most_rows;
+            if (rows.rows() < most) return true;
+            left -= most;
         }
+        return false;
     }
 
     // A whole run that stored no value has brought the same as before.
@@ -208,7 +213,7 @@ private:
     dt::decode::Kind type_ = dt::decode::Kind::int32;
     bool is_signed_ = false;
     std::vector<Extent> extents_;
-    std::optional<sqlite::Columns> columns_;
+    std::optional<Columns> columns_;
     std::optional<uint64_t> edge_; // what held at the begin
 };
 

@@ -12,6 +12,7 @@ struct ChartQuery {
     Microseconds from = 0;
     Microseconds to = 0;
     size_t columns = 0;
+    int64_t most_runs = 200'000; // of one command, that are read value by value: about a second
 };
 
 // Reader::points.

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 
 namespace dtfleet::postgres {
 namespace {
@@ -28,10 +29,12 @@ bool may_pass(std::string_view state) {
            std::find(states.begin(), states.end(), state) != states.end();
 }
 
+// In one line.
 std::string line_of(const char *message) {
     std::string text = message ? message : "";
     while (!text.empty() && text.back() == '\n') text.pop_back();
-    std::replace(text.begin(), text.end(), '\n', ' ');
+    const auto is_control = [](char c) { return static_cast<unsigned char>(c) < ' '; };
+    std::replace_if(text.begin(), text.end(), is_control, ' ');
     return text;
 }
 
@@ -97,6 +100,8 @@ void Result::Clear::operator()(pg_result *result) const { PQclear(result); }
 
 int Result::rows() const { return PQntuples(result_.get()); }
 
+int64_t Result::changed() const { return std::atoll(PQcmdTuples(result_.get())); }
+
 bool Result::is_null(int row, int column) const {
     return PQgetisnull(result_.get(), row, column) != 0;
 }
@@ -130,9 +135,19 @@ void Connection::Finish::operator()(pg_conn *connection) const { PQfinish(connec
 Connection::Connection(std::string address, Access access)
     : address_(std::move(address)), access_(access) {}
 
+// What the library says of an address that it does not understand shows all of it, and so the
+// password.
+void Connection::check_address() const {
+    const std::unique_ptr<PQconninfoOption, decltype(&PQconninfoFree)> parsed(
+        PQconninfoParse(address_.c_str(), nullptr), PQconninfoFree);
+    if (!parsed)
+        throw Failure(Exit::usage, "the database: its address is none that libpq understands");
+}
+
 // What the address itself says comes last, and so it holds.
 void Connection::connect() {
     if (handle_ && PQstatus(handle_.get()) == CONNECTION_OK) return;
+    check_address();
     const std::array<const char *, 9> names{
         "application_name", "connect_timeout", "client_encoding",
         "tcp_user_timeout", "keepalives_idle", "keepalives_interval",

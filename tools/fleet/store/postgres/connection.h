@@ -61,6 +61,7 @@ public:
     explicit Result(pg_result *result) : result_(result) {}
 
     int rows() const;
+    int64_t changed() const; // rows, by a statement that answers none
     bool is_null(int row, int column) const;
     int64_t number(int row, int column) const; // of an integer of any size, or a truth; NULL: 0
     std::string_view bytes(int row, int column) const; // of a text, bytea or uuid; NULL: empty
@@ -129,6 +130,7 @@ private:
     struct Finish {
         void operator()(pg_conn *connection) const;
     };
+    void check_address() const;
     static std::optional<int64_t> number_in(const Result &result);
     Result checked(pg_result *result);
     [[noreturn]] void fail(const pg_result *result);

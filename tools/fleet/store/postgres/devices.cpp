@@ -1,8 +1,7 @@
 #include "fleet/store/postgres/devices.h"
 
+#include "fleet/store/fields.h"
 #include "host/failure.h"
-
-#include <nlohmann/json.hpp>
 
 namespace dtfleet::postgres {
 namespace {
@@ -29,6 +28,12 @@ bool is_blank(Connection &connection, int64_t device) {
 
 } // namespace
 
+int64_t device_id(Connection &connection, const std::string &name) {
+    if (const auto id = find_device(connection, name)) return *id;
+    connection.query("INSERT INTO device(name) VALUES ($1) ON CONFLICT DO NOTHING", name);
+    return known_device(connection, name);
+}
+
 // ---- what the inventory says --------------------------------------------------------------------
 
 // An identity that was accepted holds until the inventory says something new. -1 stands for none.
@@ -38,7 +43,7 @@ void take_devices(Connection &connection, const std::vector<Device> &devices) {
     for (const Device &device : devices) {
         names.push_back(device.name);
         addresses.push_back(device.address);
-        groups.push_back(nlohmann::json(device.groups).dump());
+        groups.push_back(text_of(device.groups));
         ports.push_back(device.port);
         intervals.push_back(device.interval.count());
         listed.push_back(device.enabled);

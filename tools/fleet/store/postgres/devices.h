@@ -7,6 +7,7 @@
 namespace dtfleet::postgres {
 
 // All of these within a transaction.
+int64_t device_id(Connection &connection, const std::string &name); // made when it is new
 void take_devices(Connection &connection, const std::vector<Device> &devices);
 void pause_device(Connection &connection, const std::string &name, Microseconds until);
 void rename_device(Connection &connection, const std::string &from, const std::string &to);

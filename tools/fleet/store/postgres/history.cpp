@@ -11,14 +11,15 @@ namespace {
 constexpr size_t most_looks = 100'000;
 constexpr int64_t runs_at_once = 200;
 
+#define DT_RUN "SELECT id, run, device, time, outcome, command, series, ordinals, numbers, texts "
+
 // Partitions hold days, so the time by itself says where to look.
 constexpr const char *runs_by_time =
-    "SELECT id, run, device, time, outcome, command, series, ordinals, numbers, texts "
-    "FROM collection WHERE device = $1 AND time >= $2 AND time < $3 AND (time > $4 OR id >= $5) "
-    "ORDER BY time, id LIMIT $6";
-constexpr const char *runs_by_id =
-    "SELECT id, run, device, time, outcome, command, series, ordinals, numbers, texts "
-    "FROM collection WHERE id >= $1 AND time >= $2 AND time < $3 ORDER BY id LIMIT $4";
+    DT_RUN "FROM collection WHERE device = $1 AND time >= $2 AND time < $3 AND "
+           "(time > $4 OR id >= $5) AND id <= $6 ORDER BY time, id LIMIT $7";
+constexpr const char *runs_by_id = DT_RUN "FROM collection WHERE id >= $1 ORDER BY id LIMIT $2";
+
+#undef DT_RUN
 
 class Slice {
 public:
@@ -30,38 +31,69 @@ public:
         rows_.clear();
     }
 
-    // False when there is nothing behind it. Runs that stand at its end are read again, for some of
-    // their values may be left.
+    // False when there is nothing behind it. The run at the end of what was read is read again, for
+    // some of its values may be left.
     bool read() {
         for (;;) {
-            const Result runs = query_.device ? runs_of_device() : runs_of_all();
+            const bool is_by_time = has_time() && after_.last != INT64_MAX;
+            const Result runs = is_by_time ? runs_of_device() : runs_by_their_ids();
             const int64_t place = after_.collection;
             for (int row = 0; row < runs.rows(); ++row)
                 if (!read_run(runs, row)) return true;
-            if (runs.rows() < runs_at_once || after_.collection == place) return false;
+            const bool is_over = runs.rows() < runs_at_once || after_.collection == place;
+            if (is_over && !(is_by_time && go_behind())) return false;
         }
     }
 
 private:
+    // Then it is read by time, device after device, as partitions and index have it.
+    bool has_time() const { return query_.device || query_.from > 0 || query_.to < INT64_MAX; }
+
+    // True: there is another device. Otherwise more may be stored later, which is read by its ids,
+    // whatever its time.
+    bool go_behind() {
+        const int64_t next = query_.device ? 0 : device_behind(after_.device);
+        after_ = {next, 0, 0, 0, after_.last};
+        if (next == 0) after_ = {0, after_.last + 1, 0, 0, INT64_MAX};
+        return next != 0;
+    }
+
+    // 0: none.
+    int64_t device_behind(int64_t device) {
+        return connection_.number("SELECT id FROM device WHERE id > $1 ORDER BY id LIMIT 1", device)
+            .value_or(0);
+    }
+
     Result runs_of_device() {
+        if (after_.last == 0)
+            after_.last =
+                connection_.number("SELECT value - 1 FROM meta WHERE key = 'next_collection'")
+                    .value_or(0);
+        if (after_.device == 0) after_.device = query_.device.value_or(device_behind(0));
         const Microseconds from =
             after_.collection == 0 ? query_.from : std::max(query_.from, after_.time);
-        return connection_.query(runs_by_time, *query_.device, from, query_.to, after_.time,
-                                 after_.collection, runs_at_once);
+        return connection_.query(runs_by_time, after_.device, from, query_.to, after_.time,
+                                 after_.collection, after_.last, runs_at_once);
     }
-    Result runs_of_all() {
-        return connection_.query(runs_by_id, after_.collection, query_.from, query_.to,
-                                 runs_at_once);
+
+    Result runs_by_their_ids() {
+        return connection_.query(runs_by_id, after_.collection, runs_at_once);
+    }
+
+    bool is_wanted(const Result &runs, int row) const {
+        return runs.number(row, 3) >= query_.from && runs.number(row, 3) < query_.to &&
+               (!query_.device || runs.number(row, 2) == *query_.device);
     }
 
     // False when the slice is full before the run is at its end.
     bool read_run(const Result &runs, int row) {
         const int64_t id = runs.number(row, 0);
         const int64_t begin = id == after_.collection ? after_.value : 0;
-        after_ = {id, runs.number(row, 3), begin, 0};
+        after_ = {after_.device, id, runs.number(row, 3), begin, after_.last};
         if (++looks_ > most_looks) return false;
+        if (!is_wanted(runs, row)) return true;
         FlatValue shared{id,
-                         sqlite::run_id(runs.bytes(row, 1)),
+                         run_id(runs.bytes(row, 1)),
                          runs.number(row, 2),
                          runs.number(row, 3),
                          outcome_of(runs.number(row, 4)),

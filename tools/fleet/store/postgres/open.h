@@ -3,17 +3,19 @@
 
 #include "fleet/store/leases.h"
 #include "fleet/store/store.h"
+#include "fleet/store/upkeep.h"
 
 namespace dtfleet::postgres {
 
-// As the functions of these names in store.h. The tables must be there: migrate_database().
+// As the functions of these names in store.h and upkeep.h. The tables must be there.
 std::unique_ptr<Store> open_store(const std::string &address, const Retention &retention);
 std::unique_ptr<Reader> open_reader(const std::string &address);
 
 // name: of this collector, as others are told of it.
 std::unique_ptr<Leases> open_leases(const std::string &address, const std::string &name);
 
-// Makes the tables, or brings older ones up to date. Answers the version that was there; 0: none.
-int64_t migrate_database(const std::string &address);
+Migrated migrate_database(const std::string &address);
+Moved move_database(const std::string &file, const std::string &address, const Advance &advance);
+std::vector<std::string> check_database(const std::string &address, const Advance &advance);
 
 } // namespace dtfleet::postgres

@@ -7,8 +7,6 @@
 
 #include "decode/wire.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 
 namespace dtfleet::postgres {
@@ -19,21 +17,9 @@ using dt::decode::wire::selftest_command;
 constexpr const char *all_devices =
     "SELECT id, name, address, port, groups, interval, listed, identity_expected, identity_seen, "
     "address_seen, paused_until, last_try, last_ok, failures, last_outcome, last_reason, "
-    "last_duration FROM device WHERE name IS NOT NULL AND ($1::text IS NULL OR name = $1) "
+    "last_duration, identity_listed FROM device WHERE name IS NOT NULL AND ($1::text IS NULL OR "
+    "name = $1) "
     "ORDER BY name COLLATE \"C\"";
-
-constexpr const char *some_series =
-    "SELECT id, collector, section, key, type, name, unit, signed, log FROM series "
-    "WHERE $1::bigint[] IS NULL OR id = ANY($1) ORDER BY id";
-
-std::vector<std::string> groups_of(std::string_view json) {
-    std::vector<std::string> groups;
-    if (json == "[]") return groups;
-    const nlohmann::json parsed = nlohmann::json::parse(json, nullptr, false);
-    for (const nlohmann::json &group : parsed)
-        if (group.is_string()) groups.push_back(group.get<std::string>());
-    return groups;
-}
 
 std::optional<uint16_t> identity_in(const Result &rows, int row, int column) {
     if (rows.is_null(row, column)) return std::nullopt;
@@ -59,28 +45,15 @@ DeviceState device_in(const Result &rows, int row) {
     device.last_outcome = outcome_of(rows.number(row, 14));
     device.last_reason = rows.bytes(row, 15);
     device.last_duration = static_cast<uint32_t>(rows.number(row, 16));
+    device.identity_listed = identity_in(rows, row, 17);
     return device;
-}
-
-Series series_in(const Result &rows, int row) {
-    Series series;
-    series.id = rows.number(row, 0);
-    series.collector = rows.bytes(row, 1);
-    series.section = static_cast<uint32_t>(rows.number(row, 2));
-    series.key = static_cast<uint32_t>(rows.number(row, 3));
-    series.type = type_of(rows.number(row, 4));
-    series.name = rows.bytes(row, 5);
-    series.unit = rows.bytes(row, 6);
-    series.is_signed = rows.number(row, 7) != 0;
-    series.is_log = rows.number(row, 8) != 0;
-    return series;
 }
 
 RunRow run_in(const Result &rows, int row) {
     RunRow found;
     found.collection = rows.number(row, 0);
     RunRecord &run = found.record;
-    run.id = sqlite::run_id(rows.bytes(row, 1));
+    run.id = run_id(rows.bytes(row, 1));
     run.time = rows.number(row, 2);
     run.command = static_cast<uint32_t>(rows.number(row, 3));
     run.kind = run.command == selftest_command ? Kind::selftest : Kind::collection;
@@ -123,17 +96,6 @@ template <typename Take> auto list_of(const Result &rows, Take take) {
     return list;
 }
 
-// The state that answers for a command, if any.
-const CommandState *state_for(const std::vector<CommandState> &states, uint32_t command) {
-    const CommandState *newest = nullptr;
-    for (const CommandState &one : states) {
-        if (one.command == command) return &one;
-        if (command != 0 || one.command == selftest_command) continue;
-        if (!newest || one.state.time > newest->state.time) newest = &one;
-    }
-    return newest;
-}
-
 class PostgresReader final : public Reader {
 public:
     explicit PostgresReader(const std::string &address)
@@ -166,7 +128,7 @@ public:
     std::vector<Series> series_of(int64_t device) override {
         std::vector<int64_t> ids;
         for (const CommandState &one : states_of(connection_, device))
-            for (const sqlite::Entry &entry : one.state.entries) ids.push_back(entry.series);
+            for (const Entry &entry : one.state.entries) ids.push_back(entry.series);
         const Result logs =
             connection_.query("SELECT series FROM log_tail WHERE device = $1", device);
         for (int row = 0; row < logs.rows(); ++row) ids.push_back(logs.number(row, 0));
@@ -179,7 +141,7 @@ public:
         const std::vector<CommandState> states = states_of(connection_, device);
         const CommandState *found = state_for(states, command);
         if (!found) return values;
-        for (const sqlite::Entry &entry : found->state.entries)
+        for (const Entry &entry : found->state.entries)
             values.push_back({device, entry.series, entry.ordinal, entry.time,
                               value_of(device, found->command, entry)});
         return values;
@@ -230,21 +192,21 @@ public:
     }
 
 private:
-    StoredValue value_of(int64_t device, uint32_t command, const sqlite::Entry &entry) {
+    StoredValue value_of(int64_t device, uint32_t command, const Entry &entry) {
         switch (entry.form) {
-        case sqlite::Entry::Form::number:
+        case Entry::Form::number:
             return {StoredValue::Form::number, entry.number, {}};
-        case sqlite::Entry::Form::bytes:
+        case Entry::Form::bytes:
             return {StoredValue::Form::bytes, 0, entry.bytes};
-        case sqlite::Entry::Form::row:
+        case Entry::Form::row:
             return long_value(device, command, entry);
-        case sqlite::Entry::Form::gone:
+        case Entry::Form::gone:
             break;
         }
         return {};
     }
 
-    StoredValue long_value(int64_t device, uint32_t command, const sqlite::Entry &entry) {
+    StoredValue long_value(int64_t device, uint32_t command, const Entry &entry) {
         const Result rows =
             connection_.query("SELECT bytes FROM long_value WHERE device = $1 AND "
                               "command = $2 AND series = $3 AND ordinal = $4",

@@ -1,27 +1,19 @@
 // Rows as the rest of the service knows them.
 #pragma once
 
+#include "fleet/store/fields.h"
 #include "fleet/store/postgres/connection.h"
-#include "fleet/store/sqlite/rows.h"
 
 namespace dtfleet::postgres {
 
-using sqlite::CommandState;
-using sqlite::outcome_of;
-using sqlite::type_of;
+// Of the ids in an array, or all for NULL.
+constexpr const char *some_series =
+    "SELECT id, collector, section, key, type, name, unit, signed, log FROM series "
+    "WHERE $1::bigint[] IS NULL OR id = ANY($1) ORDER BY id";
+Series series_in(const Result &rows, int row);
 
 // The states of a device's commands. Entries that cannot be read are left out; the next run writes
 // them anew.
-inline std::vector<CommandState> states_of(Connection &connection, int64_t device) {
-    std::vector<CommandState> states;
-    const Result rows = connection.query(
-        "SELECT command, time, full_day, hour, entries FROM state WHERE device = $1", device);
-    for (int row = 0; row < rows.rows(); ++row) {
-        sqlite::State state{rows.number(row, 1), rows.number(row, 2), rows.number(row, 3), {}};
-        if (!unpack(rows.bytes(row, 4), state)) state.entries.clear();
-        states.push_back({static_cast<uint32_t>(rows.number(row, 0)), std::move(state)});
-    }
-    return states;
-}
+std::vector<CommandState> states_of(Connection &connection, int64_t device);
 
 } // namespace dtfleet::postgres

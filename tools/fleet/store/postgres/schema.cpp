@@ -18,9 +18,11 @@ SET LOCAL search_path = dtfleet;
 
 -- 'next_collection' is the next run's id. Who writes runs holds its row from there to the end of
 -- the transaction: so runs become visible in the order of their ids. 'changes' counts all other
--- changes that a reader may care for.
+-- changes that a reader may care for. 'next_sweep' is when old rows are looked for again. The clock was
+-- last seen at 'clock_seen'; 'clock_accepted' counts how often somebody has said that it is right.
 CREATE TABLE meta(key text PRIMARY KEY, value bigint NOT NULL);
-INSERT INTO meta VALUES ('next_collection', 1), ('changes', 0);
+INSERT INTO meta VALUES ('next_collection', 1), ('changes', 0), ('next_sweep', 0),
+    ('clock_seen', 0), ('clock_accepted', 0);
 
 -- Microseconds since 1970, and it goes on within a transaction.
 CREATE FUNCTION clock() RETURNS bigint LANGUAGE sql VOLATILE AS
@@ -138,6 +140,7 @@ CREATE TABLE rollup(
     max bigint[] NOT NULL,
     last bigint[] NOT NULL,
     PRIMARY KEY(device, command, hour));
+CREATE INDEX rollup_by_hour ON rollup(hour);
 
 CREATE TABLE log(
     device integer NOT NULL,
@@ -181,6 +184,9 @@ CREATE TABLE fault(
     value_id bigint NOT NULL,
     value bytea NOT NULL);                        -- a line's text, a number in decimal, or bytes
 CREATE INDEX fault_device ON fault(device, id);
+
+-- Files whose history was moved here, by their first runs, and the last of their runs.
+CREATE TABLE moved(run uuid PRIMARY KEY, last bigint NOT NULL);
 
 CREATE VIEW rollup_hour AS
     SELECT r.device, r.command, r.hour, e.series, e.ordinal, e.n, e.min, e.max, e.last
@@ -257,58 +263,27 @@ CREATE VIEW day AS
 // Takes what is staged, once the row of the next id is held: who writes at the same time waits
 // there, so what is checked stays true until the commit.
 constexpr const char *store_function = R"(
+CREATE FUNCTION must_be(changed bigint, wanted bigint) RETURNS void LANGUAGE plpgsql AS $$
+BEGIN
+    IF changed <> wanted THEN
+        RAISE EXCEPTION 'another collector has stored runs of these devices'
+            USING ERRCODE = '40001';
+    END IF;
+END $$;
+
 -- The little that is staged is to be looked up in large tables, whatever is known of their sizes.
 CREATE FUNCTION store_staged() RETURNS void LANGUAGE plpgsql
 SET enable_hashjoin = off SET enable_mergejoin = off AS $$
 DECLARE
     base bigint;
     staged bigint;
-    stored bigint;
+    changed bigint;
 BEGIN
     SELECT count(*) INTO staged FROM stage_run;
     UPDATE meta SET value = value + staged WHERE key = 'next_collection'
         RETURNING value - staged INTO base;
-    PERFORM 1 FROM device WHERE id IN (SELECT device FROM stage_device) ORDER BY id
-        FOR NO KEY UPDATE;
-    IF EXISTS (SELECT 1 FROM stage_device n LEFT JOIN device d ON d.id = n.device
-               WHERE d.id IS NULL OR n.epoch <> 0 AND n.epoch <> d.epoch)
-       OR EXISTS (SELECT 1 FROM stage_state n LEFT JOIN state s USING (device, command)
-                  WHERE coalesce(s.serial, 0) <> n.serial)
-       OR EXISTS (SELECT 1 FROM stage_rollup n LEFT JOIN rollup r USING (device, command, hour)
-                  WHERE coalesce(r.serial, 0) <> n.serial) THEN
-        RAISE EXCEPTION 'another collector has stored runs of these devices'
-            USING ERRCODE = '40001';
-    END IF;
 
-    INSERT INTO collection
-        SELECT time, run, base + place, device, command, outcome, reason, identity, address,
-               messages, bytes, resends, to_connect, to_opening, to_end, history, series, ordinals,
-               numbers, texts FROM stage_run
-        ON CONFLICT (time, run) DO NOTHING;
-    GET DIAGNOSTICS stored = ROW_COUNT;
-    IF stored <> staged THEN
-        RAISE EXCEPTION 'another session has stored these runs' USING ERRCODE = '40001';
-    END IF;
-
-    INSERT INTO state AS s
-        SELECT device, command, serial + 1, time, full_day, hour, entries FROM stage_state
-        ON CONFLICT (device, command) DO UPDATE SET serial = excluded.serial,
-            time = excluded.time, full_day = excluded.full_day, hour = excluded.hour,
-            entries = excluded.entries;
-    INSERT INTO rollup
-        SELECT device, command, hour, serial + 1, series, ordinals, n, min, max, last
-        FROM stage_rollup
-        ON CONFLICT (device, command, hour) DO UPDATE SET serial = excluded.serial,
-            series = excluded.series, ordinals = excluded.ordinals, n = excluded.n,
-            min = excluded.min, max = excluded.max, last = excluded.last;
-    INSERT INTO long_value SELECT device, command, series, ordinal, bytes FROM stage_long
-        ON CONFLICT (device, command, series, ordinal) DO UPDATE SET bytes = excluded.bytes;
-    INSERT INTO log SELECT device, series, seq, stamp, text, base + place, time, gap_before
-        FROM stage_log;
-    INSERT INTO log_tail SELECT device, series, command, first, count, hash FROM stage_tail
-        ON CONFLICT (device, series, command) DO UPDATE SET first = excluded.first,
-            count = excluded.count, hash = excluded.hash;
-
+    -- Rows are locked in the order of their ids, as by those who renew leases.
     UPDATE device d SET
         identity_seen = coalesce(n.identity, d.identity_seen),
         identity_expected = coalesce(d.identity_expected, n.identity),
@@ -319,12 +294,46 @@ BEGIN
         last_outcome = CASE WHEN n.tells THEN n.outcome ELSE d.last_outcome END,
         last_reason = CASE WHEN n.tells THEN n.reason ELSE d.last_reason END,
         last_duration = CASE WHEN n.tells THEN n.duration ELSE d.last_duration END,
-        due = t.due, lease_until = t.until,
-        free_at = greatest(t.due, t.until, d.paused_until)
-    FROM stage_device n, device o,
-         LATERAL (SELECT CASE WHEN n.due = 0 THEN o.due ELSE n.due END AS due,
-                         CASE WHEN n.due = 0 OR n.keeps THEN o.lease_until ELSE 0 END AS until) t
-    WHERE d.id = n.device AND o.id = n.device;
+        due = CASE WHEN n.due = 0 THEN d.due ELSE n.due END,
+        lease_until = CASE WHEN n.due = 0 OR n.keeps THEN d.lease_until ELSE 0 END,
+        free_at = greatest(CASE WHEN n.due = 0 THEN d.due ELSE n.due END, d.paused_until,
+                           CASE WHEN n.due = 0 OR n.keeps THEN d.lease_until ELSE 0 END)
+    FROM (SELECT * FROM stage_device ORDER BY device) n
+    WHERE d.id = n.device AND (n.epoch = 0 OR n.epoch = d.epoch);
+    GET DIAGNOSTICS changed = ROW_COUNT;
+    PERFORM dtfleet.must_be(changed, (SELECT count(*) FROM stage_device));
+
+    INSERT INTO collection
+        SELECT time, run, base + place, device, command, outcome, reason, identity, address,
+               messages, bytes, resends, to_connect, to_opening, to_end, history, series, ordinals,
+               numbers, texts FROM stage_run
+        ON CONFLICT (time, run) DO NOTHING;
+    GET DIAGNOSTICS changed = ROW_COUNT;
+    PERFORM dtfleet.must_be(changed, staged);
+
+    INSERT INTO state AS s
+        SELECT device, command, serial + 1, time, full_day, hour, entries FROM stage_state
+        ON CONFLICT (device, command) DO UPDATE SET serial = excluded.serial,
+            time = excluded.time, full_day = excluded.full_day, hour = excluded.hour,
+            entries = excluded.entries WHERE s.serial = excluded.serial - 1;
+    GET DIAGNOSTICS changed = ROW_COUNT;
+    PERFORM dtfleet.must_be(changed, (SELECT count(*) FROM stage_state));
+    INSERT INTO rollup AS r
+        SELECT device, command, hour, serial + 1, series, ordinals, n, min, max, last
+        FROM stage_rollup
+        ON CONFLICT (device, command, hour) DO UPDATE SET serial = excluded.serial,
+            series = excluded.series, ordinals = excluded.ordinals, n = excluded.n,
+            min = excluded.min, max = excluded.max, last = excluded.last
+            WHERE r.serial = excluded.serial - 1;
+    GET DIAGNOSTICS changed = ROW_COUNT;
+    PERFORM dtfleet.must_be(changed, (SELECT count(*) FROM stage_rollup));
+    INSERT INTO long_value SELECT device, command, series, ordinal, bytes FROM stage_long
+        ON CONFLICT (device, command, series, ordinal) DO UPDATE SET bytes = excluded.bytes;
+    INSERT INTO log SELECT device, series, seq, stamp, text, base + place, time, gap_before
+        FROM stage_log;
+    INSERT INTO log_tail SELECT device, series, command, first, count, hash FROM stage_tail
+        ON CONFLICT (device, series, command) DO UPDATE SET first = excluded.first,
+            count = excluded.count, hash = excluded.hash;
 
     DELETE FROM stage_run;
     DELETE FROM stage_device;
@@ -412,7 +421,7 @@ void make_tables(Connection &connection) {
 } // namespace
 
 // Several may do so at once: the second finds the first one's tables.
-int64_t migrate(Connection &connection) {
+Migrated migrate(Connection &connection) {
     if (connection.query("SELECT 1 WHERE getdatabaseencoding() = 'UTF8'").rows() == 0)
         throw Failure(Exit::usage, "the database: its encoding must be UTF8");
     Transaction transaction(connection, Transaction::Kind::write);
@@ -420,7 +429,7 @@ int64_t migrate(Connection &connection) {
     const int64_t version = version_of(connection);
     if (version == 0) make_tables(connection);
     transaction.commit();
-    return version;
+    return {version, schema_version};
 }
 
 void check_schema(Connection &connection) {

@@ -2,15 +2,16 @@
 #pragma once
 
 #include "fleet/store/postgres/connection.h"
+#include "fleet/store/upkeep.h"
 
 namespace dtfleet::postgres {
 
 constexpr int64_t schema_version = 1;
 
 // Makes the tables in a database that has none, as the one who will own them, and grants what the
-// roles dtfleet_collect and dtfleet_read need where the server has these. Answers the version that
-// was there; 0: none. Throws dtctl::Failure for a newer version.
-int64_t migrate(Connection &connection);
+// roles dtfleet_collect and dtfleet_read need where the server has these. Throws dtctl::Failure for
+// a newer version.
+Migrated migrate(Connection &connection);
 
 // Throws dtctl::Failure when the tables are missing or of another version.
 void check_schema(Connection &connection);

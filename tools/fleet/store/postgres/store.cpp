@@ -2,13 +2,17 @@
 #include "fleet/store/postgres/open.h"
 
 #include "fleet/store/postgres/batch.h"
-#include "fleet/store/postgres/days.h"
 #include "fleet/store/postgres/devices.h"
+#include "fleet/store/postgres/fault_table.h"
+#include "fleet/store/postgres/retention.h"
 #include "fleet/store/postgres/schema.h"
+#include "fleet/store/postgres/series_rows.h"
 #include "host/failure.h"
 
-namespace dtfleet {
-namespace postgres {
+#include <algorithm>
+#include <utility>
+
+namespace dtfleet::postgres {
 namespace {
 
 constexpr int most_attempts = 5;          // when others write runs of the same devices
@@ -17,35 +21,50 @@ constexpr size_t most_staged = 8'000'000; // bytes
 class PostgresStore final : public Store {
 public:
     PostgresStore(const std::string &address, const Retention &retention)
-        : connection_(address), retention_(retention), series_(connection_) {
+        : connection_(address), rows_(connection_), series_(rows_), house_(connection_, retention) {
         check_schema(connection_);
     }
 
     void write(std::span<const RunRecord> runs) override {
         prepare_stage();
-        for (int attempt = 1;; ++attempt) {
+        // A fresh run is not stored yet; after a failure, and of imports, nobody knows.
+        const auto is_imported = [](const RunRecord &run) { return run.imported; };
+        bool looks =
+            std::exchange(has_failed_, true) || std::any_of(runs.begin(), runs.end(), is_imported);
+        for (int attempt = 1; has_failed_; ++attempt) {
             try {
-                return write_once(runs);
+                write_once(runs, looks);
+                has_failed_ = false;
             } catch (const Conflict &) {
                 if (attempt == most_attempts) throw;
+                looks = true;
             }
         }
     }
 
     void take_inventory(const Inventory &inventory) override {
-        change([&] { take_devices(connection_, inventory.devices); });
-        series_.take_meanings(inventory.series);
-        retention_ = inventory.retention;
+        change([&] {
+            take_devices(connection_, inventory.devices);
+            series_.take_meanings(inventory.series);
+        });
+        house_.take(inventory.retention);
     }
 
-    bool tidy() override {
-        if (purge_some(connection_)) return true;
-        make_next_days(connection_);
-        return !is_clock_held() && drop_old_day(connection_, retention_);
+    void take_meanings(const std::vector<SeriesMeaning> &meanings) override {
+        change([&] { series_.take_meanings(meanings); });
     }
+
+    size_t add_faults(const FaultFile &file) override {
+        size_t added = 0;
+        change([&] { added = store_faults(connection_, file); });
+        return added;
+    }
+
+    bool tidy() override { return house_.tidy(); }
 
     bool back_up(const std::string &) override {
-        throw dtctl::Failure(dtctl::Exit::usage, "a shared database is copied with pg_dump");
+        throw dtctl::Failure(dtctl::Exit::usage,
+                             "a database on a server is copied with its own pg_dump");
     }
 
     // Its disk is the server's to watch; here it is enough that it answers, and can write.
@@ -55,7 +74,8 @@ public:
         return is_standby ? "the database is a standby that cannot be written" : "";
     }
 
-    bool is_clock_held() override { return false; }
+    bool is_clock_held() override { return house_.guard().is_held(); }
+    bool is_too_large() override { return house_.is_too_large(); }
 
     void pause(const std::string &device, Microseconds until) override {
         change([&] { pause_device(connection_, device, until); });
@@ -69,7 +89,7 @@ public:
     void accept(const std::string &device) override {
         change([&] { accept_device(connection_, device); });
     }
-    void accept_clock() override {}
+    void accept_clock() override { house_.guard().accept(); }
 
 private:
     void prepare_stage() {
@@ -85,8 +105,8 @@ private:
         }
     }
 
-    void write_once(std::span<const RunRecord> runs) {
-        Batch batch(connection_, series_, runs);
+    void write_once(std::span<const RunRecord> runs, bool looks) {
+        Batch batch(connection_, series_, runs, looks);
         batch.store();
         staged_bytes_ += batch.staged_bytes();
     }
@@ -101,8 +121,10 @@ private:
     }
 
     Connection connection_;
-    Retention retention_;
+    PostgresSeries rows_;
     SeriesTable series_;
+    Housekeeper house_;
+    bool has_failed_ = false;    // the last to write
     uint64_t stage_session_ = 0; // that has the stage,
     size_t staged_bytes_ = 0;    // and what went over it since it was swept
 };
@@ -113,10 +135,9 @@ std::unique_ptr<Store> open_store(const std::string &address, const Retention &r
     return std::make_unique<PostgresStore>(address, retention);
 }
 
-int64_t migrate_database(const std::string &address) {
+Migrated migrate_database(const std::string &address) {
     Connection connection(address);
     return migrate(connection);
 }
 
-} // namespace postgres
-} // namespace dtfleet
+} // namespace dtfleet::postgres

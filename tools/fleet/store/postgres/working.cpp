@@ -7,9 +7,6 @@
 
 namespace dtfleet::postgres {
 
-using sqlite::Entry;
-using sqlite::Sum;
-
 // ---- states -------------------------------------------------------------------------------------
 
 // A state that cannot be read is none: then every value is new.
@@ -103,7 +100,7 @@ void Rollups::join(int64_t series, Sum &sum, const Sum &later) {
     sum.n += later.n;
 }
 
-void Rollups::close(int64_t device, uint32_t command, sqlite::State &state) {
+void Rollups::close(int64_t device, uint32_t command, State &state) {
     const auto has_sum = [](const Entry &e) { return e.sum.n != 0; };
     if (std::any_of(state.entries.begin(), state.entries.end(), has_sum)) {
         One &one = at({device, command, state.hour});

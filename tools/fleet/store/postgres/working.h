@@ -2,10 +2,10 @@
 // and staged as a whole.
 #pragma once
 
-#include "fleet/store/postgres/arrivals.h"
+#include "fleet/store/arrivals.h"
 #include "fleet/store/postgres/connection.h"
 #include "fleet/store/postgres/copy.h"
-#include "fleet/store/sqlite/state.h"
+#include "fleet/store/state.h"
 
 #include <map>
 #include <set>
@@ -25,7 +25,7 @@ public:
         int64_t serial = 0; // 0: there is no row yet
         bool is_known = false;
         bool is_changed = false;
-        sqlite::State state;
+        State state;
         std::map<Place, std::string> longs;
         std::set<Place> new_longs;
     };
@@ -53,7 +53,7 @@ public:
 
     // Adds the sums of the state to its hour's, and begins anew: the sums are empty, and what was
     // gone is left out.
-    void close(int64_t device, uint32_t command, sqlite::State &state);
+    void close(int64_t device, uint32_t command, State &state);
 
     void stage(Rows &rows) const;
 
@@ -61,10 +61,10 @@ private:
     struct One {
         int64_t serial = 0;
         bool is_changed = false;
-        std::map<Place, sqlite::Sum> sums;
+        std::map<Place, Sum> sums;
     };
     One &at(const Hour &hour);
-    void join(int64_t series, sqlite::Sum &sum, const sqlite::Sum &later);
+    void join(int64_t series, Sum &sum, const Sum &later);
 
     Connection &connection_;
     SeriesTable &series_;

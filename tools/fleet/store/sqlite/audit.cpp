@@ -1,7 +1,7 @@
 #include "fleet/store/sqlite/audit.h"
 
 #include "fleet/store/record.h"
-#include "fleet/store/sqlite/state.h"
+#include "fleet/store/state.h"
 #include "host/failure.h"
 #include "host/text.h"
 

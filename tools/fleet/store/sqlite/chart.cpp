@@ -1,7 +1,7 @@
 #include "fleet/store/sqlite/chart.h"
 
 #include "decode/wire.h"
-#include "fleet/store/sqlite/columns.h"
+#include "fleet/store/columns.h"
 #include "fleet/store/sqlite/hours.h"
 #include "fleet/store/sqlite/rows.h"
 

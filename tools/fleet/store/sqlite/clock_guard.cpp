@@ -1,16 +1,10 @@
 #include "fleet/store/sqlite/clock_guard.h"
 
-#include "fleet/store/sqlite/state.h"
-
-#include <ctime>
-#include <fstream>
 #include <optional>
 
 namespace dtfleet::sqlite {
 namespace {
 
-constexpr Microseconds most_apart = microseconds_an_hour;
-constexpr Microseconds longest_off = 3 * microseconds_a_day;
 constexpr Microseconds between_notes = 60 * microseconds_a_second;
 
 struct Trusted {
@@ -29,40 +23,14 @@ std::optional<Trusted> trusted_clock(Database &database) {
     return trusted;
 }
 
-Microseconds microseconds_of(clockid_t clock) {
-    timespec time{};
-    ::clock_gettime(clock, &time);
-    return time.tv_sec * microseconds_a_second + time.tv_nsec / 1000;
-}
-
-std::string read_boot_id() {
-    std::string id;
-    std::ifstream("/proc/sys/kernel/random/boot_id") >> id;
-    return id;
-}
-
-// Whether a is later than b by more than so much; both may be anything.
-bool is_later(Microseconds a, Microseconds b, Microseconds more_than) {
-    Microseconds difference = 0;
-    return a > b && (__builtin_sub_overflow(a, b, &difference) || difference > more_than);
-}
-
 } // namespace
-
-Clocks read_clocks() {
-    static const std::string boot_id = read_boot_id();
-    return {microseconds_of(CLOCK_REALTIME), microseconds_of(CLOCK_BOOTTIME), boot_id};
-}
 
 bool is_clock_held(Database &database, const Clocks &now) {
     const auto trusted = trusted_clock(database);
     if (!trusted) return false;
     const Microseconds offset = now.wall - now.boot;
-    if (trusted->boot_id == now.boot_id)
-        return is_later(offset, trusted->offset, most_apart) ||
-               is_later(trusted->offset, offset, most_apart);
-    return is_later(trusted->wall, now.wall, most_apart) ||
-           is_later(now.wall, trusted->wall, longest_off);
+    if (trusted->boot_id == now.boot_id) return are_apart(offset, trusted->offset);
+    return has_jumped(trusted->wall, now.wall);
 }
 
 void note_clock(Database &database, const Clocks &now) {

@@ -1,19 +1,12 @@
 // Whether the wall clock can be trusted with deleting what is old.
 #pragma once
 
-#include "fleet/store/record.h"
+#include "fleet/store/clocks.h"
 #include "fleet/store/sqlite/database.h"
-
-#include <string>
 
 namespace dtfleet::sqlite {
 
-struct Clocks {
-    Microseconds wall = 0;
-    Microseconds boot = 0; // since the machine was started, its sleep included
-    std::string boot_id;   // another one after each start
-};
-Clocks read_clocks();
+using dtfleet::Clocks;
 
 // The clock is held while it and the time since boot have moved apart by more than an hour since
 // it was trusted. Over a restart of the machine nothing measures the time: then it is held when it

@@ -142,6 +142,8 @@ int64_t Statement::number(int column) const {
     return sqlite3_column_int64(statement_.get(), column);
 }
 
+int Statement::columns() const { return sqlite3_column_count(statement_.get()); }
+
 std::string_view Statement::bytes(int column) const {
     const void *data = sqlite3_column_blob(statement_.get(), column);
     const auto size = static_cast<size_t>(sqlite3_column_bytes(statement_.get(), column));

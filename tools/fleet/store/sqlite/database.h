@@ -55,6 +55,7 @@ public:
     bool is_null(int column) const;
     bool is_number(int column) const;
     int64_t number(int column) const;
+    int columns() const;
     std::string_view bytes(int column) const; // of a text or BLOB; until the next step
 
 private:

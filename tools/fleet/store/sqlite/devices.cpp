@@ -1,8 +1,7 @@
 #include "fleet/store/sqlite/devices.h"
 
+#include "fleet/store/fields.h"
 #include "host/failure.h"
-
-#include <nlohmann/json.hpp>
 
 namespace dtfleet::sqlite {
 namespace {
@@ -94,7 +93,7 @@ void take_devices(Database &database, const std::vector<Device> &devices) {
         "address = ?2, port = ?3, groups = ?4, interval = ?5, listed = ?6, identity_listed = ?7, "
         "identity_expected = CASE WHEN identity_listed IS ?7 THEN identity_expected ELSE ?7 END");
     for (const Device &device : devices) {
-        const std::string groups = nlohmann::json(device.groups).dump();
+        const std::string groups = text_of(device.groups);
         take.with(std::string_view(device.name), std::string_view(device.address), device.port,
                   std::string_view(groups), device.interval.count(), device.enabled, nullptr);
         bind_identity(take, 7, device.identity);

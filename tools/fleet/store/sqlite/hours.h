@@ -1,7 +1,7 @@
 // The sums of hours, as their rows hold them.
 #pragma once
 
-#include "fleet/store/sqlite/state.h"
+#include "fleet/store/state.h"
 
 #include <optional>
 #include <string_view>

@@ -1,18 +1,16 @@
 // Reader on SQLite: a connection of its own that cannot write.
 #include "fleet/store/sqlite/chart.h"
 #include "fleet/store/sqlite/history.h"
+#include "fleet/store/sqlite/open.h"
 #include "fleet/store/sqlite/rows.h"
 #include "fleet/store/sqlite/schema.h"
 
 #include "decode/wire.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <set>
 
-namespace dtfleet {
-namespace sqlite {
+namespace dtfleet::sqlite {
 namespace {
 
 using dt::decode::wire::selftest_command;
@@ -23,15 +21,6 @@ const std::string some_devices =
     "last_duration, identity_listed FROM device ";
 const std::string all_devices = some_devices + "WHERE name IS NOT NULL ORDER BY name";
 const std::string one_device = some_devices + "WHERE name = ?";
-
-std::vector<std::string> groups_of(std::string_view json) {
-    std::vector<std::string> groups;
-    if (json == "[]") return groups;
-    const nlohmann::json parsed = nlohmann::json::parse(json, nullptr, false);
-    for (const nlohmann::json &group : parsed)
-        if (group.is_string()) groups.push_back(group.get<std::string>());
-    return groups;
-}
 
 std::optional<uint16_t> identity_in(const Statement &row, int column) {
     if (row.is_null(column)) return std::nullopt;
@@ -61,24 +50,8 @@ DeviceState device_in(const Statement &row) {
     return device;
 }
 
-const std::string some_series =
-    "SELECT id, collector, section, key, type, name, unit, signed, log FROM series ";
-const std::string all_series = some_series + "ORDER BY id";
-const std::string one_series = some_series + "WHERE id = ?";
-
-Series series_in(const Statement &row) {
-    Series series;
-    series.id = row.number(0);
-    series.collector = row.bytes(1);
-    series.section = static_cast<uint32_t>(row.number(2));
-    series.key = static_cast<uint32_t>(row.number(3));
-    series.type = type_of(row.number(4));
-    series.name = row.bytes(5);
-    series.unit = row.bytes(6);
-    series.is_signed = row.number(7) != 0;
-    series.is_log = row.number(8) != 0;
-    return series;
-}
+constexpr const char *all_series =
+    "SELECT id, collector, section, key, type, name, unit, signed, log FROM series ORDER BY id";
 
 RunRow run_in(const Statement &row) {
     RunRow found;
@@ -99,17 +72,6 @@ RunRow run_in(const Statement &row) {
     run.to_opening = static_cast<uint32_t>(row.number(12));
     run.to_end = static_cast<uint32_t>(row.number(13));
     return found;
-}
-
-// The state that answers for a command, if any.
-const CommandState *state_for(const std::vector<CommandState> &states, uint32_t command) {
-    const CommandState *newest = nullptr;
-    for (const CommandState &one : states) {
-        if (one.command == command) return &one;
-        if (command != 0 || one.command == selftest_command) continue;
-        if (!newest || one.state.time > newest->state.time) newest = &one;
-    }
-    return newest;
 }
 
 class SqliteReader final : public Reader {
@@ -139,7 +101,7 @@ public:
 
     std::vector<Series> series() override {
         std::vector<Series> series;
-        each_row(database_.statement(all_series.c_str()),
+        each_row(database_.statement(all_series),
                  [&](const Statement &row) { series.push_back(series_in(row)); });
         return series;
     }
@@ -147,7 +109,7 @@ public:
     std::vector<Series> series_of(int64_t device) override {
         const Transaction transaction(database_, Transaction::Kind::read);
         std::vector<Series> series;
-        Statement &find = database_.statement(one_series.c_str());
+        Statement &find = database_.statement(one_series);
         for (const int64_t id : ids_of_series(device))
             each_row(find.with(id),
                      [&](const Statement &row) { series.push_back(series_in(row)); });
@@ -260,10 +222,9 @@ private:
 };
 
 } // namespace
-} // namespace sqlite
 
-std::unique_ptr<Reader> open_reader(const std::string &database) {
-    return std::make_unique<sqlite::SqliteReader>(database);
+std::unique_ptr<Reader> open_reader(const std::string &path) {
+    return std::make_unique<SqliteReader>(path);
 }
 
-} // namespace dtfleet
+} // namespace dtfleet::sqlite

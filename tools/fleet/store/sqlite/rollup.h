@@ -2,7 +2,7 @@
 #pragma once
 
 #include "fleet/store/sqlite/database.h"
-#include "fleet/store/sqlite/state.h"
+#include "fleet/store/state.h"
 
 namespace dtfleet::sqlite {
 

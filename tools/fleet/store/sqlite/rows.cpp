@@ -1,19 +1,6 @@
 #include "fleet/store/sqlite/rows.h"
 
-#include <algorithm>
-
 namespace dtfleet::sqlite {
-
-Outcome outcome_of(int64_t number) {
-    const bool known = number >= 0 && number < static_cast<int64_t>(outcomes);
-    return known ? static_cast<Outcome>(number) : Outcome::malformed;
-}
-
-dt::decode::Kind type_of(int64_t number) {
-    using dt::decode::Kind;
-    return static_cast<Kind>(std::clamp<int64_t>(number, static_cast<int64_t>(Kind::int32),
-                                                 static_cast<int64_t>(Kind::buffer)));
-}
 
 StoredValue stored_value(const Statement &row, int column) {
     if (row.is_null(column)) return {};
@@ -22,10 +9,18 @@ StoredValue stored_value(const Statement &row, int column) {
     return {StoredValue::Form::bytes, 0, std::string(row.bytes(column))};
 }
 
-RunId run_id(std::string_view bytes) {
-    RunId id{};
-    std::copy_n(bytes.begin(), std::min(bytes.size(), id.size()), id.begin());
-    return id;
+Series series_in(const Statement &row) {
+    Series series;
+    series.id = row.number(0);
+    series.collector = row.bytes(1);
+    series.section = static_cast<uint32_t>(row.number(2));
+    series.key = static_cast<uint32_t>(row.number(3));
+    series.type = type_of(row.number(4));
+    series.name = row.bytes(5);
+    series.unit = row.bytes(6);
+    series.is_signed = row.number(7) != 0;
+    series.is_log = row.number(8) != 0;
+    return series;
 }
 
 // Entries that cannot be read are left out; the next run writes them anew.

@@ -1,9 +1,8 @@
 // Rows as the rest of the service knows them.
 #pragma once
 
+#include "fleet/store/fields.h"
 #include "fleet/store/sqlite/database.h"
-#include "fleet/store/sqlite/state.h"
-#include "fleet/store/store.h"
 
 #include <vector>
 
@@ -15,20 +14,15 @@ template <typename Take> void each_row(Statement &statement, Take take) {
     statement.reset();
 }
 
-// What stands in a file may be damaged, so no number is trusted to be an enumerator.
-Outcome outcome_of(int64_t number);
-dt::decode::Kind type_of(int64_t number);
-
 // Of a column of `value`.
 StoredValue stored_value(const Statement &row, int column);
 
-RunId run_id(std::string_view bytes);
+// A row of this query, or of one with the same columns.
+constexpr const char *one_series =
+    "SELECT id, collector, section, key, type, name, unit, signed, log FROM series WHERE id = ?";
+Series series_in(const Statement &row);
 
 // The states of a device's commands.
-struct CommandState {
-    uint32_t command = 0;
-    State state;
-};
 std::vector<CommandState> states_of(Database &database, int64_t device);
 
 } // namespace dtfleet::sqlite

@@ -57,6 +57,7 @@ void go_to_hour(Database &database, int64_t device, uint32_t command, int64_t ho
 } // namespace
 
 void RunWriter::begin() {
+    series_.begin_batch();
     next_collection_ = database_.number("SELECT value FROM meta WHERE key = 'next_collection'");
     next_value_ = database_.number("SELECT value FROM meta WHERE key = 'next_value'");
 }
@@ -71,6 +72,7 @@ void RunWriter::write(const RunRecord &run) {
     if (is_there(run)) return;
     const int64_t device = device_id(database_, run.device);
     Arrivals arrivals(run, series_);
+    series_.resolve();
     State state;
     const bool is_known = read_state(device, run.command, state);
     const bool is_history = run.imported && is_known && run.time < state.time;
@@ -139,7 +141,7 @@ size_t RunWriter::write_values(const RunRecord &run, int64_t device, Arrivals &a
                           {run.time, whole, run.keeps_all || is_full, next_value_}, same_row);
     arrivals.give(comparison);
     comparison.finish(
-        [this](int64_t series, uint32_t ordinal) { return series_.arrivals_of(series) > ordinal; });
+        [&](int64_t missing, uint32_t ordinal) { return arrivals.has_come(missing, ordinal); });
     insert_rows(comparison.rows());
     save_state(device, run.command, comparison.state());
     return comparison.rows().size();
@@ -172,7 +174,7 @@ void RunWriter::insert_rows(std::span<const Row> rows) {
 
 void RunWriter::write_logs(const RunRecord &run, int64_t device, const Arrivals &arrivals) {
     for (const Arrivals::Log &log : arrivals.logs())
-        store_log(database_, {device, log.series, run.command, next_collection_, run.time,
+        store_log(database_, {device, log.series(), run.command, next_collection_, run.time,
                               lines_of(log.strings)});
 }
 

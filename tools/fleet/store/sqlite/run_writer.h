@@ -1,10 +1,10 @@
 // Stores runs, inside a transaction that others begin and end.
 #pragma once
 
-#include "fleet/store/sqlite/arrivals.h"
-#include "fleet/store/sqlite/comparison.h"
+#include "fleet/store/arrivals.h"
+#include "fleet/store/comparison.h"
+#include "fleet/store/series.h"
 #include "fleet/store/sqlite/database.h"
-#include "fleet/store/sqlite/series.h"
 
 #include <span>
 

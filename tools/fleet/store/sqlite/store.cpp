@@ -1,4 +1,4 @@
-#include "fleet/store/store.h"
+#include "fleet/store/sqlite/open.h"
 
 #include "fleet/store/sqlite/backup.h"
 #include "fleet/store/sqlite/devices.h"
@@ -6,6 +6,7 @@
 #include "fleet/store/sqlite/retention.h"
 #include "fleet/store/sqlite/run_writer.h"
 #include "fleet/store/sqlite/schema.h"
+#include "fleet/store/sqlite/series_rows.h"
 
 #include "host/failure.h"
 
@@ -17,8 +18,7 @@
 #include <filesystem>
 #include <optional>
 
-namespace dtfleet {
-namespace sqlite {
+namespace dtfleet::sqlite {
 namespace {
 
 constexpr uint64_t megabyte = 1'000'000;
@@ -26,8 +26,8 @@ constexpr uint64_t megabyte = 1'000'000;
 class SqliteStore final : public Store {
 public:
     SqliteStore(const std::string &path, const Retention &retention)
-        : database_(path, Database::Access::make), series_(database_), runs_(database_, series_),
-          house_(database_, retention) {
+        : database_(path, Database::Access::make), rows_(database_), series_(rows_),
+          runs_(database_, series_), house_(database_, retention) {
         open_schema(database_);
     }
 
@@ -118,6 +118,7 @@ private:
     }
 
     Database database_;
+    SqliteSeries rows_;
     SeriesTable series_;
     RunWriter runs_;
     Housekeeper house_;
@@ -125,10 +126,9 @@ private:
 };
 
 } // namespace
-} // namespace sqlite
 
-std::unique_ptr<Store> open_store(const std::string &database, const Retention &retention) {
-    return std::make_unique<sqlite::SqliteStore>(database, retention);
+std::unique_ptr<Store> open_store(const std::string &path, const Retention &retention) {
+    return std::make_unique<SqliteStore>(path, retention);
 }
 
-} // namespace dtfleet
+} // namespace dtfleet::sqlite

@@ -1,20 +1,49 @@
-// The table of series, with what is known of them in memory. What a batch of runs brings that is
-// new is asked for in one go.
+// The table of series, with what is known of them in memory. What runs bring that is new is asked
+// for in one go.
 #pragma once
 
 #include "fleet/inventory/inventory.h"
-#include "fleet/store/postgres/connection.h"
-#include "fleet/store/record.h"
+#include "fleet/store/store.h"
 
 #include <array>
+#include <functional>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
-namespace dtfleet::postgres {
+namespace dtfleet {
+
+// The rows of the table, in whichever database.
+class SeriesRows {
+public:
+    virtual ~SeriesRows() = default;
+
+    struct Wanted {
+        std::string_view collector; // bytes
+        uint32_t section;
+        uint32_t key;
+        dt::decode::Kind type;
+        const SeriesMeaning *meaning; // for a row that is made
+    };
+    struct Found {
+        int64_t id = 0;
+        bool is_signed = false;
+        bool is_log = false;
+    };
+    virtual std::vector<Found> find_or_make(std::span<const Wanted> wanted) = 0;
+    virtual void mark_logs(const std::vector<int64_t> &ids) = 0;
+    virtual std::optional<Series> find(int64_t id) = 0;
+
+    // Gives each row the name, the unit and the sign that it is to have.
+    using MeaningOf = std::function<const SeriesMeaning &(const std::string &collector,
+                                                          uint32_t section, uint32_t key)>;
+    virtual void change_meanings(const MeaningOf &meaning_of) = 0;
+};
 
 // Section and key with the number that a collector has in this process.
 using What = std::pair<uint64_t, uint32_t>;
@@ -32,10 +61,13 @@ struct Key {
 
 class SeriesTable {
 public:
-    explicit SeriesTable(Connection &connection) : connection_(connection) {}
+    explicit SeriesTable(SeriesRows &rows) : rows_(rows) {}
 
     // Keys stay where they are until the next batch.
     void begin_batch();
+
+    // A transaction was undone: series that it made are not there.
+    void forget();
 
     // Counts arrivals anew, of a run whose collectors are these.
     void begin_run(const std::vector<std::string> &collectors);
@@ -77,16 +109,10 @@ private:
     }
     const SeriesMeaning &meaning_of(const std::string &collector, uint32_t section,
                                     uint32_t key) const;
-    struct Places {
-        std::vector<Bytes> collectors;
-        std::vector<int64_t> sections, keys, types;
-    };
-    Places places_of_wanted() const;
-    void find(const Places &places);
-    void make(const Places &places);
+    void resolve_wanted();
     void mark_new_logs();
 
-    Connection &connection_;
+    SeriesRows &rows_;
     std::multimap<std::pair<std::string, uint32_t>, SeriesMeaning> meanings_;
     std::unordered_map<std::string, uint32_t> numbers_; // of collectors, in this process
     std::vector<std::string> collectors_;               // by their numbers
@@ -98,4 +124,4 @@ private:
     std::vector<uint32_t> collectors_of_run_;
 };
 
-} // namespace dtfleet::postgres
+} // namespace dtfleet

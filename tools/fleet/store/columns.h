@@ -1,12 +1,12 @@
 // The columns of a chart, as values come to them.
 #pragma once
 
-#include "fleet/store/sqlite/state.h"
+#include "fleet/store/state.h"
 #include "fleet/store/store.h"
 
 #include <vector>
 
-namespace dtfleet::sqlite {
+namespace dtfleet {
 
 class Columns {
 public:
@@ -36,4 +36,4 @@ private:
     std::vector<Column> columns_;
 };
 
-} // namespace dtfleet::sqlite
+} // namespace dtfleet

@@ -1,13 +1,13 @@
 // What of a run is stored: it is held against what the runs before it brought.
 #pragma once
 
-#include "fleet/store/sqlite/state.h"
+#include "fleet/store/state.h"
 
 #include <functional>
 #include <optional>
 #include <unordered_map>
 
-namespace dtfleet::sqlite {
+namespace dtfleet {
 
 // A value that is stored. The bytes are the run's.
 struct Row {
@@ -66,4 +66,4 @@ private:
     std::vector<Row> rows_;
 };
 
-} // namespace dtfleet::sqlite
+} // namespace dtfleet

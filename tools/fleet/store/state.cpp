@@ -1,6 +1,6 @@
-#include "fleet/store/sqlite/state.h"
+#include "fleet/store/state.h"
 
-namespace dtfleet::sqlite {
+namespace dtfleet {
 namespace {
 
 // Bits of the byte that begins an entry; its lowest two are the form.
@@ -144,4 +144,4 @@ bool unpack(std::string_view packed, State &state) {
     return true;
 }
 
-} // namespace dtfleet::sqlite
+} // namespace dtfleet

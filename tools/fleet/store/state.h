@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-namespace dtfleet::sqlite {
+namespace dtfleet {
 
 constexpr Microseconds microseconds_a_second = 1'000'000;
 constexpr Microseconds microseconds_an_hour = 3600 * microseconds_a_second;
@@ -64,4 +64,4 @@ std::string pack(const State &state);
 // The entries of a state of that time. False when these are no entries of this program's.
 bool unpack(std::string_view packed, State &state);
 
-} // namespace dtfleet::sqlite
+} // namespace dtfleet

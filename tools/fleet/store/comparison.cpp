@@ -1,8 +1,8 @@
-#include "fleet/store/sqlite/comparison.h"
+#include "fleet/store/comparison.h"
 
 #include "fleet/store/number.h"
 
-namespace dtfleet::sqlite {
+namespace dtfleet {
 namespace {
 
 void add(Sum &sum, const Arrival &arrival) {
@@ -100,4 +100,4 @@ void Comparison::finish(const HasCome &has_come) {
     }
 }
 
-} // namespace dtfleet::sqlite
+} // namespace dtfleet

@@ -1,10 +1,10 @@
-#include "fleet/store/sqlite/columns.h"
+#include "fleet/store/columns.h"
 
 #include "fleet/store/number.h"
 
 #include <algorithm>
 
-namespace dtfleet::sqlite {
+namespace dtfleet {
 namespace {
 
 constexpr size_t most_columns = 10'000;
@@ -45,4 +45,4 @@ std::vector<Point> Columns::points() const {
     return points;
 }
 
-} // namespace dtfleet::sqlite
+} // namespace dtfleet

@@ -1,10 +1,10 @@
-#include "fleet/store/postgres/arrivals.h"
+#include "fleet/store/arrivals.h"
 
 #include "fleet/store/logs.h"
 
 #include <algorithm>
 
-namespace dtfleet::postgres {
+namespace dtfleet {
 
 Arrivals::Arrivals(const RunRecord &run, SeriesTable &series) : run_(run), series_(series) {
     series_.begin_run(run.samples.collectors);
@@ -53,25 +53,26 @@ void Arrivals::judge_log(std::span<const size_t> places) {
     series_.mark_log(key);
 }
 
-std::map<What, uint32_t> Arrivals::counts() const {
-    std::map<What, uint32_t> counts;
-    for (const Value &value : values_) ++counts[value.key->what];
-    return counts;
+bool Arrivals::has_come(int64_t series, uint32_t ordinal) {
+    if (counts_.empty())
+        for (const Value &value : values_) ++counts_[value.key->what];
+    const auto found = counts_.find(series_.facts_of(series).what);
+    return found != counts_.end() && found->second > ordinal;
 }
 
-void Arrivals::give(sqlite::Comparison &comparison) const {
+void Arrivals::give(Comparison &comparison) const {
     for (const Value &value : values_) {
         if (value.is_of_log) continue;
         const Sample &sample = *value.sample;
-        sqlite::Arrival arrival{value.key->ids[static_cast<size_t>(sample.kind)],
-                                value.ordinal,
-                                sample.kind,
-                                value.key->is_signed,
-                                sample.number,
-                                {}};
+        Arrival arrival{value.key->ids[static_cast<size_t>(sample.kind)],
+                        value.ordinal,
+                        sample.kind,
+                        value.key->is_signed,
+                        sample.number,
+                        {}};
         if (!is_number(sample.kind)) arrival.bytes = run_.samples.bytes_of(sample);
         comparison.take(arrival);
     }
 }
 
-} // namespace dtfleet::postgres
+} // namespace dtfleet

@@ -1,7 +1,8 @@
 // What comes in files: faults and captured runs, once and again, new and old.
+#include "../engine.h"
+#include "../samples.h"
 #include "fleet/store/import.h"
 #include "host/failure.h"
-#include "samples.h"
 #include "support/wire.h"
 #include "tools/dtctl/collect/run.h"
 
@@ -29,8 +30,8 @@ std::string faults_of(const std::vector<std::string> &lines, const std::vector<u
 }
 
 TEST(Import, TheFaultLogsOfADeviceAreOneHistory) {
-    const Scratch scratch;
-    const std::string file = scratch / "fleet.db";
+    const Fresh fresh;
+    const std::string &file = fresh.name();
     const auto store = open_store(file, endless);
     const auto import = [&](const std::string &bytes, Microseconds written) {
         return import_faults(*store, "pump", bytes, written);
@@ -97,7 +98,8 @@ struct Capture {
 
 TEST(Import, CapturedRunsAreWhatTheDevicesSent) {
     const Scratch scratch;
-    const std::string file = scratch / "fleet.db", path = scratch / "visit.pcap";
+    const Fresh fresh;
+    const std::string &file = fresh.name(), path = scratch / "visit.pcap";
     const auto store = open_store(file, endless);
     store->take_meanings({{"pump", {}, 7, "speed", "", false, {}}});
     RunRecord known = make_run(1, "fan", 1000 * second);
@@ -130,10 +132,8 @@ TEST(Import, CapturedRunsAreWhatTheDevicesSent) {
     };
     import();
     const auto all = [&] {
-        return rows_of(file,
-                       "SELECT time, device, command, outcome, address, identity, reason "
-                       "FROM collection WHERE id > 2 ORDER BY time",
-                       7);
+        return rows_of(file, "SELECT time, device, command, outcome, address, identity, reason "
+                             "FROM collection WHERE id > 2 ORDER BY time, id");
     };
     const auto rows = all();
     EXPECT_THAT(
@@ -146,9 +146,9 @@ TEST(Import, CapturedRunsAreWhatTheDevicesSent) {
                     AllOf(StartsWith("600000000|2|0|7|"), HasSubstr("capture ends before"))));
     const char *values = "SELECT time, device, collector, key, type, number FROM value_flat "
                          "WHERE time <> 1000000000 ORDER BY time, device";
-    EXPECT_THAT(rows_of(file, values, 6),
+    EXPECT_THAT(rows_of(file, values),
                 ElementsAre("100000000|fan|pump|7|int|100", "100000000|pump|pump|7|int|100"));
-    EXPECT_THAT(rows_of(file, "SELECT name FROM series", 1), ElementsAre("speed"));
+    EXPECT_THAT(rows_of(file, "SELECT name FROM series"), ElementsAre("speed"));
     const auto number_of = [&](const char *device) {
         return reader->latest(reader->device(device)->id, 0).at(0).value.number;
     };
