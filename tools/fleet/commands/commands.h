@@ -18,6 +18,8 @@ void add_forget(dtctl::Command &program);
 void add_accept(dtctl::Command &program);
 void add_check(dtctl::Command &program);
 void add_backup(dtctl::Command &program);
+void add_migrate(dtctl::Command &program);
+void add_move(dtctl::Command &program);
 void add_ask(dtctl::Command &program);
 void add_reload(dtctl::Command &program);
 void add_discover(dtctl::Command &program);

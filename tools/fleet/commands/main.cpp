@@ -33,6 +33,8 @@ void add_commands(dtctl::Command &program) {
     dtfleet::add_discover(program);
     dtfleet::add_check(program);
     dtfleet::add_backup(program);
+    dtfleet::add_migrate(program);
+    dtfleet::add_move(program);
     dtfleet::add_import(program);
     dtfleet::add_import_faults(program);
     dtfleet::add_import_capture(program);
