@@ -68,7 +68,7 @@ dpkg-deb -x "$packages/dtfleet_${version}_$native.deb" "$work/host"
 fleet=$work/host/usr/bin/dtfleet
 "$root/tests/checks/hardened.sh" readelf "$fleet" || fail "dtfleet is not hardened"
 needs=$(field dtfleet "$native" Depends)
-for need in libc6 libsqlite3-0 libmicrohttpd12; do
+for need in libc6 libsqlite3-0 libpq5 libmicrohttpd12; do
     [[ $needs == *$need* ]] || fail "dtfleet states no dependency on $need"
 done
 "$fleet" check --config "$work/host/etc/dtfleet/fleet.toml" >/dev/null || fail "the sample is no configuration"
