@@ -1,6 +1,8 @@
 // PostgreSQL's binary forms of values, as parameters, results and COPY have them.
 #pragma once
 
+#include <endian.h>
+
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -23,18 +25,12 @@ enum class Type : unsigned {
     bytea_array = 1001,
 };
 
-inline void put_16(std::string &out, uint16_t number) {
-    out += static_cast<char>(number >> 8);
-    out += static_cast<char>(number);
+template <typename Number> void put_whole(std::string &out, Number number) {
+    out.append(reinterpret_cast<const char *>(&number), sizeof number);
 }
-inline void put_32(std::string &out, uint32_t number) {
-    put_16(out, static_cast<uint16_t>(number >> 16));
-    put_16(out, static_cast<uint16_t>(number));
-}
-inline void put_64(std::string &out, uint64_t number) {
-    put_32(out, static_cast<uint32_t>(number >> 32));
-    put_32(out, static_cast<uint32_t>(number));
-}
+inline void put_16(std::string &out, uint16_t number) { put_whole(out, htobe16(number)); }
+inline void put_32(std::string &out, uint32_t number) { put_whole(out, htobe32(number)); }
+inline void put_64(std::string &out, uint64_t number) { put_whole(out, htobe64(number)); }
 
 constexpr uint32_t null_length = 0xffffffff;
 

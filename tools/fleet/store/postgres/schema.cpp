@@ -116,6 +116,7 @@ CREATE TABLE state(
     entries bytea NOT NULL,
     PRIMARY KEY(device, command)) WITH (fillfactor = 60);
 ALTER TABLE state ALTER entries SET STORAGE EXTERNAL;
+ALTER TABLE state SET (toast_tuple_target = 8160); -- in its row as long as a page holds it
 
 -- The values that are too long for a state.
 CREATE TABLE long_value(
