@@ -265,6 +265,7 @@ TEST(Store, DevicesKeepTheirHistoryThroughWhatOperatorsDo) {
     store->rename("pump", "pump2");
     EXPECT_THAT(rows_of(file, devices),
                 ElementsAre("fan|1|259|259|5|5|0|0", "pump2|1|259|259|2|1|1|77"));
+    inventory.devices[1].port = 9100;
     store->take_inventory(inventory); // says nothing new of the identity that was accepted
     store->forget("fan");
     while (store->tidy()) {
