@@ -100,7 +100,7 @@ void Result::Clear::operator()(pg_result *result) const { PQclear(result); }
 
 int Result::rows() const { return PQntuples(result_.get()); }
 
-int64_t Result::changed() const { return std::atoll(PQcmdTuples(result_.get())); }
+int64_t Result::changed() const { return std::strtoll(PQcmdTuples(result_.get()), nullptr, 10); }
 
 bool Result::is_null(int row, int column) const {
     return PQgetisnull(result_.get(), row, column) != 0;

@@ -24,6 +24,7 @@ std::vector<FaultRow> rows_of(Connection &connection, int64_t device) {
     const Result found = connection.query("SELECT fault, kind, stamp, value_id, value FROM fault "
                                           "WHERE device = $1 ORDER BY pass_time, id",
                                           device);
+    rows.reserve(static_cast<size_t>(found.rows()));
     for (int row = 0; row < found.rows(); ++row)
         rows.push_back({0, 0, std::string(found.bytes(row, 0)), std::string(found.bytes(row, 1)),
                         std::string(found.bytes(row, 2)),
@@ -47,6 +48,7 @@ size_t store_faults(Connection &connection, const FaultFile &file) {
     std::vector<Bytes> faults, stamps, values;
     std::vector<std::string> kinds;
     std::vector<int64_t> ids;
+    faults.reserve(file.rows.size());
     for (size_t i = 0; i < file.rows.size(); ++i) {
         if (known[i]) continue;
         const FaultRow &row = file.rows[i];

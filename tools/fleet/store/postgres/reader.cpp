@@ -92,6 +92,7 @@ FaultRow fault_in(const Result &rows, int row) {
 // All rows of an answer.
 template <typename Take> auto list_of(const Result &rows, Take take) {
     std::vector<decltype(take(rows, 0))> list;
+    list.reserve(static_cast<size_t>(rows.rows()));
     for (int row = 0; row < rows.rows(); ++row) list.push_back(take(rows, row));
     return list;
 }

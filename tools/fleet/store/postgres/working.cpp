@@ -55,6 +55,34 @@ void States::stage(Rows &states, Rows &longs) const {
 
 // ---- sums ---------------------------------------------------------------------------------------
 
+namespace {
+
+std::map<Place, Sum> sums_in(const Result &rows, int row) {
+    const auto series = rows.numbers(row, 4), ordinals = rows.numbers(row, 5);
+    const auto n = rows.numbers(row, 6), min = rows.numbers(row, 7);
+    const auto max = rows.numbers(row, 8), last = rows.numbers(row, 9);
+    std::map<Place, Sum> sums;
+    for (size_t i = 0; i < series.size(); ++i) {
+        const auto pattern = [&](const auto &column) {
+            return i < column.size() ? static_cast<uint64_t>(column[i].value_or(0)) : 0;
+        };
+        sums[{series[i].value_or(0), static_cast<uint32_t>(pattern(ordinals))}] = {
+            pattern(n), pattern(min), pattern(max), pattern(last)};
+    }
+    return sums;
+}
+
+template <typename NumberOf>
+void put_column(Rows &rows, Type type, const std::map<Place, Sum> &sums, NumberOf number_of) {
+    auto at = sums.begin();
+    rows.array(type, sums.size(), false, [&](size_t) {
+        const auto number = static_cast<int64_t>(number_of(*at++));
+        type == Type::int4 ? rows.int4(number) : rows.int8(number);
+    });
+}
+
+} // namespace
+
 void Rollups::read(const std::vector<Hour> &hours) {
     std::vector<int64_t> devices, commands, numbers;
     for (const auto &[device, command, hour] : hours) {
@@ -68,21 +96,9 @@ void Rollups::read(const std::vector<Hour> &hours) {
         "SELECT device, command, hour, serial, series, ordinals, n, min, max, last FROM rollup "
         "WHERE (device, command, hour) IN (SELECT * FROM unnest($1, $2, $3))",
         devices, commands, numbers);
-    for (int row = 0; row < rows.rows(); ++row) {
-        One &one = all_[{rows.number(row, 0), static_cast<uint32_t>(rows.number(row, 1)),
-                         rows.number(row, 2)}];
-        one.serial = rows.number(row, 3);
-        const auto series = rows.numbers(row, 4), ordinals = rows.numbers(row, 5);
-        const auto n = rows.numbers(row, 6), min = rows.numbers(row, 7);
-        const auto max = rows.numbers(row, 8), last = rows.numbers(row, 9);
-        for (size_t i = 0; i < series.size(); ++i) {
-            const auto pattern = [&](const auto &column) {
-                return i < column.size() ? static_cast<uint64_t>(column[i].value_or(0)) : 0;
-            };
-            one.sums[{series[i].value_or(0), static_cast<uint32_t>(pattern(ordinals))}] = {
-                pattern(n), pattern(min), pattern(max), pattern(last)};
-        }
-    }
+    for (int row = 0; row < rows.rows(); ++row)
+        all_[{rows.number(row, 0), static_cast<uint32_t>(rows.number(row, 1)),
+              rows.number(row, 2)}] = {rows.number(row, 3), false, sums_in(rows, row)};
 }
 
 Rollups::One &Rollups::at(const Hour &hour) {
@@ -121,19 +137,12 @@ void Rollups::stage(Rows &rows) const {
         if (!one.is_changed) continue;
         const auto &[device, command, hour] = place;
         rows.row().int4(device).int8(command).int8(hour).int8(one.serial);
-        const auto column = [&](Type type, auto number_of) {
-            auto at = one.sums.begin();
-            rows.array(type, one.sums.size(), false, [&](size_t) {
-                const auto number = static_cast<int64_t>(number_of(*at++));
-                type == Type::int4 ? rows.int4(number) : rows.int8(number);
-            });
-        };
-        column(Type::int4, [](const auto &sum) { return sum.first.first; });
-        column(Type::int4, [](const auto &sum) { return sum.first.second; });
-        column(Type::int8, [](const auto &sum) { return sum.second.n; });
-        column(Type::int8, [](const auto &sum) { return sum.second.min; });
-        column(Type::int8, [](const auto &sum) { return sum.second.max; });
-        column(Type::int8, [](const auto &sum) { return sum.second.last; });
+        put_column(rows, Type::int4, one.sums, [](const auto &sum) { return sum.first.first; });
+        put_column(rows, Type::int4, one.sums, [](const auto &sum) { return sum.first.second; });
+        put_column(rows, Type::int8, one.sums, [](const auto &sum) { return sum.second.n; });
+        put_column(rows, Type::int8, one.sums, [](const auto &sum) { return sum.second.min; });
+        put_column(rows, Type::int8, one.sums, [](const auto &sum) { return sum.second.max; });
+        put_column(rows, Type::int8, one.sums, [](const auto &sum) { return sum.second.last; });
     }
 }
 
@@ -161,6 +170,7 @@ std::vector<std::pair<std::string, std::string>> LogBook::last_lines(int64_t dev
     const Result rows = connection_.query(
         "SELECT stamp, text FROM log WHERE device = $1 AND series = $2 AND seq > $3 ORDER BY seq",
         device, series, stored_end - static_cast<int64_t>(count));
+    lines.reserve(static_cast<size_t>(rows.rows()) + one.fresh.size());
     for (int row = 0; row < rows.rows(); ++row)
         lines.emplace_back(rows.bytes(row, 0), rows.bytes(row, 1));
     for (const Fresh &line : one.fresh) lines.emplace_back(line.stamp, line.text);
@@ -181,6 +191,7 @@ void LogBook::take(const RunRecord &run, int64_t device, int64_t place,
     if (tail.count == count && tail.hash == hash) return;
     const auto texts = last_lines(device, arrived.series(), one, lines.size());
     std::vector<Line> stored;
+    stored.reserve(texts.size());
     for (const auto &[stamp, text] : texts) stored.push_back({stamp, text});
     const size_t common = overlap(stored, lines);
     tail = {one.end + 1 - static_cast<int64_t>(common), count, hash, true};
