@@ -1,15 +1,13 @@
 // A fleet in one process: the engine asks, the simulator answers.
-#include "fleet/engine/engine.h"
-#include "fleet/simulate/simulator.h"
+#include "simulated.h"
+
 #include "host/socket.h"
 
 #include <gmock/gmock.h>
 
-#include <arpa/inet.h>
 #include <sys/socket.h>
 
 #include <array>
-#include <map>
 
 namespace dtfleet {
 namespace {
@@ -18,45 +16,6 @@ using namespace std::chrono_literals;
 using testing::Each;
 using testing::Field;
 using testing::SizeIs;
-
-class Kept : public Outlet {
-public:
-    bool has_room() const override { return true; }
-    void put(RunRecord run) override { runs[run.device].push_back(std::move(run)); }
-    std::map<std::string, std::vector<RunRecord>> runs;
-};
-
-struct Fleet {
-    explicit Fleet(SimulatorOptions options) : simulator(options, loop) {
-        inventory.listen = 0; // any free port
-        for (uint32_t i = 0; i < options.devices; ++i) {
-            Device device;
-            device.name = std::to_string(i);
-            device.address = Simulator::address_of(i);
-            inet_pton(AF_INET, device.address.c_str(), &device.ip);
-            device.port = simulator.port();
-            device.interval = Seconds(1);
-            inventory.devices.push_back(device);
-        }
-    }
-
-    Engine &start() { return engine.emplace(std::make_shared<Inventory>(inventory), loop, kept); }
-
-    template <typename Done> void run_until(Done done) {
-        if (!engine) start();
-        while (!done()) {
-            loop.wait(std::min({engine->next_pass(), simulator.next_pass(), now() + Time(50ms)}));
-            simulator.pass();
-            engine->pass();
-        }
-    }
-
-    Loop loop;
-    Simulator simulator;
-    Inventory inventory;
-    Kept kept;
-    std::optional<Engine> engine;
-};
 
 TEST(Engine, AsksEachDeviceInItsTurnsAndTakesWhatItSends) {
     SimulatorOptions options;

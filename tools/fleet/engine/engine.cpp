@@ -1,10 +1,10 @@
 #include "fleet/engine/engine.h"
 
+#include "fleet/engine/target.h"
 #include "host/socket.h"
 
 #include <fmt/format.h>
 
-#include <sys/random.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -14,27 +14,9 @@
 namespace dtfleet {
 namespace {
 
-constexpr Time first_resend = Seconds(1); // and twice as long after each
-constexpr Time busy = Seconds(1);         // until a device that is being asked is looked at again
+constexpr Time busy = Seconds(1); // until a device that is being asked is looked at again
 constexpr Time shortly = std::chrono::milliseconds(50); // until what is full or behind is
 constexpr size_t slice = 1000;                          // devices of a new inventory taken at once
-
-// The time goes first: then the index of all runs grows at its end, and not everywhere at once.
-RunId new_id(Microseconds begun) {
-    RunId id;
-    while (::getrandom(id.data(), id.size(), 0) != static_cast<ssize_t>(id.size())) {
-    }
-    for (unsigned i = 0; i < 6; ++i)
-        id[i] = static_cast<uint8_t>(begun / 1000 >> (40 - 8 * i)); // milliseconds
-    return id;
-}
-
-// Of a slot in the agenda of turns: one for each kind, and one to try again.
-constexpr size_t places = 3;
-constexpr size_t place_of(size_t slot, Kind kind) {
-    return places * slot + static_cast<size_t>(kind);
-}
-constexpr size_t place_of_retry(size_t slot) { return places * slot + places - 1; }
 
 // Of a run that could not begin.
 RunRecord refusal() {
@@ -53,39 +35,11 @@ bool hears(in_addr_t host, in_addr_t broadcast) {
 
 } // namespace
 
-// A device, as long as the process lives: its slot stays its own when it leaves the inventory.
-struct Engine::Target {
-    Device device;
-    bool is_listed = false;
-    uint32_t generation = 0; // of the inventory that had it last
-    uint32_t failures = 0;   // collections in a row
-    Time paused_until{};
-    Kind due_kind = Kind::collection; // of the run that waits or is open
-    Time due{};
-    Answer answer; // of who asked for that run by hand
-    std::unique_ptr<Run> run;
-};
-
-struct Engine::Run {
-    uint32_t token = 0;
-    Microseconds begun = wall_microseconds();
-    RunId id = new_id(begun);
-    Microseconds opened = 0;
-    Time sent{}; // the first command
-    Time opening{};
-    Time resend{};
-    Time resend_step = first_resend;
-    Time heard{}; // the last byte
-    uint32_t resends = 0;
-    Endpoint endpoint;
-    std::unique_ptr<Connection> connection; // none yet
-};
-
-Engine::Engine(std::shared_ptr<const Inventory> inventory, Loop &loop, Outlet &outlet)
+Engine::Engine(std::shared_ptr<const Inventory> inventory, Loop &loop, Outlet &outlet, Fleet fleet)
     : limits_(inventory->limits), loop_(loop), outlet_(outlet),
       reception_(inventory->listen, limits_, loop, statistics_,
                  [this](Connection &connection) { receive(connection); }),
-      announce_(inventory->announce), admission_(limits_) {
+      announce_(inventory->announce), admission_(limits_), tenure_(fleet == Fleet::shared) {
     commander_number_ = loop_.add(commander_.fd(), [this] { take_refusals(); });
     if (announce_ == 0) announce_ = reception_.port();
     take_inventory(std::move(inventory));
@@ -190,17 +144,15 @@ size_t Engine::hold(in_addr_t broadcast, Time until) {
     return static_cast<size_t>(open);
 }
 
-// Sets the next turn of a device that was asked at `after`. The self-test has a phase of its own,
-// or it would always meet a collection.
+// Sets the next turn of a device that was asked at `after`.
 void Engine::plan(size_t slot, Kind kind, Time after) {
     const Target &target = *targets_[slot];
-    const bool is_test = kind == Kind::selftest;
-    const Time interval = is_test ? target.device.selftest : target.device.interval;
+    if (tenure_.is_shared()) return; // its lease says when
+    const Time interval = kind == Kind::selftest ? target.device.selftest : target.device.interval;
     if (!target.is_listed || interval == Time(0)) return turns_.clear(place_of(slot, kind));
-    const Time phase = phase_of(target.device.name + (is_test ? " selftest" : ""), interval);
     const Time wait = interval_after(target.failures, interval) - interval;
     const Time earliest = std::max({after + wait, now(), target.paused_until});
-    turns_.set(place_of(slot, kind), next_turn(earliest, interval, phase));
+    turns_.set(place_of(slot, kind), next_turn(target.device, kind, earliest));
 }
 
 bool Engine::ask(std::string_view device, Kind kind, Answer answer, std::string &reason) {
@@ -253,7 +205,10 @@ void Engine::take_turn(size_t slot, Kind kind, Time time) {
     // A self-test comes seldom: it waits for the end of a collection.
     if (kind == Kind::selftest && is_busy(slot))
         return turns_.set(place_of(slot, kind), time + busy);
-    if (targets_[slot]->is_listed) make_due(slot, kind, time);
+    const Target &target = *targets_[slot];
+    const bool is_leased = tenure_.has(slot);
+    const Time due = is_leased ? tenure_.turn(slot, target.device).time : time;
+    if (target.is_listed || is_leased) make_due(slot, kind, due);
     plan(slot, kind, time);
 }
 
@@ -295,13 +250,16 @@ void Engine::start_runs() {
 bool Engine::may_begin(size_t slot) {
     Target &target = *targets_[slot];
     const Time time = now(), free = free_at(target, time);
-    const bool is_wanted = target.is_listed && (target.answer || target.paused_until <= time);
+    const bool is_wanted = target.is_listed && (target.answer || target.paused_until <= time) &&
+                           tenure_.holds(slot, time + limits_.run);
     if (is_wanted && free <= time) return true;
     admission_.end(slot);
-    if (is_wanted)
+    if (is_wanted) {
         turns_.set(place_of_retry(slot), free);
-    else if (const Answer answer = std::exchange(target.answer, nullptr))
-        answer(refusal());
+        return false;
+    }
+    give_back(slot);
+    if (const Answer answer = std::exchange(target.answer, nullptr)) answer(refusal());
     return false;
 }
 
@@ -326,12 +284,15 @@ void Engine::begin(size_t slot) {
     endpoints_open_[target.run->endpoint] = slot;
     target.run->sent = now();
     statistics_.lateness.add(target.run->sent - target.due);
+    tenure_.begun(target.run->sent);
     send_command(slot);
 }
 
 void Engine::send_command(size_t slot) {
     const Target &target = *targets_[slot];
     Run &run = *target.run;
+    // This process may have been stopped for any time up to here.
+    if (!tenure_.holds(slot, now())) return end(slot, Outcome::stopped, lease_over);
     const uint32_t command = target.due_kind == Kind::selftest ? 3 : target.device.command;
     if (!commander_.send(run.endpoint, command, run.token, announce_))
         return end(slot, Outcome::refused, fmt::format("cannot send: {}", std::strerror(errno)));
@@ -351,6 +312,7 @@ void Engine::set_deadline(size_t slot) {
 // A run's next moment has come: it has taken too long, its device is silent, or it is asked again.
 void Engine::wake(size_t slot, Time time) {
     if (!targets_[slot]->run) return;
+    if (!tenure_.holds(slot, time)) return end(slot, Outcome::stopped, lease_over);
     const Run &run = *targets_[slot]->run;
     const bool is_late = time >= run.sent + limits_.run;
     if (!is_late && !caught_up_) return deadlines_.set(slot, time + shortly);
@@ -503,17 +465,23 @@ void Engine::count(const RunRecord &record, Time opening) {
 }
 
 // A run that this service cut off says nothing about the device.
-void Engine::settle(size_t slot, const RunRecord &record) {
+void Engine::settle(size_t slot, RunRecord &record) {
     Target &target = *targets_[slot];
     if (record.kind == Kind::collection && record.outcome != Outcome::stopped)
         target.failures = is_whole(record.outcome) ? 0 : target.failures + 1;
     plan(slot, Kind::collection, now());
+    record.lease = tenure_.end_run(slot, target.device, target.failures, record);
+    if (tenure_.has(slot)) {
+        const Tenure::Turn turn = tenure_.turn(slot, target.device);
+        turns_.set(place_of(slot, turn.kind), turn.time);
+    }
     if (const Answer answer = std::exchange(target.answer, nullptr)) answer(record);
 }
 
 void Engine::stop() {
     for (size_t slot = 0; slot < targets_.size(); ++slot)
         if (targets_[slot]->run) end(slot, Outcome::stopped, "the service stopped");
+    for (size_t slot = 0; slot < targets_.size(); ++slot) give_back(slot);
 }
 
 void Engine::describe(Snapshot &snapshot) const {

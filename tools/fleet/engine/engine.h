@@ -8,6 +8,7 @@
 #include "fleet/engine/reception.h"
 #include "fleet/engine/schedule.h"
 #include "fleet/engine/snapshot.h"
+#include "fleet/engine/tenure.h"
 #include "fleet/engine/tokens.h"
 #include "fleet/store/intake.h"
 #include "fleet/store/outlet.h"
@@ -27,9 +28,15 @@ public:
     // Called when a run that was asked for by hand has ended.
     using Answer = std::function<void(const RunRecord &)>;
 
+    enum class Fleet {
+        own,    // each device is asked in its turns
+        shared, // with other collectors: those are that have been granted, for as long as they are
+    };
+
     // Loop and outlet must outlive it. Opens the listening port, and throws dtctl::Failure when it
     // is taken.
-    Engine(std::shared_ptr<const Inventory> inventory, Loop &loop, Outlet &outlet);
+    Engine(std::shared_ptr<const Inventory> inventory, Loop &loop, Outlet &outlet,
+           Fleet fleet = Fleet::own);
     ~Engine();
     Engine(const Engine &) = delete;
     Engine &operator=(const Engine &) = delete;
@@ -59,6 +66,23 @@ public:
     // broadcast: its broadcast address.
     size_t hold(in_addr_t broadcast, Time until);
 
+    // Of a shared fleet: devices that this engine alone may ask now. Those that it does not know
+    // stay granted until that ends: given back, they would come again at once.
+    void grant(const Grants &grants);
+
+    // Whether the device may be asked by hand or, in a shared fleet, must be granted first; and
+    // then it is, without a turn.
+    bool is_ours(std::string_view device) const;
+    void grant_by_hand(const Grant &grant);
+
+    // Granted devices that somebody else may ask, and those whose grant should be made longer.
+    std::vector<Lease> take_returned() { return tenure_.take_returned(); }
+    std::vector<Lease> ending() const { return tenure_.ending(); }
+
+    // How many more devices it could ask soon, and what it has.
+    size_t wanted() const;
+    const Tenure &tenure() const { return tenure_; }
+
     // When pass() is wanted at the latest, even though the loop has called nobody.
     Time next_pass();
 
@@ -66,7 +90,7 @@ public:
     // caught_up: the loop has called everybody who was ready.
     void pass(bool caught_up = true);
 
-    // Ends all open runs.
+    // Ends all open runs, and gives back all that was granted.
     void stop();
 
     const Statistics &statistics() const { return statistics_; }
@@ -94,6 +118,8 @@ private:
     void drop_unlisted();
     void plan(size_t slot, Kind kind, Time after);
     void take_turn(size_t slot, Kind kind, Time time);
+    void take_turn_of(const Grant &grant);
+    void give_back(size_t slot);
     bool is_busy(size_t slot) const;
     void make_due(size_t slot, Kind kind, Time due);
     void queue(size_t slot);
@@ -115,7 +141,7 @@ private:
     void close(size_t slot);
     RunRecord record_of(size_t slot, Outcome outcome, std::string reason);
     void count(const RunRecord &record, Time opening);
-    void settle(size_t slot, const RunRecord &record);
+    void settle(size_t slot, RunRecord &record);
 
     Limits limits_;
     Loop &loop_;
@@ -128,6 +154,7 @@ private:
     uint16_t announce_;
     bool caught_up_ = true;
     Admission admission_;
+    Tenure tenure_;
     std::optional<Incoming> incoming_;
     uint32_t generation_ = 0;                      // of the inventory
     size_t listed_ = 0;                            // devices

@@ -25,6 +25,14 @@ Time next_turn(Time after, Time interval, Time phase) {
     return turn > after ? turn : turn + interval;
 }
 
+Time next_turn(const Device &device, Kind kind, Time after) {
+    const bool is_test = kind == Kind::selftest;
+    const Time interval = is_test ? device.selftest : device.interval;
+    if (interval == Time(0)) return Agenda::never;
+    return next_turn(after, interval,
+                     phase_of(device.name + (is_test ? " selftest" : ""), interval));
+}
+
 Time interval_after(uint32_t failures, Time interval) {
     const Time longest = std::max<Time>(10 * interval, std::chrono::minutes(10));
     for (; failures > 0 && interval < longest; --failures) interval *= 2;

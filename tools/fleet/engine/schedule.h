@@ -2,6 +2,8 @@
 #pragma once
 
 #include "fleet/engine/time.h"
+#include "fleet/inventory/inventory.h"
+#include "fleet/store/record.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -17,6 +19,10 @@ Time phase_of(std::string_view name, Time interval);
 
 // The first time after `after` that is `phase` behind a whole number of intervals.
 Time next_turn(Time after, Time interval, Time phase);
+
+// The same of a device; never when it has no such turns. The self-test has a phase of its own, or
+// it would always meet a collection.
+Time next_turn(const Device &device, Kind kind, Time after);
 
 // The interval of a device whose last runs failed: doubled for each, up to the larger of ten
 // intervals and ten minutes.

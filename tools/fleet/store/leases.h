@@ -19,6 +19,8 @@ struct Lease {
     int64_t epoch = 0;    // of this lease: the device's next one has a larger number
     Microseconds due = 0; // when it wants to be asked, by the database's clock; 0: never asked yet
     std::string name;
+    uint32_t failures = 0;     // collections that failed since the last good one,
+    Microseconds last_try = 0; // and when the last one ended; 0: never
 };
 
 class Leases {
@@ -38,6 +40,9 @@ public:
     // is free again when the leases end.
     virtual Claimed claim(size_t most, Duration ahead, Duration length) = 0;
 
+    // Takes this one, due or not, if nobody holds it.
+    virtual Claimed claim_one(const std::string &device, Duration length) = 0;
+
     // Makes leases end that much later than now; answers which of them are still ours.
     virtual std::vector<bool> renew(std::span<const Lease> leases, Duration length) = 0;
 
@@ -45,5 +50,9 @@ public:
     // stay as they are.
     virtual void release(std::span<const Lease> leases) = 0;
 };
+
+// name: of this collector, as others are told of it. Throws dtctl::Failure for a database that is a
+// file, Unavailable.
+std::unique_ptr<Leases> open_leases(const std::string &database, const std::string &name);
 
 } // namespace dtfleet

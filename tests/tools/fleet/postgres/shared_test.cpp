@@ -88,6 +88,7 @@ TEST_F(Shared, WhoComesBackLateChangesNothingButHistory) {
     early.leases[0].due = 99;
     first->release(early.leases);
     EXPECT_TRUE(first->claim(10, 0s, long_lease).leases.empty());
+    EXPECT_TRUE(first->claim_one("device0", long_lease).leases.empty());
 
     const auto write = [&](const RunRecord &run) { store->write({&run, 1}); };
     write(leased_run(1, early.leases[0], 70));
@@ -98,9 +99,16 @@ TEST_F(Shared, WhoComesBackLateChangesNothingButHistory) {
                 ElementsAre("1|1|{70}", "2|0|{80}", "3|1|{70}"));
     EXPECT_THAT(rows("SELECT due, lease_until, free_at, last_try FROM device"),
                 ElementsAre("3000|0|3000|3"));
-    EXPECT_EQ(first->claim(10, 0s, long_lease).leases.size(), 1U); // the run's end gave it back
+    const auto again = first->claim(10, 0s, long_lease).leases; // the run's end gave it back
+    ASSERT_EQ(again.size(), 1U);
+    EXPECT_EQ(std::tuple(again[0].due, again[0].last_try, again[0].failures),
+              std::tuple(3000, 3, 0));
     store->pause("device0", INT64_MAX);
     EXPECT_THAT(rows("SELECT free_at FROM device"), ElementsAre("9223372036854775807"));
+    EXPECT_EQ(first->renew(again, long_lease), std::vector<bool>{false}) << "it is paused";
+    first->release(again);
+    EXPECT_TRUE(second->claim(10, 0s, long_lease).leases.empty());
+    EXPECT_EQ(second->claim_one("device0", long_lease).leases.size(), 1U) << "by hand it is asked";
 }
 
 // Who collects owns nothing, and who reads changes nothing.

@@ -37,6 +37,7 @@ int64_t device_id(Connection &connection, const std::string &name) {
 // ---- what the inventory says --------------------------------------------------------------------
 
 // An identity that was accepted holds until the inventory says something new. -1 stands for none.
+// With another interval a device has another next turn, which whoever claims it finds out.
 void take_devices(Connection &connection, const std::vector<Device> &devices) {
     std::vector<std::string> names, addresses, groups;
     std::vector<int64_t> ports, intervals, listed, identities;
@@ -58,7 +59,11 @@ void take_devices(Connection &connection, const std::vector<Device> &devices) {
         "port = excluded.port, interval = excluded.interval, listed = excluded.listed, "
         "identity_listed = excluded.identity_listed, identity_expected = CASE WHEN "
         "d.identity_listed IS NOT DISTINCT FROM excluded.identity_listed THEN d.identity_expected "
-        "ELSE excluded.identity_listed END WHERE (d.address, d.groups, d.port, d.interval, "
+        "ELSE excluded.identity_listed END, due = CASE WHEN d.interval = excluded.interval THEN "
+        "d.due "
+        "ELSE 0 END, free_at = CASE WHEN d.interval = excluded.interval THEN d.free_at ELSE "
+        "greatest(d.lease_until, d.paused_until) END WHERE (d.address, d.groups, d.port, "
+        "d.interval, "
         "d.listed, d.identity_listed) IS DISTINCT FROM (excluded.address, excluded.groups, "
         "excluded.port, excluded.interval, excluded.listed, excluded.identity_listed)",
         names, addresses, groups, ports, intervals, listed, identities);

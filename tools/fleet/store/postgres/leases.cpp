@@ -5,12 +5,28 @@
 #include "fleet/store/postgres/open.h"
 #include "fleet/store/postgres/schema.h"
 
+#include <fmt/format.h>
+
 namespace dtfleet::postgres {
 namespace {
 
 // Whom nobody has seen for this long is not counted; whom nobody has seen for a day is deleted.
 constexpr int64_t worker_gone = 30'000'000;
 constexpr int64_t worker_forgotten = 86'400'000'000;
+
+// Rows that another one is about to claim are left out.
+std::string claim_of(const char *which) {
+    return fmt::format(
+        "WITH t AS MATERIALIZED (SELECT clock() AS now), "
+        "c AS (SELECT id FROM device WHERE listed AND {} FOR NO KEY UPDATE SKIP LOCKED) "
+        "UPDATE device d SET epoch = epoch + 1, worker = $1, lease_until = t.now + $2, "
+        "free_at = t.now + $2 FROM c, t WHERE d.id = c.id "
+        "RETURNING d.id, d.epoch, d.due, d.name, d.failures, d.last_try",
+        which);
+}
+const std::string claim_due =
+    claim_of("free_at <= (SELECT now FROM t) + $3 ORDER BY free_at LIMIT $4");
+const std::string claim_named = claim_of("name = $3 AND lease_until <= (SELECT now FROM t)");
 
 struct Columns {
     std::vector<int64_t> devices, epochs, dues;
@@ -34,27 +50,26 @@ public:
     Claimed claim(size_t most, Duration ahead, Duration length) override {
         Claimed claimed;
         tell_of_us(claimed);
-        const Result rows = connection_.query(
-            "WITH t AS MATERIALIZED (SELECT clock() AS now), "
-            "c AS (SELECT id FROM device WHERE listed AND free_at <= (SELECT now FROM t) + $2 "
-            "AND lease_until <= (SELECT now FROM t) ORDER BY free_at LIMIT $3 "
-            "FOR NO KEY UPDATE SKIP LOCKED) "
-            "UPDATE device d SET epoch = epoch + 1, worker = $1, lease_until = t.now + $4, "
-            "free_at = t.now + $4 FROM c, t WHERE d.id = c.id "
-            "RETURNING d.id, d.epoch, d.due, d.name",
-            worker_, ahead.count(), static_cast<int64_t>(most), length.count());
-        for (int row = 0; row < rows.rows(); ++row)
-            claimed.leases.push_back({rows.number(row, 0), rows.number(row, 1), rows.number(row, 2),
-                                      std::string(rows.bytes(row, 3))});
+        take(claimed, connection_.query(claim_due.c_str(), worker_, length.count(), ahead.count(),
+                                        static_cast<int64_t>(most)));
         return claimed;
     }
 
-    // One that has ended and that nobody has taken since may go on.
+    Claimed claim_one(const std::string &device, Duration length) override {
+        Claimed claimed;
+        tell_of_us(claimed);
+        take(claimed, connection_.query(claim_named.c_str(), worker_, length.count(), device));
+        return claimed;
+    }
+
+    // One that has ended and that nobody has taken since may go on, but not what is not to be
+    // asked.
     std::vector<bool> renew(std::span<const Lease> leases, Duration length) override {
         const Columns columns(leases);
         const Result rows = connection_.query(
             "WITH l AS (SELECT id, n FROM device JOIN unnest($1, $2) WITH ORDINALITY "
-            "AS w(i, e, n) ON id = i AND epoch = e ORDER BY id FOR NO KEY UPDATE OF device) "
+            "AS w(i, e, n) ON id = i AND epoch = e WHERE listed AND paused_until <= clock() "
+            "ORDER BY id FOR NO KEY UPDATE OF device) "
             "UPDATE device d SET lease_until = clock() + $3, free_at = clock() + $3 FROM l "
             "WHERE d.id = l.id RETURNING n",
             columns.devices, columns.epochs, length.count());
@@ -75,6 +90,14 @@ public:
     }
 
 private:
+    static void take(Claimed &claimed, const Result &rows) {
+        for (int row = 0; row < rows.rows(); ++row)
+            claimed.leases.push_back({rows.number(row, 0), rows.number(row, 1), rows.number(row, 2),
+                                      std::string(rows.bytes(row, 3)),
+                                      static_cast<uint32_t>(rows.number(row, 4)),
+                                      rows.number(row, 5)});
+    }
+
     // The first time we join: each start is another collector, whatever its name.
     void tell_of_us(Claimed &claimed) {
         if (worker_ == 0) {
