@@ -190,6 +190,18 @@ TEST_F(WebTest, AnswersWithoutTheDatabaseWhatNeedsNone) {
     ++shelf.version;
     EXPECT_THAT(get("/api/values?device=a"),
                 AllOf(StartsWith("HTTP/1.1 503"), HasSubstr("is locked")));
+    Snapshot outage;
+    SharedState &shared = outage.shared.emplace();
+    shared.away = "no route";
+    shared.spool_runs = 3;
+    shared.collectors = 4;
+    board.put(outage);
+    EXPECT_THAT(get("/api/fleet"),
+                AllOf(StartsWith("HTTP/1.1 200"),
+                      HasSubstr("3 runs wait on this collector's disk: no route"),
+                      HasSubstr("\"collectors\":4")));
+    EXPECT_THAT(get("/metrics"),
+                AllOf(HasSubstr("dtfleet_spool_runs 3\n"), HasSubstr("dtfleet_database_away 1\n")));
     const auto stopped = std::async(std::launch::async, [this] { web.reset(); });
     EXPECT_EQ(stopped.wait_for(10s), std::future_status::ready);
 }

@@ -148,4 +148,13 @@ void Hindrance::note_retention(bool clock_held, bool too_large) {
     too_large_ = too_large;
 }
 
+void Hindrance::note_outage(const std::string &away) {
+    if (is_away_ == !away.empty()) return;
+    is_away_ = !is_away_;
+    if (is_away_)
+        journal_.say(Journal::Level::warning, "the database is away, runs wait on disk: " + away);
+    else
+        journal_.say(Journal::Level::notice, "the database is back");
+}
+
 } // namespace dtfleet

@@ -71,11 +71,15 @@ public:
     // Whether, and why, old history is not deleted as it should be.
     void note_retention(bool clock_held, bool too_large);
 
+    // away: why a database on a server cannot be reached, empty for one that can.
+    void note_outage(const std::string &away);
+
 private:
     Journal &journal_;
     bool is_said_ = false;
     bool clock_held_ = false;
     bool too_large_ = false;
+    bool is_away_ = false;
     Time quiet_until_{}; // what comes and goes is said once a minute
     uint64_t dropped_ = 0;
 };

@@ -179,6 +179,8 @@ void Loader::read_fleet(Table &top) {
     interval_ = top.duration("interval").value_or(interval_);
     selftest_ = top.duration("selftest", true).value_or(selftest_);
     keep_ = keep(top).value_or(keep_);
+    inventory_.outage_grace = top.duration("outage_grace", true).value_or(inventory_.outage_grace);
+    inventory_.spool = top.size("spool").value_or(inventory_.spool);
     if (auto web = top.table("web")) read_web(*web);
     if (auto limits = top.table("limits")) read_limits(*limits);
     if (auto retention = top.table("retention")) read_retention(*retention);

@@ -88,6 +88,8 @@ struct Inventory {
         web_hosts; // names by which the page may be called, besides its address
     Limits limits;
     Retention retention;
+    Seconds outage_grace{0};      // of a database on a server: for so long, devices are asked on
+    uint64_t spool = 500'000'000; // bytes of runs that wait for it on disk
     std::vector<Group> groups;
     std::vector<Device> devices; // sorted by name
     std::vector<SeriesMeaning> series;

@@ -65,10 +65,11 @@ void Operators::ask(const json &request, const Control::Reply &reply) {
                {"reason", run.reason}});
     };
     const std::string device = text_of(request, "ask");
-    std::string reason = writer_.not_ready();
+    const std::string reason = writer_.not_ready();
     if (!reason.empty()) return reply(error(reason));
-    if (!engine_.ask(device, kind, ended, reason))
-        reply(error(fmt::format("{}: {}", dtctl::escape(device), reason)));
+    sharing_.ask(engine_, device, kind, ended, [device, reply](const std::string &why) {
+        reply(error(fmt::format("{}: {}", dtctl::escape(device), why)));
+    });
 }
 
 // The device of that name or, without one, those in the group.

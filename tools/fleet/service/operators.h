@@ -3,6 +3,7 @@
 
 #include "fleet/engine/control.h"
 #include "fleet/engine/engine.h"
+#include "fleet/service/sharing.h"
 #include "fleet/service/witness.h"
 #include "fleet/store/writer.h"
 
@@ -26,9 +27,10 @@ namespace dtfleet {
 class Operators {
 public:
     // All of them must outlive it.
-    Operators(const std::shared_ptr<const Inventory> &inventory, Engine &engine, Writer &writer,
-              Witness &witness)
-        : inventory_(inventory), engine_(engine), writer_(writer), witness_(witness) {}
+    Operators(const std::shared_ptr<const Inventory> &inventory, Engine &engine, Sharing &sharing,
+              Writer &writer, Witness &witness)
+        : inventory_(inventory), engine_(engine), sharing_(sharing), writer_(writer),
+          witness_(witness) {}
 
     // False when it is none of these requests.
     bool answer(const nlohmann::json &request, const Control::Reply &reply);
@@ -54,6 +56,7 @@ private:
 
     const std::shared_ptr<const Inventory> &inventory_; // the newest
     Engine &engine_;
+    Sharing &sharing_;
     Writer &writer_;
     Witness &witness_;
 };

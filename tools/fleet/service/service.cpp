@@ -11,6 +11,7 @@
 #include <sys/signalfd.h>
 
 #include <csignal>
+#include <filesystem>
 
 namespace dtfleet {
 namespace {
@@ -40,6 +41,7 @@ std::string fixed_changes(const Inventory &before, const Inventory &after) {
     compare("listen", before.listen == after.listen);
     compare("announce", before.announce == after.announce);
     compare("control", before.control == after.control);
+    compare("spool", before.spool == after.spool);
     compare("[web] bind", before.web_bind == after.web_bind);
     compare("[web] token", before.web_token == after.web_token);
     return changes;
@@ -59,18 +61,25 @@ std::string database_path(const Inventory &inventory, const std::string &file) {
     return is_address(inventory.database) ? inventory.database : beside(file, inventory.database);
 }
 
+// In a directory of its own beside the socket, which no other service has.
+std::string spool_path(const Inventory &inventory, const std::string &file) {
+    return std::filesystem::path(control_path(inventory, file)).replace_extension(".spool");
+}
+
 Service::Service(std::string file)
     : file_(std::move(file)), signals_(signal_descriptor()),
       inventory_(std::make_shared<const Inventory>(checked_inventory(file_))),
       control_(
           control_path(*inventory_, file_), loop_,
           [this](const json &request, const Control::Reply &reply) { answer(request, reply); }),
+      sharing_(*inventory_, database_path(*inventory_, file_), spool_path(*inventory_, file_),
+               loop_),
       writer_({[this, path = database_path(*inventory_, file_), keeps = inventory_->retention] {
                    return open_database(path, keeps);
                },
                [this] { restore(); }}),
-      witness_(writer_, journal_), engine_(inventory_, loop_, witness_),
-      operators_(inventory_, engine_, writer_, witness_),
+      witness_(writer_, journal_), engine_(inventory_, loop_, witness_, sharing_.fleet()),
+      operators_(inventory_, engine_, sharing_, writer_, witness_),
       reloader_(file_, loop_, [this](Loaded loaded) { take_loaded(std::move(loaded)); }) {
     loop_.add(signals_.get(), [this] { take_signals(); });
     loop_.add(writer_.fd(), [this] { writer_.deliver(); });
@@ -80,7 +89,7 @@ Service::Service(std::string file)
 
 // Reads, before the database has seen this service's inventory, how the last one left it.
 std::unique_ptr<Store> Service::open_database(const std::string &path, const Retention &retention) {
-    auto store = open_store(path, retention);
+    auto store = sharing_.with_spool(open_store(path, retention));
     known_ = open_reader(path)->devices();
     return store;
 }
@@ -122,6 +131,7 @@ void Service::run() {
     }
     notify_.stopping();
     engine_.stop();
+    sharing_.leave(engine_);
     for (const Time end = now() + Seconds(2); witness_.is_holding() && now() < end;)
         loop_.wait(end);
 }
@@ -132,6 +142,7 @@ std::string Service::devices() const {
 
 void Service::turn(Time time) {
     notify_.turned(time);
+    sharing_.turn(engine_, time);
     if (is_reloading_ && !engine_.is_taking() && !reloader_.is_reading())
         finish_reload({{"reloaded", true}});
     if (next_tick_ <= time) tick(time);
@@ -144,6 +155,7 @@ void Service::tick(Time time) {
     Snapshot now = snapshot(time);
     notify_.status(now.not_ready.empty() ? devices() : "asks nobody: " + now.not_ready);
     hindrance_.note(now.not_ready, now.dropped, time);
+    hindrance_.note_outage(now.shared ? now.shared->away : "");
     hindrance_.note_retention(now.clock_held, now.too_large);
     board_.put(std::move(now));
 }
@@ -159,6 +171,7 @@ Snapshot Service::snapshot(Time time) const {
     snapshot.too_large = counts.too_large;
     snapshot.not_ready = writer_.not_ready();
     snapshot.turned = time;
+    sharing_.describe(engine_, snapshot);
     return snapshot;
 }
 
@@ -193,6 +206,7 @@ void Service::take_loaded(Loaded loaded) {
     if (!fixed.empty())
         journal_.say(Level::warning, fmt::format("a restart is needed for a new {}", fixed));
     engine_.take_inventory(inventory_);
+    sharing_.take_inventory(*inventory_);
     witness_.identities().take_inventory(*inventory_);
     writer_.take_inventory(inventory_);
     if (web_) web_->take_inventory(*inventory_);
@@ -218,10 +232,16 @@ void Service::answer(const json &request, const Control::Reply &reply) {
 
 json Service::status() const {
     const Snapshot now = snapshot(dtfleet::now());
-    return {{"devices", now.devices},    {"queued", now.queued}, {"waiting", now.waiting},
-            {"open", now.connected},     {"stored", now.stored}, {"writing", now.writing},
-            {"dropped", now.dropped},    {"window", now.window}, {"clock_held", now.clock_held},
-            {"not_ready", now.not_ready}};
+    json status{{"devices", now.devices},    {"queued", now.queued}, {"waiting", now.waiting},
+                {"open", now.connected},     {"stored", now.stored}, {"writing", now.writing},
+                {"dropped", now.dropped},    {"window", now.window}, {"clock_held", now.clock_held},
+                {"not_ready", now.not_ready}};
+    if (now.shared)
+        status.update({{"collectors", now.shared->collectors},
+                       {"held", now.shared->held},
+                       {"spool_runs", now.shared->spool_runs},
+                       {"away", now.shared->away}});
+    return status;
 }
 
 } // namespace dtfleet

@@ -7,6 +7,7 @@
 #include "fleet/service/notify.h"
 #include "fleet/service/operators.h"
 #include "fleet/service/reloader.h"
+#include "fleet/service/sharing.h"
 #include "fleet/service/witness.h"
 #include "fleet/store/writer.h"
 #include "fleet/web/web.h"
@@ -23,6 +24,9 @@ Inventory checked_inventory(const std::string &path);
 
 // The socket of the service that this inventory makes.
 std::string control_path(const Inventory &inventory, const std::string &file);
+
+// Where its runs wait while a database on a server is away.
+std::string spool_path(const Inventory &inventory, const std::string &file);
 
 // Its database: a file, beside the inventory's unless its path begins at the root, or an address.
 std::string database_path(const Inventory &inventory, const std::string &file);
@@ -62,6 +66,7 @@ private:
     Loop loop_;
     Control control_; // before all that another service at work would not let us have
     std::vector<DeviceState> known_; // as the last service left them, until they are restored
+    Sharing sharing_;                // leases go back after the runs that were made under them
     Writer writer_;
     Witness witness_;
     Engine engine_;

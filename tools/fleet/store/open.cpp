@@ -1,5 +1,6 @@
 // Which engine a database is for.
 #include "fleet/store/postgres/open.h"
+#include "fleet/store/leases.h"
 #include "fleet/store/sqlite/open.h"
 #include "fleet/store/store.h"
 #include "fleet/store/upkeep.h"
@@ -17,6 +18,11 @@ std::unique_ptr<Store> open_store(const std::string &database, const Retention &
 
 std::unique_ptr<Reader> open_reader(const std::string &database) {
     return is_address(database) ? postgres::open_reader(database) : sqlite::open_reader(database);
+}
+
+std::unique_ptr<Leases> open_leases(const std::string &database, const std::string &name) {
+    if (is_address(database)) return postgres::open_leases(database, name);
+    throw Failure(Exit::usage, "a database that is a file is not shared");
 }
 
 Migrated migrate_database(const std::string &address) {

@@ -1,12 +1,12 @@
 #include "fleet/store/writer.h"
 
 #include "host/failure.h"
+#include "host/thread.h"
 
 #include <sys/eventfd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <utility>
 
@@ -44,17 +44,6 @@ dtctl::Fd event_descriptor() {
     return fd;
 }
 
-// The service's signals are for its loop.
-std::thread thread_without_signals(std::function<void()> work) {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    std::thread thread(std::move(work));
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return thread;
-}
-
 } // namespace
 
 Writer::Writer(Source source) : source_(std::move(source)), finished_(event_descriptor()) {
@@ -72,7 +61,7 @@ Writer::Writer(std::unique_ptr<Store> store, const Bounds &bounds)
 }
 
 void Writer::start() {
-    thread_ = thread_without_signals([this] { run(); });
+    thread_ = dtctl::thread_without_signals([this] { run(); });
 }
 
 Writer::~Writer() {

@@ -2,6 +2,7 @@
 
 #include "fleet/web/json.h"
 #include "fleet/web/metrics.h"
+#include "host/counted.h"
 
 #include <fmt/format.h>
 
@@ -143,11 +144,35 @@ Answer Api::metrics(const Call &call) {
     return {200, std::move(text), metrics_type};
 }
 
+namespace {
+
+// Beside why nobody is asked.
+std::string notice_of(const Snapshot &snapshot) {
+    if (!snapshot.shared || snapshot.shared->away.empty()) return "";
+    return fmt::format("The database is away, and {} wait on this collector's disk: {}",
+                       dtctl::counted(snapshot.shared->spool_runs, "run"), snapshot.shared->away);
+}
+
+Json json_of_share(const Snapshot &snapshot) {
+    if (!snapshot.shared) return nullptr;
+    return {{"collectors", snapshot.shared->collectors}, {"held", snapshot.shared->held}};
+}
+
+} // namespace
+
+// While the database is away, the fleet is shown as it was.
 Answer Api::fleet(const Call &call) {
-    renew_list(call);
+    try {
+        renew_list(call);
+    } catch (const Unavailable &) {
+        if (list_time_ == Time()) throw;
+    }
+    const std::string notice = notice_of(call.snapshot);
+    const Json shared = json_of_share(call.snapshot);
     const std::string edition = fmt::format("{}-{}", edition_, list_.edition());
-    const std::string tag = fmt::format("{}-{}-{:x}", edition, list_.last_change(),
-                                        std::hash<std::string>()(call.snapshot.not_ready));
+    const std::string tag =
+        fmt::format("{}-{}-{:x}", edition, list_.last_change(),
+                    std::hash<std::string>()(call.snapshot.not_ready + notice + text_of(shared)));
     if (is_known(call.request, tag)) return {304, "", json_type, tag};
     const bool is_same = call.request.parameter("edition") == edition;
     const auto after = static_cast<uint64_t>(is_same ? call.number("after", 0) : 0);
@@ -158,6 +183,8 @@ Answer Api::fleet(const Call &call) {
               {"devices", list_.rows().size()},
               {"now", call.now},
               {"notReady", call.snapshot.not_ready},
+              {"notice", notice},
+              {"shared", shared},
               {"rows", Json::array()}};
     for (const FleetList::Row *row : rows)
         json["rows"].push_back(json_of_row(row->device, row->health));

@@ -98,6 +98,22 @@ void add_state(Metrics &out, const Snapshot &snapshot, Time now) {
               "Time since the loop's last turn.");
 }
 
+void add_shared(Metrics &out, const SharedState &shared) {
+    out.gauge("collectors", shared.collectors, "Collectors at work on the database.");
+    out.gauge("leases", shared.held, "Devices that this collector alone may ask at present.");
+    out.gauge("lease_age_seconds", std::chrono::duration<double>(shared.oldest).count(),
+              "Time since the oldest of these leases was claimed or renewed.");
+    out.counter("leases_claimed_total", shared.claimed, "Leases claimed.");
+    out.counter("leases_renewed_total", shared.renewed, "Leases made longer.");
+    out.counter("leases_lost_total", shared.lost, "Leases that were another's when renewed.");
+    out.counter("leases_returned_total", shared.returned, "Leases given back without a run.");
+    out.gauge("database_away", shared.away.empty() ? 0 : 1,
+              "Whether the database cannot be reached.");
+    out.gauge("spool_runs", shared.spool_runs, "Runs on disk that wait for the database.");
+    out.gauge("spool_bytes", shared.spool_bytes, "The bytes of these.");
+    out.counter("spooled_runs_total", shared.spooled, "Runs that have waited on disk.");
+}
+
 // One metric of a device: how it is called, and how it is found.
 struct DeviceMetric {
     const char *name;
@@ -140,6 +156,7 @@ std::string service_metrics(const Snapshot &snapshot, Time now) {
     out.sample("build_info{version=\"" DTFLEET_VERSION "\"}", 1);
     add_engine(out, snapshot.statistics);
     add_state(out, snapshot, now);
+    if (snapshot.shared) add_shared(out, *snapshot.shared);
     return out.take();
 }
 

@@ -26,7 +26,8 @@ export async function refresh() {
     for (const row of part.rows) devices.set(row.name, row);
     [list, more] = [{ edition: part.edition, change: part.change }, part.more];
     setClock(part.now);
-    drawReadiness(part.notReady);
+    drawReadiness(part.notReady, part.notice);
+    drawShare(part.shared);
     dirty = true;
   }
   draw();
@@ -35,9 +36,15 @@ export async function refresh() {
 let dirty = true;
 let wanted = ''; // the fragment that was drawn last
 
-function drawReadiness(reason) {
-  at('#trouble').hidden = !reason;
-  at('#trouble').textContent = reason ? `No device is asked: ${reason}` : '';
+function drawReadiness(reason, notice) {
+  at('#trouble').hidden = !reason && !notice;
+  at('#trouble').textContent = reason ? `No device is asked: ${reason}` : notice;
+}
+
+// Of several collectors, what this one does.
+function drawShare(shared) {
+  at('#collectors').textContent = shared
+    ? `${grouped(shared.collectors)} collectors; this one holds ${grouped(shared.held)} devices.` : '';
 }
 
 // ---- what is shown of it
