@@ -164,7 +164,11 @@ void Simulator::take_command(uint32_t number, const Command &command) {
     auto &known = device->tokens;
     const bool is_double = std::find(known.begin(), known.end(), command.token) != known.end();
     counts_.doubles += is_double;
-    counts_.overlaps += !is_double && !device->commands.empty();
+    const bool overlaps = !is_double && !device->commands.empty();
+    counts_.overlaps += overlaps;
+    if (options_.on_command)
+        options_.on_command(number, ntohs(command.server.sin_port),
+                            overlaps ? ntohs(device->commands.front().server.sin_port) : 0);
     known.push_back(command.token);
     if (known.size() > remembered) known.pop_front();
     device->commands.push_back(command);

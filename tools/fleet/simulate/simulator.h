@@ -9,6 +9,7 @@
 #include <netinet/in.h>
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -24,6 +25,9 @@ struct SimulatorOptions {
     std::vector<Manner> manners;                 // of the devices in turns; empty: all good
     Time pause = std::chrono::milliseconds(100); // of trickling devices before each byte, of slow
                                                  // ones ten times that before each message
+    // Told of each command: its device, the port that this is to connect to, and that of the run
+    // which another command has begun there and that is still open, or 0.
+    std::function<void(uint32_t device, uint16_t by, uint16_t open)> on_command;
 };
 
 struct SimulatorCounts {

@@ -1,0 +1,350 @@
+// Several collectors, each a process, on one database and before one simulated fleet that knows who
+// asked whom: what becomes of runs when any of them joins, leaves, is killed or stopped, and when
+// the server dies or is away.
+#include "../samples.h"
+#include "fleet/engine/control.h"
+#include "fleet/service/service.h"
+#include "fleet/simulate/simulator.h"
+#include "fleet/store/postgres/open.h"
+#include "host/failure.h"
+#include "host/socket.h"
+#include "server.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <fstream>
+#include <future>
+#include <map>
+#include <random>
+#include <set>
+#include <thread>
+
+namespace dtfleet {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::Gt;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr uint32_t devices = 24;
+constexpr uint32_t values = 50;
+
+uint16_t free_port() { return dtctl::local_port(dtctl::listen_on(0, 1)); }
+
+// A collector in a process of its own.
+class Collector {
+public:
+    Collector(const std::string &directory, const std::string &address, const std::string &fleet,
+              const char *more)
+        : port(free_port()), file_(directory + "/fleet.toml") {
+        std::filesystem::create_directory(directory);
+        std::ofstream(file_) << fmt::format("database = \"{}\"\nlisten = {}\n{}\n{}", address, port,
+                                            more, fleet);
+        start();
+    }
+    ~Collector() {
+        if (pid_ != 0) (void)end(SIGKILL);
+    }
+    Collector(const Collector &) = delete;
+    Collector &operator=(const Collector &) = delete;
+
+    void start() {
+        pid_ = ::fork();
+        if (pid_ != 0) return;
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        const int to = ::open((file_ + ".log").c_str(), O_CREAT | O_APPEND | O_WRONLY, 0600);
+        ::dup2(to, STDERR_FILENO);
+        try {
+            Service(file_).run();
+        } catch (const std::exception &failure) {
+            ::dprintf(STDERR_FILENO, "%s\n", failure.what());
+            ::_exit(1);
+        }
+        ::_exit(0);
+    }
+    void signal(int number) const { ::kill(pid_, number); }
+    int end(int number) {
+        int status = 0;
+        signal(number);
+        ::waitpid(std::exchange(pid_, 0), &status, 0);
+        return status;
+    }
+    std::optional<json> status() const { return request_if_running(socket(), {{"status", true}}); }
+    json request(const json &what) const { return dtfleet::request(socket(), what); }
+
+    const uint16_t port;
+
+private:
+    std::string socket() const {
+        return std::filesystem::path(file_).parent_path() / "dtfleet.sock";
+    }
+    std::string file_;
+    pid_t pid_ = 0;
+};
+
+struct Collectors : testing::Test {
+    struct Ask {
+        uint32_t device;
+        uint16_t by;   // the collector's port,
+        uint16_t open; // and that of the run which is open at the time; 0: none
+        Time time;
+    };
+
+    void SetUp() override {
+        if (!PostgresServer::is_installed()) GTEST_SKIP() << "there is no PostgreSQL server";
+        address = postgres_server().make_database();
+        postgres::migrate_database(address);
+        SimulatorOptions options;
+        options.devices = devices;
+        options.values = values;
+        options.port = 0;
+        options.manners = manners;
+        options.on_command = [this](uint32_t device, uint16_t by, uint16_t open) {
+            asks.push_back({device, by, open, now()});
+        };
+        simulator.emplace(options, loop);
+    }
+
+    // short times: a lease has 5 s
+    Collector &
+    join(const char *more = "interval = \"1s\"\nlimits = { silence = \"1s\", run = \"1s\" }") {
+        const std::string directory = scratch / fmt::format("{}", all.size()).c_str();
+        const std::string top = std::string(more) + "\nkeep = \"all\"\n";
+        return *all.emplace_back(
+            std::make_unique<Collector>(directory, address, simulator->inventory(), top.c_str()));
+    }
+    template <typename Done> void until(Done done) {
+        Time look{};
+        for (bool is_done = false; !is_done;) {
+            loop.wait(std::min(simulator->next_pass(), now() + Time(20ms)));
+            simulator->pass();
+            if (look > now()) continue;
+            look = now() + Time(50ms);
+            is_done = done();
+        }
+    }
+    void wait(Time time) {
+        until([end = now() + time] { return now() > end; });
+    }
+    size_t asked(const Collector &by, size_t from = 0) const {
+        std::set<uint32_t> seen;
+        for (size_t i = from; i < asks.size(); ++i)
+            if (asks[i].by == by.port) seen.insert(asks[i].device);
+        return seen.size();
+    }
+    size_t asked_by_any(size_t from) const {
+        std::set<uint32_t> seen;
+        for (size_t i = from; i < asks.size(); ++i) seen.insert(asks[i].device);
+        return seen.size();
+    }
+    std::vector<Ask> overlaps() const {
+        std::vector<Ask> found;
+        for (const Ask &ask : asks)
+            if (ask.open != 0) found.push_back(ask);
+        return found;
+    }
+    std::vector<std::string> rows(const std::string &sql) const {
+        return PostgresServer::rows_of(address, sql);
+    }
+    uint64_t number(const std::string &sql) const { return std::stoull(rows(sql).at(0)); }
+    uint64_t whole_runs() const {
+        return number("SELECT count(*) FROM collection WHERE outcome = 0");
+    }
+    // Each run whole, once, and in the order of its device.
+    void check_history() const {
+        EXPECT_THAT(rows("SELECT run FROM collection GROUP BY run HAVING count(*) > 1"), IsEmpty());
+        EXPECT_THAT(rows("SELECT id FROM collection GROUP BY id HAVING count(*) > 1"), IsEmpty());
+        EXPECT_THAT(
+            rows(fmt::format("SELECT id, cardinality(numbers) FROM collection "
+                             "WHERE outcome = 0 AND command = 0 AND cardinality(numbers) <> {}",
+                             values)),
+            IsEmpty());
+    }
+
+    const Scratch scratch;
+    Loop loop;
+    std::vector<Manner> manners;
+    std::optional<Simulator> simulator;
+    std::vector<Ask> asks;
+    std::string address;
+    std::vector<std::unique_ptr<Collector>> all;
+};
+
+// Nobody is told of anybody.
+TEST_F(Collectors, JoinShareLeaveAndAreReplaced) {
+    Collector &first = join();
+    until([&] { return asked(first) == devices; });
+    Collector &second = join(), &third = join(), &fourth = join();
+    const size_t joined = asks.size();
+    until([&] {
+        return asked(second, joined) > 0 && asked(third, joined) > 0 && asked(fourth, joined) > 0;
+    });
+    until([&] { return asked_by_any(joined) == devices; });
+    until([&] { return (*second.status())["collectors"] == 4; });
+
+    // By hand, whoever has its lease.
+    auto answer = std::async([&] {
+        for (;;) {
+            const json told = first.request({{"ask", "sim000003"}, {"selftest", true}});
+            if (told.value("error", "").find("another collector") == std::string::npos) return told;
+        }
+    });
+    until([&] { return answer.wait_for(0s) == std::future_status::ready; });
+    EXPECT_EQ(answer.get().value("outcome", ""), "whole");
+    until([&] { return number("SELECT count(*) FROM collection WHERE command = 3") == 1; });
+
+    EXPECT_EQ(first.end(SIGTERM), 0);
+    wait(100ms); // what it had sent before
+    const size_t left = asks.size();
+    until([&] { return asked_by_any(left) == devices; });
+    EXPECT_EQ(asked(first, left), 0U);
+    EXPECT_THAT(overlaps(), IsEmpty());
+
+    second.end(SIGKILL); // the devices that it was asking wait until its leases end
+    third.end(SIGKILL);
+    const size_t killed = asks.size();
+    until([&] { return asked_by_any(killed) == devices; });
+    EXPECT_EQ(asked(fourth, killed), devices);
+    EXPECT_EQ(fourth.end(SIGTERM), 0);
+    check_history();
+    EXPECT_EQ(number("SELECT count(*) FROM device WHERE lease_until > clock() AND worker = (SELECT "
+                     "max(worker) FROM device)"),
+              0U)
+        << "who leaves gives back";
+}
+
+// What is asked again while a run is open, is asked of a device that the stopped one still holds.
+TEST_F(Collectors, StoppedPastItsLeasesOneComesBackAndHarmsNobody) {
+    Collector &first = join(), &second = join();
+    until([&] { return asked(first) > devices / 4 && asked(second) > devices / 4; });
+    until([&] {
+        const auto status = first.status();
+        return status && (*status)["open"] > 0;
+    });
+    first.signal(SIGSTOP);
+    const Time stopped = now();
+    const size_t before = asks.size();
+    until([&] { return asked(second, before) == devices; });
+    first.signal(SIGCONT);
+    const size_t continued = asks.size();
+    until([&] { return asked(first, continued) > devices / 4; });
+    wait(2s);
+    for (const Ask &ask : overlaps()) {
+        EXPECT_GT(ask.time, stopped);
+        EXPECT_EQ(ask.open, first.port) << "it held that run, device " << ask.device;
+        EXPECT_EQ(ask.by, second.port) << "device " << ask.device;
+    }
+    EXPECT_EQ(first.end(SIGTERM) + second.end(SIGTERM), 0);
+    check_history();
+    EXPECT_THAT(rows("SELECT name FROM device d WHERE last_ok <> (SELECT max(time) FROM collection "
+                     "c WHERE c.device = d.id AND outcome = 0 AND NOT history)"),
+                IsEmpty())
+        << "what came late changed nothing";
+}
+
+// The same whatever is killed: no run twice or half, and none lost that was said to be stored.
+TEST_F(Collectors, KilledAtAnyMomentTheyLoseNothingThatIsStored) {
+    const char *wanted = std::getenv("DT_KILLS");
+    const int kills = wanted ? std::atoi(wanted) : 6;
+    std::mt19937 random(static_cast<unsigned>(::getpid()));
+    join();
+    join();
+    uint64_t stored = 0;
+    for (int kill = 0; kill < kills; ++kill) {
+        const size_t before = asks.size();
+        until([&] { return asked_by_any(before) == devices; });
+        wait(std::chrono::milliseconds(random() % 1000));
+        Collector &victim = *all[static_cast<size_t>(kill) % 2];
+        if (kill % 3 == 2) {
+            postgres_server().stop(random() % 2 ? SIGKILL : SIGQUIT);
+            wait(std::chrono::milliseconds(random() % 1000));
+            postgres_server().start();
+            continue;
+        }
+        if (const auto status = victim.status()) stored += (*status)["stored"].get<uint64_t>();
+        victim.end(SIGKILL);
+        victim.start();
+    }
+    for (const auto &collector : all) {
+        until([&] {
+            const auto status = collector->status();
+            return status && (*status)["writing"] == 0 && (*status)["spool_runs"] == 0;
+        });
+        stored += (*collector->status())["stored"].get<uint64_t>();
+    }
+    EXPECT_GE(number("SELECT count(*) FROM collection"), stored);
+    EXPECT_LE(whole_runs(), simulator->counts().runs);
+    check_history();
+    for (const Ask &ask : overlaps()) ADD_FAILURE() << ask.device << " was asked by two";
+}
+
+constexpr const char *with_grace = "interval = \"1s\"\noutage_grace = \"1h\"\n"
+                                   "limits = { silence = \"1s\", run = \"1s\" }";
+
+TEST_F(Collectors, WhileTheServerIsAwayTheyGoOnAndDeliverLater) {
+    Collector &first = join(with_grace), &second = join(with_grace);
+    until([&] { return asked_by_any(0) == devices && asked(first) > 3 && asked(second) > 3; });
+    until([&] {
+        return number("SELECT count(*) FROM device WHERE lease_until > clock()") == devices;
+    });
+    postgres_server().stop(SIGKILL);
+    wait(500ms);
+    const size_t away = asks.size();
+    wait(4s);
+    EXPECT_EQ(asked_by_any(away), devices) << "all that is held is asked";
+    EXPECT_THAT((*first.status())["spool_runs"].get<int>(), Gt(0));
+    EXPECT_EQ((*first.status())["not_ready"], "") << "it asks";
+    first.end(SIGKILL);
+    wait(1s);
+    postgres_server().start();
+    first.start();
+    const auto is_through = [](const Collector &collector) {
+        const auto status = collector.status();
+        return status && (*status)["spool_runs"] == 0 && (*status)["away"] == "";
+    };
+    until([&] { return is_through(first) && is_through(second); });
+    const size_t back = asks.size();
+    until([&] { return asked(second, back) > devices / 4; });
+    EXPECT_THAT(overlaps(), IsEmpty());
+    EXPECT_EQ(first.end(SIGTERM) + second.end(SIGTERM), 0);
+    // Lost may be what the killed one had open or in memory, of which it asks each device once.
+    EXPECT_GE(whole_runs() + devices, simulator->counts().runs);
+    EXPECT_LE(whole_runs(), simulator->counts().runs);
+    check_history();
+    EXPECT_THAT(rows("SELECT c.id FROM collection c JOIN collection e ON e.device = c.device AND "
+                     "e.id > c.id AND e.time < c.time AND NOT e.history AND NOT c.history"),
+                IsEmpty())
+        << "each device's in their order";
+}
+
+TEST_F(Collectors, WithAFullSpoolTheyStopAskingAndSaySo) {
+    const std::string small = std::string("spool = \"10kB\"\n") + with_grace;
+    Collector &only = join(small.c_str());
+    until([&] { return asked_by_any(0) == devices; });
+    postgres_server().stop(SIGINT);
+    until([&] {
+        return (*only.status())["not_ready"].get<std::string>().find("the spool is full") == 0;
+    });
+    wait(1s); // what was under way
+    const size_t full = asks.size();
+    wait(2s);
+    EXPECT_EQ(asks.size(), full);
+    postgres_server().start();
+    until([&] { return asked_by_any(full) == devices; });
+    EXPECT_EQ(only.end(SIGTERM), 0);
+    EXPECT_EQ(whole_runs(), simulator->counts().runs) << "nothing is lost";
+    check_history();
+}
+
+} // namespace
+} // namespace dtfleet
