@@ -40,7 +40,7 @@ void ask(const Options &options) {
     out.put(answer.dump() + "\n");
     out.flush();
     for (const auto &[outcome, code] : endings)
-        if (answer.at("outcome") == text_of(outcome))
+        if (answer.at("outcome").get<std::string>() == text_of(outcome))
             throw Failure(code, fmt::format("{}: {}: {}", options.device, text_of(outcome),
                                             answer.at("reason").get<std::string>()));
 }

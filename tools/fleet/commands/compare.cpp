@@ -115,7 +115,7 @@ std::string names_of(const Camp &camp) {
 std::string title_of(const Camp &camp) {
     const Series &series = *camp.series;
     std::string title = fmt::format("{} {}", dtctl::escape(series.collector), series.key);
-    if (!series.name.empty()) title += " " + dtctl::escape(series.name);
+    if (!series.name.empty()) title += fmt::format(" {}", dtctl::escape(series.name));
     if (series.section != 0) title += fmt::format(", section {}", series.section);
     if (camp.ordinal != 0) title += fmt::format(", no. {}", camp.ordinal + 1);
     return title;
@@ -127,7 +127,7 @@ void put_table(const std::vector<Camp> &camps, dtctl::Output &out) {
     for (size_t i = 0; i < camps.size(); ++i) {
         Cell value = value_cell(*camps[i].series, camps[i].value);
         if (!camps[i].series->unit.empty())
-            value.shown += " " + dtctl::escape(camps[i].series->unit);
+            value.shown += fmt::format(" {}", dtctl::escape(camps[i].series->unit));
         listing.add({{is_first(camps, i) ? title_of(camps[i]) : ""},
                      value,
                      number_cell(camps[i].members.size()),

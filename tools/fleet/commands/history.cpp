@@ -108,7 +108,7 @@ Cell key_cell(const Series &series) {
 Cell shown_value(const Series &series, const StoredValue &value) {
     Cell cell = value_cell(series, value);
     if (value.form == StoredValue::Form::number && !series.unit.empty())
-        cell.shown += " " + dtctl::escape(series.unit);
+        cell.shown += fmt::format(" {}", dtctl::escape(series.unit));
     return cell;
 }
 

@@ -46,7 +46,8 @@ Cell number_value(const Series &series, uint64_t number) {
 
 void add_format(dtctl::Command &command, Form &form, std::initializer_list<Form> forms) {
     std::string names;
-    for (const Form one : forms) names += (names.empty() ? "" : "|") + std::string(name_of(one));
+    for (const Form one : forms)
+        names += fmt::format("{}{}", names.empty() ? "" : "|", name_of(one));
     const std::vector<Form> allowed(forms);
     const auto take = [&form, allowed, names](const std::string &name) -> std::string {
         for (const Form one : allowed) {
@@ -126,7 +127,7 @@ Listing::Listing(Form form, std::vector<Column> columns, dtctl::Output &out)
     if (form_ != Form::csv) return;
     std::string names;
     for (const Column &column : columns_)
-        names += (names.empty() ? "" : ",") + std::string(column.name);
+        names += fmt::format("{}{}", names.empty() ? "" : ",", column.name);
     out_.put(names + '\n');
 }
 
