@@ -95,6 +95,8 @@ configure 'signed = true'
 grep -q "2 devices; new groups: spare" said || fails "import said $(cat said)"
 shows "22 devices in 2 groups" check
 refuses 1 "there is no database" status
+refuses 2 "made and migrated by dtfleet run" migrate
+refuses 2 "from a file to a server" move fleet.db
 refuses 1 "none.toml: No such file" status --config none.toml
 start_service
 until_true has_rows "select count(distinct device) from value_flat" 19

@@ -124,6 +124,10 @@ address = "pump.example"
     EXPECT_THAT(mistakes(), ElementsAre("fleet.toml:1 include")) << "a pattern may match nothing";
     const Overlay overlay{scratch / "gone.toml", "", "gone.csv", {}};
     EXPECT_THAT(load_inventory(scratch / "fleet.toml", &overlay).complaints, IsEmpty());
+    write("fleet.toml", "database = \"mysql://a/b\"");
+    EXPECT_THAT(mistakes(), ElementsAre("fleet.toml:1 database"));
+    write("fleet.toml", "database = \"postgres://a@b/c\"");
+    EXPECT_THAT(mistakes(), IsEmpty());
 }
 
 TEST_F(InventoryTest, OneMistakeInAHundredThousandLines) {

@@ -416,7 +416,6 @@ void make_tables(Connection &connection) {
         connection.query("INSERT INTO outcome VALUES ($1, $2)", static_cast<int64_t>(i),
                          std::string(text_of(static_cast<Outcome>(i))));
     connection.query("INSERT INTO meta VALUES ('schema_version', $1)", schema_version);
-    connection.execute(grants);
 }
 
 } // namespace
@@ -429,6 +428,7 @@ Migrated migrate(Connection &connection) {
     connection.query("SELECT pg_advisory_xact_lock(hashtext('dtfleet'), 0)");
     const int64_t version = version_of(connection);
     if (version == 0) make_tables(connection);
+    connection.execute(grants); // also to roles that were made since
     transaction.commit();
     return {version, schema_version};
 }
