@@ -48,7 +48,7 @@ public:
         std::vector<Lease> returned{};
         std::vector<Lease> renewing{};
         std::vector<std::string> fetching{}; // devices that are to be asked by hand
-        size_t listed = 0;                 // devices in all
+        size_t listed = 0;                   // devices in all
     };
 
     // grace: 0 unless leases are kept from turn to turn.
