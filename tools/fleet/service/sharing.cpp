@@ -18,7 +18,8 @@ std::string own_name(const Inventory &inventory) {
 
 } // namespace
 
-Sharing::Sharing(const Inventory &inventory, std::string database, std::string spool, Loop &loop)
+Sharing::Sharing(const Inventory &inventory, const std::string &database, std::string spool,
+                 Loop &loop)
     : loop_(loop), spool_(std::move(spool)), most_(inventory.spool),
       listed_(inventory.devices.size()) {
     if (!is_address(database)) return;

@@ -18,7 +18,7 @@ namespace dtfleet {
 class Sharing {
 public:
     // The loop must outlive it. Where the database is a file there is nothing to share.
-    Sharing(const Inventory &inventory, std::string database, std::string spool, Loop &loop);
+    Sharing(const Inventory &inventory, const std::string &database, std::string spool, Loop &loop);
     ~Sharing();
     Sharing(const Sharing &) = delete;
     Sharing &operator=(const Sharing &) = delete;
