@@ -89,6 +89,13 @@ Datagram receive_datagram(int socket) {
     return datagram;
 }
 
+// The other side has closed it, which the loop may not have told yet.
+bool is_closed(int socket) {
+    char byte;
+    const ssize_t count = ::recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    return count == 0 || (count < 0 && errno == ECONNRESET);
+}
+
 } // namespace
 
 struct Simulator::Device {
@@ -164,7 +171,8 @@ void Simulator::take_command(uint32_t number, const Command &command) {
     auto &known = device->tokens;
     const bool is_double = std::find(known.begin(), known.end(), command.token) != known.end();
     counts_.doubles += is_double;
-    const bool overlaps = !is_double && !device->commands.empty();
+    const bool overlaps = !is_double && !device->commands.empty() &&
+                          !(device->is_connected && is_closed(device->socket.get()));
     counts_.overlaps += overlaps;
     if (options_.on_command)
         options_.on_command(number, ntohs(command.server.sin_port),
