@@ -58,6 +58,13 @@ struct Extent {
     }
 };
 
+Sum sum_in(const Result &rows, int row) {
+    const auto pattern = [&](int column) {
+        return static_cast<uint64_t>(rows.number(row, column));
+    };
+    return {pattern(1), pattern(2), pattern(3), pattern(4)};
+}
+
 class Chart {
 public:
     Chart(Connection &connection, const ChartQuery &query)
@@ -144,11 +151,8 @@ private:
                 connection_.query(hours, query_.device, int64_t{extent.command}, first, end,
                                   query_.series, int64_t{query_.ordinal}, most_rows);
             for (int row = 0; row < rows.rows(); ++row) {
-                const auto pattern = [&](int column) {
-                    return static_cast<uint64_t>(rows.number(row, column));
-                };
                 first = rows.number(row, 0) + 1;
-                add_hour(rows.number(row, 0), {pattern(1), pattern(2), pattern(3), pattern(4)});
+                add_hour(rows.number(row, 0), sum_in(rows, row));
             }
             more = rows.rows() == most_rows;
         }
