@@ -349,7 +349,7 @@ TEST_F(ServiceTest, WhatTheSystemRefusesEndsNothing) {
         std::string told;
         Reloader reloader(scratch / "fleet.toml", loop,
                           [&](const Loaded &loaded) { told = text_of(loaded.complaints); });
-        refuse(SYS_clone3, EAGAIN);
+        for (const unsigned call : {SYS_clone, SYS_clone3}) refuse(call, EAGAIN);
         refuse(SYS_epoll_ctl, ENOMEM, EPOLL_CTL_ADD);
         reloader.start();
         const dtctl::Fd device = connected(reception.port());
