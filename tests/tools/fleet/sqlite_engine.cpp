@@ -44,7 +44,7 @@ std::vector<Point> points_of(const std::string &database, int64_t device, int64_
                              bool too_many) {
     sqlite::Database opened(database, sqlite::Database::Access::read);
     const size_t most_looks = too_many ? 1000 : 1'000'000;
-    return sqlite::read_chart(opened, {device, series, ordinal, from, to, columns, most_looks});
+    return sqlite::read_chart(opened, {device, series, ordinal, from, to, columns}, most_looks);
 }
 
 void delete_runs(const std::string &database, int64_t day) {

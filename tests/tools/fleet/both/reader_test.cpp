@@ -190,8 +190,13 @@ TEST(Reader, ChartsTellWhatWasReceivedHoweverItIsStored) {
 // Of the days whose values are gone, the hours are left.
 TEST(Reader, ChartsGoBackBehindTheValues) {
     History history;
-    for (const std::string &file : history.files) {
+    for (size_t i = 0; i < 2; ++i) {
+        const std::string &file = history.files[i];
         delete_runs(file, 20001);
+        RunRecord other = make_run(1'000'000, "pump", start); // what it tells is of its own command
+        other.command = 5;
+        add_number(other, "other", 2, 1);
+        history.stores[i]->write({&other, 1});
         Charts charts(file);
         for (const size_t columns : {1, 100, 500}) charts.expect_all(history, columns);
         EXPECT_GT(charts.points("plain", {with_sign, 0}, 0, INT64_MAX, 500).size(), 100);

@@ -31,8 +31,8 @@ std::vector<Point> points_of(const std::string &database, int64_t device, int64_
                              bool too_many) {
     postgres::Connection connection(database, postgres::Connection::Access::read);
     const int64_t most_runs = too_many ? 50 : 100'000;
-    return postgres::read_chart(connection,
-                                {device, series, ordinal, from, to, columns, most_runs});
+    return postgres::read_chart(connection, {device, series, ordinal, from, to, columns},
+                                most_runs);
 }
 
 void delete_runs(const std::string &database, int64_t day) {

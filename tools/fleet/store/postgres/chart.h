@@ -1,21 +1,15 @@
-// A series over time, for a picture.
+// What charts are made from, on a server.
 #pragma once
 
+#include "fleet/store/chart.h"
 #include "fleet/store/postgres/connection.h"
 
 namespace dtfleet::postgres {
 
-struct ChartQuery {
-    int64_t device = 0;
-    int64_t series = 0;
-    uint32_t ordinal = 0;
-    Microseconds from = 0;
-    Microseconds to = 0;
-    size_t columns = 0;
-    int64_t most_runs = 200'000; // of one command, that are read value by value: about a second
-};
+constexpr int64_t most_runs_of_chart = 200'000; // of one command: about a second
 
 // Reader::points.
-std::vector<Point> read_chart(Connection &connection, const ChartQuery &query);
+std::vector<Point> read_chart(Connection &connection, const ChartQuery &query,
+                              int64_t most_runs = most_runs_of_chart);
 
 } // namespace dtfleet::postgres

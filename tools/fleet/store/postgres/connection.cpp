@@ -113,6 +113,11 @@ std::string_view Result::bytes(int row, int column) const {
 
 int64_t Result::number(int row, int column) const { return number_in(bytes(row, column)); }
 
+std::optional<int64_t> Result::maybe(int row, int column) const {
+    if (is_null(row, column)) return std::nullopt;
+    return number(row, column);
+}
+
 std::vector<std::optional<int64_t>> Result::numbers(int row, int column) const {
     ArrayWalk walk(bytes(row, column));
     std::vector<std::optional<int64_t>> numbers(walk.size());
@@ -207,8 +212,7 @@ Result Connection::query(const char *sql, const Parameters &parameters) {
 }
 
 std::optional<int64_t> Connection::number_in(const Result &result) {
-    if (result.rows() == 0 || result.is_null(0, 0)) return std::nullopt;
-    return result.number(0, 0);
+    return result.rows() == 0 ? std::nullopt : result.maybe(0, 0);
 }
 
 void Connection::execute(const std::string &sql) {

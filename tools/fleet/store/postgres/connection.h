@@ -64,6 +64,7 @@ public:
     int64_t changed() const; // rows, by a statement that answers none
     bool is_null(int row, int column) const;
     int64_t number(int row, int column) const; // of an integer of any size, or a truth; NULL: 0
+    std::optional<int64_t> maybe(int row, int column) const; // nothing: NULL
     std::string_view bytes(int row, int column) const; // of a text, bytea or uuid; NULL: empty
 
     // Of an array of integers or of texts or bytea; NULL is none.

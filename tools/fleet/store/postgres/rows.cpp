@@ -16,6 +16,12 @@ Series series_in(const Result &rows, int row) {
     return series;
 }
 
+std::optional<Series> find_series(Connection &connection, int64_t id) {
+    const Result rows = connection.query(some_series, std::vector<int64_t>{id});
+    if (rows.rows() == 0) return std::nullopt;
+    return series_in(rows, 0);
+}
+
 std::vector<CommandState> states_of(Connection &connection, int64_t device) {
     std::vector<CommandState> states;
     const Result rows = connection.query(

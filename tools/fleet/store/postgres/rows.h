@@ -12,6 +12,8 @@ constexpr const char *some_series =
     "WHERE $1::bigint[] IS NULL OR id = ANY($1) ORDER BY id";
 Series series_in(const Result &rows, int row);
 
+std::optional<Series> find_series(Connection &connection, int64_t id);
+
 // The states of a device's commands. Entries that cannot be read are left out; the next run writes
 // them anew.
 std::vector<CommandState> states_of(Connection &connection, int64_t device);

@@ -60,11 +60,7 @@ void PostgresSeries::mark_logs(const std::vector<int64_t> &ids) {
     connection_.query("UPDATE series SET log = true WHERE id = ANY($1) AND NOT log", ids);
 }
 
-std::optional<Series> PostgresSeries::find(int64_t id) {
-    const Result rows = connection_.query(some_series, std::vector<int64_t>{id});
-    if (rows.rows() == 0) return std::nullopt;
-    return series_in(rows, 0);
-}
+std::optional<Series> PostgresSeries::find(int64_t id) { return find_series(connection_, id); }
 
 void PostgresSeries::change_meanings(const MeaningOf &meaning_of) {
     std::vector<int64_t> ids, signs;

@@ -1,209 +1,96 @@
 #include "fleet/store/sqlite/chart.h"
 
-#include "decode/wire.h"
-#include "fleet/store/columns.h"
 #include "fleet/store/sqlite/hours.h"
 #include "fleet/store/sqlite/rows.h"
 
-#include <algorithm>
-#include <optional>
-
 namespace dtfleet::sqlite {
 namespace {
-
-using dt::decode::wire::selftest_command;
 
 // What looks are counted by: a row of values is one.
 constexpr size_t bytes_a_look = 64;
 constexpr size_t looks_a_run = 16;
 
-// How far back a value is looked for that holds at the begin. The first whole run of each day
-// stores all values, so it stands there unless the device was out of reach.
-constexpr Microseconds longest_hold = 2 * microseconds_a_day;
-
 // A run, and where its values are.
 struct Run {
-    int64_t id = 0;
-    Microseconds time = 0;
-    bool is_whole = false;
     int64_t first = 0;
     int64_t count = 0;
-    bool is_history = false;
 };
 
-Run run_in(const Statement &row) {
-    return {row.number(0), row.number(1), is_whole(outcome_of(row.number(2))),
-            row.number(3), row.number(4), row.number(5) != 0};
-}
-
 constexpr const char *runs_forwards =
-    "SELECT id, time, outcome, first, count, history FROM collection WHERE device = ?1 AND "
+    "SELECT first, count, time, outcome, history FROM collection WHERE device = ?1 AND "
     "time >= ?2 AND time < ?3 AND command = ?4 ORDER BY time, id";
 constexpr const char *runs_backwards =
-    "SELECT id, time, outcome, first, count, history FROM collection WHERE device = ?1 AND "
-    "time >= ?2 AND time < ?3 AND command = ?4 ORDER BY time DESC, id DESC";
+    "SELECT first, count FROM collection WHERE device = ?1 AND time >= ?2 AND time < ?3 AND "
+    "command = ?4 AND NOT history ORDER BY time DESC, id DESC";
 
-class Chart {
+class FileChart final : public ChartSource {
 public:
-    Chart(Database &database, const ChartQuery &query) : database_(database), query_(query) {}
-
-    std::vector<Point> read() {
+    FileChart(Database &database, const ChartQuery &query, size_t most_looks)
+        : database_(database), query_(query), most_looks_(most_looks) {
         begin_transaction();
-        if (!find_series()) return {};
-        for (CommandState &one : states_of(database_, query_.device))
-            if (one.command != selftest_command) states_.push_back(std::move(one));
-        first_run_ = end_of_runs("SELECT time FROM collection WHERE device = ? ORDER BY time "
-                                 "LIMIT 1");
-        if (!trim()) return {};
-        if (!read_states(false)) read_states(true);
-        std::vector<Point> points = columns_->points();
-        if (edge_ && (points.empty() || points.front().time > query_.from))
-            points.insert(points.begin(), {query_.from, 0, *edge_, *edge_, *edge_});
-        return points;
     }
 
-private:
-    // ---- what there is --------------------------------------------------------------------------
+    std::optional<Series> series() override { return find_series(database_, query_.series); }
+    std::vector<CommandState> states() override { return states_of(database_, query_.device); }
 
-    // False when it has no numbers.
-    bool find_series() {
-        bool found = false;
-        each_row(
-            database_.statement("SELECT type, signed FROM series WHERE id = ?").with(query_.series),
-            [&](const Statement &row) {
-                type_ = type_of(row.number(0));
-                is_signed_ = row.number(1) != 0;
-                found = is_number(type_);
-            });
-        return found;
+    Extent extent(uint32_t command) override {
+        Extent extent;
+        Statement &find = database_.statement(
+            "SELECT (SELECT time FROM collection WHERE device = ?1 AND command = ?2 ORDER BY time "
+            "LIMIT 1), (SELECT time FROM collection WHERE device = ?1 AND command = ?2 ORDER BY "
+            "time DESC LIMIT 1), (SELECT min(hour) FROM rollup WHERE device = ?1 AND "
+            "command = ?2), (SELECT max(hour) FROM rollup WHERE device = ?1 AND command = ?2)");
+        each_row(find.with(query_.device, command), [&](const Statement &row) {
+            extent = {row.maybe(0), row.maybe(1), row.maybe(2), row.maybe(3)};
+        });
+        return extent;
     }
 
-    std::optional<int64_t> end_of_runs(const char *sql) {
-        return one_number(database_.statement(sql).with(query_.device));
-    }
-    std::optional<int64_t> end_of_hours(const char *sql, uint32_t command) {
-        return one_number(database_.statement(sql).with(query_.device, command));
-    }
-    static std::optional<int64_t> one_number(Statement &statement) {
-        std::optional<int64_t> found;
-        each_row(statement, [&](const Statement &row) { found = row.number(0); });
-        return found;
-    }
-
-    // The columns are for what there is. False when that is nothing.
-    bool trim() {
-        Microseconds begin = first_run_.value_or(INT64_MAX);
-        Microseconds end = 0;
-        if (const auto last = end_of_runs("SELECT time FROM collection WHERE device = ? "
-                                          "ORDER BY time DESC LIMIT 1"))
-            end = *last + 1;
-        for (const CommandState &one : states_) {
-            const auto first = end_of_hours("SELECT hour FROM rollup WHERE device = ? AND "
-                                            "command = ? ORDER BY hour LIMIT 1",
-                                            one.command);
-            const auto last = end_of_hours("SELECT hour FROM rollup WHERE device = ? AND "
-                                           "command = ? ORDER BY hour DESC LIMIT 1",
-                                           one.command);
-            if (first) begin = std::min(begin, *first * microseconds_an_hour);
-            if (last && !first_run_) end = std::max(end, (*last + 1) * microseconds_an_hour);
-        }
-        query_.from = std::max(query_.from, begin);
-        query_.to = std::min(query_.to, end);
-        return query_.from < query_.to;
-    }
-
-    // ---- reading --------------------------------------------------------------------------------
-
-    // False when the values are too many: their hours' sums have to do.
-    bool read_states(bool by_hours) {
-        columns_.emplace(query_.from, query_.to, query_.columns, type_, is_signed_);
-        edge_.reset();
-        const bool is_coarse = by_hours || columns_->width() >= microseconds_an_hour;
-        return std::all_of(states_.begin(), states_.end(),
-                           [&](const CommandState &one) { return read_state(one, is_coarse); });
-    }
-
-    // Hours where no more is left or wanted, the values themselves behind them. Days are deleted
-    // as a whole, so the hours end where the first day with values begins.
-    bool read_state(const CommandState &one, bool is_coarse) {
-        const Microseconds raw =
-            is_coarse ? query_.to
-                      : std::clamp(first_run_.value_or(INT64_MAX), query_.from, query_.to);
-        const int64_t first_hour = hour_of(query_.from);
-        const int64_t end_hour = raw == query_.to ? hour_of(query_.to - 1) + 1 : hour_of(raw);
-        if (first_hour < end_hour) read_hours(one, first_hour, end_hour);
-        return raw == query_.to || read_runs(one, raw);
-    }
-
-    void read_hours(const CommandState &one, int64_t first, int64_t end) {
+    void hours(uint32_t command, int64_t first, int64_t end, const TakeHour &take) override {
         for (bool more = true; more; begin_transaction()) {
             Statement &hours =
                 database_.statement("SELECT hour, entries FROM rollup WHERE device = ? AND "
                                     "command = ? AND hour >= ? AND hour < ? ORDER BY hour");
-            hours.with(query_.device, one.command, first, end);
-            while (looks_ <= query_.most_looks && hours.step()) {
+            hours.with(query_.device, command, first, end);
+            while (has_looks() && hours.step()) {
                 first = hours.number(0) + 1;
                 looks_ += 1 + hours.bytes(1).size() / bytes_a_look;
                 if (const auto sum = find_sum(hours.bytes(1), query_.series, query_.ordinal))
-                    add_hour(hours.number(0), *sum);
+                    take(hours.number(0), *sum);
             }
-            more = looks_ > query_.most_looks;
+            more = !has_looks();
             hours.reset();
         }
-        const int64_t running = one.state.hour;
-        if (running < hour_of(query_.from) || running >= end) return;
-        for (const Entry &entry : one.state.entries)
-            if (is_asked_for(entry) && entry.sum.n != 0) add_hour(running, entry.sum);
     }
 
-    bool is_asked_for(const Entry &entry) const {
-        return entry.series == query_.series && entry.ordinal == query_.ordinal;
-    }
-
-    void add_hour(int64_t hour, const Sum &sum) {
-        columns_->add(std::max(hour * microseconds_an_hour, query_.from), sum);
-    }
-
-    // A whole run that stored no value has brought the same as before. False when they are too
-    // many.
-    bool read_runs(const CommandState &one, Microseconds from) {
+    std::optional<uint64_t> held(uint32_t command, Microseconds from, Microseconds to) override {
         begin_transaction();
-        std::optional<uint64_t> held = held_at(one, from);
-        if (from == query_.from && held) edge_ = held;
-        Statement &runs = database_.statement(runs_forwards);
-        runs.with(query_.device, from, query_.to, one.command);
-        while (looks_ <= query_.most_looks && runs.step()) take(run_in(runs), held);
-        runs.reset();
-        return looks_ <= query_.most_looks;
-    }
-
-    void take(const Run &run, std::optional<uint64_t> &held) {
-        const std::optional<StoredValue> stored = find_value(run);
-        std::optional<uint64_t> brought = stored ? number_of(*stored) : held;
-        if (brought && (stored || run.is_whole))
-            columns_->add(run.time, {1, *brought, *brought, *brought});
-        if (stored && !run.is_history) held = brought;
-    }
-
-    static std::optional<uint64_t> number_of(const StoredValue &value) {
-        if (value.form != StoredValue::Form::number) return std::nullopt;
-        return value.number;
-    }
-
-    // Nothing when the run before did not bring it.
-    std::optional<uint64_t> held_at(const CommandState &one, Microseconds time) {
         Statement &runs = database_.statement(runs_backwards);
-        runs.with(query_.device, time - longest_hold, time, one.command);
+        runs.with(query_.device, from, to, command);
         std::optional<StoredValue> stored;
-        while (!stored && looks_ <= query_.most_looks && runs.step()) {
-            const Run run = run_in(runs);
-            if (!run.is_history) stored = find_value(run);
-        }
+        while (!stored && has_looks() && runs.step())
+            stored = find_value({runs.number(0), runs.number(1)});
         runs.reset();
         return stored ? number_of(*stored) : std::nullopt;
     }
 
-    // ---- one run --------------------------------------------------------------------------------
+    bool runs(uint32_t command, Microseconds from, Microseconds to, const TakeRun &take) override {
+        Statement &runs = database_.statement(runs_forwards);
+        runs.with(query_.device, from, to, command);
+        while (has_looks() && runs.step()) {
+            const auto stored = find_value({runs.number(0), runs.number(1)});
+            take({runs.number(2), is_whole(outcome_of(runs.number(3))), runs.number(4) != 0,
+                  stored.has_value(), stored ? number_of(*stored) : std::nullopt});
+        }
+        runs.reset();
+        return has_looks();
+    }
+
+private:
+    static std::optional<uint64_t> number_of(const StoredValue &value) {
+        if (value.form != StoredValue::Form::number) return std::nullopt;
+        return value.number;
+    }
 
     // Runs that store everything have it at the same place, one after the other.
     std::optional<StoredValue> find_value(const Run &run) {
@@ -247,25 +134,22 @@ private:
         transaction_.emplace(database_, Transaction::Kind::read);
         looks_ = 0;
     }
+    bool has_looks() const { return looks_ <= most_looks_; }
 
     Database &database_;
-    ChartQuery query_;
+    const ChartQuery query_;
+    const size_t most_looks_;
     std::optional<Transaction> transaction_;
-    size_t looks_ = 0; // since it began
-    dt::decode::Kind type_ = dt::decode::Kind::int32;
-    bool is_signed_ = false;
-    std::vector<CommandState> states_;
-    std::optional<Microseconds> first_run_;
-    std::optional<Columns> columns_;
-    std::optional<uint64_t> edge_; // what held at the begin
-    int64_t place_ = 0;            // in a run of place_count_ values
+    size_t looks_ = 0;  // since it began
+    int64_t place_ = 0; // in a run of place_count_ values
     int64_t place_count_ = 0;
 };
 
 } // namespace
 
-std::vector<Point> read_chart(Database &database, const ChartQuery &query) {
-    return Chart(database, query).read();
+std::vector<Point> read_chart(Database &database, const ChartQuery &query, size_t most_looks) {
+    FileChart source(database, query, most_looks);
+    return dtfleet::read_chart(source, query);
 }
 
 } // namespace dtfleet::sqlite

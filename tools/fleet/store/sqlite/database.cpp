@@ -142,6 +142,11 @@ int64_t Statement::number(int column) const {
     return sqlite3_column_int64(statement_.get(), column);
 }
 
+std::optional<int64_t> Statement::maybe(int column) const {
+    if (is_null(column)) return std::nullopt;
+    return number(column);
+}
+
 int Statement::columns() const { return sqlite3_column_count(statement_.get()); }
 
 std::string_view Statement::bytes(int column) const {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -55,6 +56,7 @@ public:
     bool is_null(int column) const;
     bool is_number(int column) const;
     int64_t number(int column) const;
+    std::optional<int64_t> maybe(int column) const; // nothing: NULL
     int columns() const;
     std::string_view bytes(int column) const; // of a text or BLOB; until the next step
 

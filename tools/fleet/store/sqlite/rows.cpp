@@ -23,6 +23,13 @@ Series series_in(const Statement &row) {
     return series;
 }
 
+std::optional<Series> find_series(Database &database, int64_t id) {
+    std::optional<Series> found;
+    each_row(database.statement(one_series).with(id),
+             [&](const Statement &row) { found = series_in(row); });
+    return found;
+}
+
 // Entries that cannot be read are left out; the next run writes them anew.
 std::vector<CommandState> states_of(Database &database, int64_t device) {
     std::vector<CommandState> states;

@@ -4,6 +4,7 @@
 #include "fleet/store/fields.h"
 #include "fleet/store/sqlite/database.h"
 
+#include <optional>
 #include <vector>
 
 namespace dtfleet::sqlite {
@@ -21,6 +22,8 @@ StoredValue stored_value(const Statement &row, int column);
 constexpr const char *one_series =
     "SELECT id, collector, section, key, type, name, unit, signed, log FROM series WHERE id = ?";
 Series series_in(const Statement &row);
+
+std::optional<Series> find_series(Database &database, int64_t id);
 
 // The states of a device's commands.
 std::vector<CommandState> states_of(Database &database, int64_t device);

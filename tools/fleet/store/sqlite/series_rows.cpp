@@ -56,12 +56,7 @@ void SqliteSeries::mark_logs(const std::vector<int64_t> &ids) {
         database_.statement("UPDATE series SET log = 1 WHERE id = ?").run(id);
 }
 
-std::optional<Series> SqliteSeries::find(int64_t id) {
-    std::optional<Series> found;
-    each_row(database_.statement(one_series).with(id),
-             [&](const Statement &row) { found = series_in(row); });
-    return found;
-}
+std::optional<Series> SqliteSeries::find(int64_t id) { return find_series(database_, id); }
 
 void SqliteSeries::change_meanings(const MeaningOf &meaning_of) {
     Statement &update =
