@@ -26,6 +26,10 @@ private:
 // decimal, truths as 0 and 1, bytes as they are.
 std::vector<std::string> rows_of(const std::string &database, const std::string &sql);
 
+inline int64_t number_of(const std::string &database, const std::string &sql) {
+    return std::stoll(rows_of(database, sql).at(0));
+}
+
 void execute(const std::string &database, const std::string &sql);
 
 // In SQL: a value of value_flat as bytes, whatever it is.
@@ -43,6 +47,6 @@ std::vector<Point> points_of(const std::string &database, int64_t device, int64_
                              bool too_many = false);
 
 // Deletes runs of before that day, and the values that they have stored.
-void delete_runs(const std::string &database, int64_t day);
+void delete_runs(const std::string &database, int64_t first_day);
 
 } // namespace dtfleet

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -121,14 +122,26 @@ inline void add_log(RunRecord &run, const std::string &collector, uint32_t key,
     }
 }
 
-// What a query answers, each row as one text: its columns with a bar between them.
-inline std::vector<std::string> rows_of(const std::string &file, const char *sql, int columns) {
+inline void write(Store &store, const RunRecord &run) { store.write({&run, 1}); }
+
+// What the work throws says; empty: it throws nothing.
+inline std::string failure_of(const std::function<void()> &work) {
+    try {
+        work();
+        return "";
+    } catch (const std::exception &failure) {
+        return failure.what();
+    }
+}
+
+// What a query of a file answers, each row as one text: its columns with a bar between them.
+inline std::vector<std::string> rows_in_file(const std::string &file, const std::string &sql) {
     sqlite::Database database(file, sqlite::Database::Access::read);
-    sqlite::Statement &query = database.statement(sql);
+    sqlite::Statement &query = database.statement(sql.c_str());
     std::vector<std::string> rows;
     while (query.step()) {
         std::string &row = rows.emplace_back();
-        for (int i = 0; i < columns; ++i) {
+        for (int i = 0; i < query.columns(); ++i) {
             if (i != 0) row += '|';
             row += query.bytes(i);
         }

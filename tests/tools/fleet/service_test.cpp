@@ -2,6 +2,7 @@
 // another.
 #include "fleet/service/service.h"
 
+#include "engine.h"
 #include "fleet/simulate/simulator.h"
 #include "host/failure.h"
 #include "host/file.h"
@@ -150,9 +151,7 @@ struct ServiceTest : testing::Test {
     std::string error(const json &what) const { return ask(what).value("error", ""); }
     std::string journal() const { return dtctl::read_whole_file(scratch / "journal"); }
 
-    int64_t number(const std::string &sql) const {
-        return std::stoll(rows_of(scratch / "fleet.db", sql.c_str(), 1).at(0));
-    }
+    int64_t number(const std::string &sql) const { return number_of(scratch / "fleet.db", sql); }
     int64_t runs(const std::string &device) const {
         return number("SELECT count(*) FROM collection c JOIN device d ON d.id = c.device "
                       "WHERE d.name = '" +
@@ -275,7 +274,7 @@ TEST_F(ServiceTest, EndsInOrderAndIsAlone) {
     EXPECT_THAT(journal(), HasSubstr("another dtfleet is running"));
     EXPECT_EQ(service->end(SIGTERM), 0);
     EXPECT_THAT(rows_of(scratch / "fleet.db",
-                        "SELECT o.text FROM collection c JOIN outcome o ON o.id = c.outcome", 1),
+                        "SELECT o.text FROM collection c JOIN outcome o ON o.id = c.outcome"),
                 ElementsAre("stopped"));
     const dtctl::Fd taken = dtctl::listen_on(0, 1);
     const uint16_t port = dtctl::local_port(taken);

@@ -1,6 +1,7 @@
 #include "engine.h"
 
 #include "fleet/store/sqlite/chart.h"
+#include "samples.h"
 
 #include <fmt/format.h>
 
@@ -17,17 +18,7 @@ Fresh::Fresh() {
 Fresh::~Fresh() { std::filesystem::remove_all(std::filesystem::path(name_).parent_path()); }
 
 std::vector<std::string> rows_of(const std::string &database, const std::string &sql) {
-    sqlite::Database opened(database, sqlite::Database::Access::read);
-    sqlite::Statement &query = opened.statement(sql.c_str());
-    std::vector<std::string> rows;
-    while (query.step()) {
-        std::string &row = rows.emplace_back();
-        for (int i = 0; i < query.columns(); ++i) {
-            if (i != 0) row += '|';
-            row += query.bytes(i);
-        }
-    }
-    return rows;
+    return rows_in_file(database, sql);
 }
 
 void execute(const std::string &database, const std::string &sql) {
@@ -47,11 +38,11 @@ std::vector<Point> points_of(const std::string &database, int64_t device, int64_
     return sqlite::read_chart(opened, {device, series, ordinal, from, to, columns}, most_looks);
 }
 
-void delete_runs(const std::string &database, int64_t day) {
+void delete_runs(const std::string &database, int64_t first_day) {
     execute(database, fmt::format("DELETE FROM value WHERE id < (SELECT min(first) FROM collection "
                                   "WHERE time >= {0} * 86400000000);"
                                   "DELETE FROM collection WHERE time < {0} * 86400000000",
-                                  day));
+                                  first_day));
 }
 
 } // namespace dtfleet

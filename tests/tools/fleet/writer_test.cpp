@@ -1,4 +1,5 @@
 // The writer's thread: what it promises when the database is slow, refuses, or the process dies.
+#include "engine.h"
 #include "fleet/store/writer.h"
 #include "host/failure.h"
 #include "samples.h"
@@ -124,7 +125,7 @@ TEST(Writer, TroubleStopsAskingAndPasses) {
     }
     wait_until([&] { return writer.counts().stored == number; });
     wait_until([&] { return writer.has_room(); });
-    EXPECT_THAT(rows_of(file, "SELECT count(*), count(DISTINCT run) FROM value_flat", 2),
+    EXPECT_THAT(rows_of(file, "SELECT count(*), count(DISTINCT run) FROM value_flat"),
                 ElementsAre("100|100"));
 }
 
@@ -198,7 +199,7 @@ TEST(Writer, ADamagedDatabaseIsToldAndNoRunIsGivenUp) {
     const Scratch scratch;
     const std::string file = scratch / "fleet.db";
     const auto store = open_store(file, endless);
-    const auto page = rows_of(file, "SELECT rootpage FROM sqlite_schema WHERE name = 'value'", 1);
+    const auto page = rows_of(file, "SELECT rootpage FROM sqlite_schema WHERE name = 'value'");
     EXPECT_EQ(store->no_room(), "");
     std::filesystem::rename(file, scratch / "moved.db");
     EXPECT_THAT(store->no_room(), HasSubstr("moved"));
@@ -270,21 +271,17 @@ TEST(Writer, KilledAtAnyMomentItHasStoredWholeRunsOnce) {
         const std::chrono::milliseconds life(random() % 1200);
         const uint64_t stored = stored_by_child(file, first, life, kill % 2 == 0);
         SCOPED_TRACE(fmt::format("kill {}: {} stored from {}", kill, stored, first));
-        const auto there = rows_of(file, "SELECT count(*) FROM collection", 1);
+        const auto there = rows_of(file, "SELECT count(*) FROM collection");
         ASSERT_GE(std::stoull(there[0]), first - 1 + stored);
-        ASSERT_THAT(rows_of(file, "PRAGMA integrity_check", 1), ElementsAre("ok"));
+        ASSERT_THAT(rows_of(file, "PRAGMA integrity_check"), ElementsAre("ok"));
         // Each has its values, next to those of the run before it; none is missing or half.
-        ASSERT_THAT(rows_of(file,
-                            "SELECT id FROM collection WHERE count <> 20 OR "
-                            "first <> 20 * (id - 1) + 1",
-                            1),
+        ASSERT_THAT(rows_of(file, "SELECT id FROM collection WHERE count <> 20 OR "
+                                  "first <> 20 * (id - 1) + 1"),
                     IsEmpty());
-        ASSERT_THAT(rows_of(file,
-                            "SELECT id FROM value WHERE value <> (id - 1) / 20 * 100 + 100 + "
-                            "(id - 1) % 20",
-                            1),
+        ASSERT_THAT(rows_of(file, "SELECT id FROM value WHERE value <> (id - 1) / 20 * 100 + 100 + "
+                                  "(id - 1) % 20"),
                     IsEmpty());
-        ASSERT_THAT(rows_of(file, "SELECT count(*) FROM value", 1),
+        ASSERT_THAT(rows_of(file, "SELECT count(*) FROM value"),
                     ElementsAre(std::to_string(std::stoull(there[0]) * values_a_run)));
         last = std::stoull(there[0]);
         first = last > 30 ? last - 29 : 1; // some are put again

@@ -35,8 +35,9 @@ std::vector<Point> points_of(const std::string &database, int64_t device, int64_
                                 most_runs);
 }
 
-void delete_runs(const std::string &database, int64_t day) {
-    execute(database, fmt::format("DELETE FROM collection WHERE time < {} * 86400000000", day));
+void delete_runs(const std::string &database, int64_t first_day) {
+    execute(database,
+            fmt::format("DELETE FROM collection WHERE time < {} * 86400000000", first_day));
 }
 
 } // namespace dtfleet

@@ -20,21 +20,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-void write(Store &store, const RunRecord &run) { store.write({&run, 1}); }
-
-int64_t number_of(const std::string &database, const std::string &sql) {
-    return std::stoll(rows_of(database, sql).at(0));
-}
-
-std::string failure_of(const std::function<void()> &work) {
-    try {
-        work();
-        return "";
-    } catch (const std::exception &failure) {
-        return failure.what();
-    }
-}
-
 // From now on it is that time on the server.
 void set_clock(const std::string &database, Microseconds time) {
     execute(database, fmt::format("CREATE OR REPLACE FUNCTION clock() RETURNS bigint LANGUAGE sql "
@@ -224,9 +209,8 @@ std::vector<std::string> rows_in(const std::string &database, std::string sql) {
     const auto put = [&](const std::string &mark, const std::string &here) {
         for (size_t at; (at = sql.find(mark)) != sql.npos;) sql.replace(at, mark.size(), here);
     };
-    const auto columns = static_cast<int>(std::count(sql.begin(), sql.end(), ',')) + 1;
     put("$value", is_file ? "coalesce(number, bytes, '')" : value_bytes);
-    return is_file ? rows_of(database, sql.c_str(), columns) : rows_of(database, sql);
+    return is_file ? rows_in_file(database, sql) : rows_of(database, sql);
 }
 
 // Broken off, done again and gone on with: each run is there once and whole, with all that stands
@@ -282,7 +266,7 @@ TEST(Server, TakesTheHistoryOfAFileOnce) {
                                 "ORDER BY id DESC LIMIT 1"),
                 ElementsAre("0"));
     const char *lines = "SELECT count(*) FROM log";
-    EXPECT_EQ(rows_of(server, lines), rows_of(file, lines, 1)) << "the log is the same still";
+    EXPECT_EQ(rows_of(server, lines), rows_in_file(file, lines)) << "the log is the same still";
 
     execute(server, "DELETE FROM collection WHERE id = 7; UPDATE moved SET last = 1000");
     EXPECT_THAT(failure_of([&] { move_database(file, server); }), HasSubstr("on the server"));
