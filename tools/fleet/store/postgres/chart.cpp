@@ -25,7 +25,7 @@ std::string with_place(const std::string &likely) {
 // What is left of the rows is sorted, not they themselves.
 const std::string runs_forwards =
     "SELECT * FROM (SELECT id, time, outcome, history, place, numbers[place] " + with_place("$9") +
-    "AND (time > $3 OR id > $7) OFFSET 0) r ORDER BY time, id LIMIT $8";
+    "AND (time > $3 OR id > $7) ORDER BY time OFFSET 0) r ORDER BY time, id LIMIT $8";
 const std::string run_before = "SELECT numbers[place] " + with_place("0") +
                                "AND NOT history AND place IS NOT NULL ORDER BY time DESC, id DESC "
                                "LIMIT 1";
