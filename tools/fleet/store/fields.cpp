@@ -50,4 +50,33 @@ const CommandState *state_for(const std::vector<CommandState> &states, uint32_t 
     return newest;
 }
 
+namespace {
+
+StoredValue value_of(uint32_t command, const Entry &entry, const ReadRow &read_row) {
+    switch (entry.form) {
+    case Entry::Form::number:
+        return {StoredValue::Form::number, entry.number, {}};
+    case Entry::Form::bytes:
+        return {StoredValue::Form::bytes, 0, entry.bytes};
+    case Entry::Form::row:
+        return read_row(command, entry);
+    case Entry::Form::gone:
+        break;
+    }
+    return {};
+}
+
+} // namespace
+
+std::vector<LatestValue> latest_in(const std::vector<CommandState> &states, int64_t device,
+                                   uint32_t command, const ReadRow &read_row) {
+    std::vector<LatestValue> values;
+    const CommandState *found = state_for(states, command);
+    if (!found) return values;
+    for (const Entry &entry : found->state.entries)
+        values.push_back({device, entry.series, entry.ordinal, entry.time,
+                          value_of(found->command, entry, read_row)});
+    return values;
+}
+
 } // namespace dtfleet

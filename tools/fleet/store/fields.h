@@ -4,6 +4,7 @@
 #include "fleet/store/state.h"
 #include "fleet/store/store.h"
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,5 +29,10 @@ struct CommandState {
 
 // The state that answers for a command, if any: as Reader::latest.
 const CommandState *state_for(const std::vector<CommandState> &states, uint32_t command);
+
+// As Reader::latest; asks for a value that stands in a row of its own.
+using ReadRow = std::function<StoredValue(uint32_t command, const Entry &entry)>;
+std::vector<LatestValue> latest_in(const std::vector<CommandState> &states, int64_t device,
+                                   uint32_t command, const ReadRow &read_row);
 
 } // namespace dtfleet

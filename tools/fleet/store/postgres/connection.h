@@ -78,6 +78,19 @@ private:
     std::unique_ptr<pg_result, Clear> result_;
 };
 
+// A row of a result, which must outlive it.
+class ResultRow {
+public:
+    ResultRow(const Result &result, int row) : result_(result), row_(row) {}
+    bool is_null(int column) const { return result_.is_null(row_, column); }
+    int64_t number(int column) const { return result_.number(row_, column); }
+    std::string_view bytes(int column) const { return result_.bytes(row_, column); }
+
+private:
+    const Result &result_;
+    int row_;
+};
+
 // Somebody else has changed what a transaction was made from; it can be made anew from what is
 // there now.
 class Conflict : public Unavailable {

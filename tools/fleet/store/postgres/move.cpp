@@ -85,11 +85,10 @@ void Move::move_devices() {
 }
 
 void Move::move_series() {
+    const std::string series = std::string(select_series) + "ORDER BY id";
     std::vector<Series> all;
-    sqlite::each_row(
-        file_.statement("SELECT id, collector, section, key, type, name, unit, signed, "
-                        "log FROM series ORDER BY id"),
-        [&](const sqlite::Statement &row) { all.push_back(sqlite::series_in(row)); });
+    sqlite::each_row(file_.statement(series.c_str()),
+                     [&](const sqlite::Statement &row) { all.push_back(series_in(row)); });
     std::deque<SeriesMeaning> meanings;
     std::vector<SeriesRows::Wanted> wanted;
     for (const Series &one : all) {

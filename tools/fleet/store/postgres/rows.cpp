@@ -2,36 +2,22 @@
 
 namespace dtfleet::postgres {
 
-Series series_in(const Result &rows, int row) {
-    Series series;
-    series.id = rows.number(row, 0);
-    series.collector = rows.bytes(row, 1);
-    series.section = static_cast<uint32_t>(rows.number(row, 2));
-    series.key = static_cast<uint32_t>(rows.number(row, 3));
-    series.type = type_of(rows.number(row, 4));
-    series.name = rows.bytes(row, 5);
-    series.unit = rows.bytes(row, 6);
-    series.is_signed = rows.number(row, 7) != 0;
-    series.is_log = rows.number(row, 8) != 0;
-    return series;
+std::vector<Series> find_series(Connection &connection,
+                                const std::optional<std::vector<int64_t>> &ids) {
+    const std::string some =
+        std::string(select_series) + "WHERE $1::bigint[] IS NULL OR id = ANY($1) ORDER BY id";
+    return list_of(connection.query(some.c_str(), ids), series_in<ResultRow>);
 }
 
 std::optional<Series> find_series(Connection &connection, int64_t id) {
-    const Result rows = connection.query(some_series, std::vector<int64_t>{id});
-    if (rows.rows() == 0) return std::nullopt;
-    return series_in(rows, 0);
+    const std::vector<Series> found = find_series(connection, std::vector<int64_t>{id});
+    if (found.empty()) return std::nullopt;
+    return found[0];
 }
 
 std::vector<CommandState> states_of(Connection &connection, int64_t device) {
-    std::vector<CommandState> states;
-    const Result rows = connection.query(
-        "SELECT command, time, full_day, hour, entries FROM state WHERE device = $1", device);
-    for (int row = 0; row < rows.rows(); ++row) {
-        State state{rows.number(row, 1), rows.number(row, 2), rows.number(row, 3), {}};
-        if (!unpack(rows.bytes(row, 4), state)) state.entries.clear();
-        states.push_back({static_cast<uint32_t>(rows.number(row, 0)), std::move(state)});
-    }
-    return states;
+    const std::string of_device = std::string(select_states) + "WHERE device = $1";
+    return list_of(connection.query(of_device.c_str(), device), state_in<ResultRow>);
 }
 
 } // namespace dtfleet::postgres

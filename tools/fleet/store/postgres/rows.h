@@ -1,21 +1,27 @@
 // Rows as the rest of the service knows them.
 #pragma once
 
-#include "fleet/store/fields.h"
 #include "fleet/store/postgres/connection.h"
+#include "fleet/store/rows.h"
+
+#include <vector>
 
 namespace dtfleet::postgres {
 
-// Of the ids in an array, or all for NULL.
-constexpr const char *some_series =
-    "SELECT id, collector, section, key, type, name, unit, signed, log FROM series "
-    "WHERE $1::bigint[] IS NULL OR id = ANY($1) ORDER BY id";
-Series series_in(const Result &rows, int row);
+// All rows of an answer.
+template <typename Take> auto list_of(const Result &rows, Take take) {
+    std::vector<decltype(take(ResultRow(rows, 0)))> list;
+    list.reserve(static_cast<size_t>(rows.rows()));
+    for (int row = 0; row < rows.rows(); ++row) list.push_back(take(ResultRow(rows, row)));
+    return list;
+}
 
+// Of some ids, or all of them.
+std::vector<Series> find_series(Connection &connection,
+                                const std::optional<std::vector<int64_t>> &ids);
 std::optional<Series> find_series(Connection &connection, int64_t id);
 
-// The states of a device's commands. Entries that cannot be read are left out; the next run writes
-// them anew.
+// The states of a device's commands.
 std::vector<CommandState> states_of(Connection &connection, int64_t device);
 
 } // namespace dtfleet::postgres

@@ -1,7 +1,7 @@
 // Rows as the rest of the service knows them.
 #pragma once
 
-#include "fleet/store/fields.h"
+#include "fleet/store/rows.h"
 #include "fleet/store/sqlite/database.h"
 
 #include <optional>
@@ -17,11 +17,6 @@ template <typename Take> void each_row(Statement &statement, Take take) {
 
 // Of a column of `value`.
 StoredValue stored_value(const Statement &row, int column);
-
-// A row of this query, or of one with the same columns.
-constexpr const char *one_series =
-    "SELECT id, collector, section, key, type, name, unit, signed, log FROM series WHERE id = ?";
-Series series_in(const Statement &row);
 
 std::optional<Series> find_series(Database &database, int64_t id);
 
