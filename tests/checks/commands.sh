@@ -44,4 +44,28 @@ bold() {
 }
 colours="$(bold TERM=xterm) $(bold TERM=dumb) $(bold TERM=xterm NO_COLOR=1)"
 [ "$colours" = "1 0 0" ] || { echo "colours: $colours" && failed=1; }
+
+# Ctrl-C ends what runs beside the rest, too: here the tests of dev, while the next preset is built.
+cp CMakePresets.json "$work"
+cat >"$work/bin/cmake" <<'END'
+#!/bin/sh
+case "$*" in "--build --preset release-library") sleep 600 ;; esac
+END
+cat >"$work/bin/ctest" <<'END'
+#!/bin/sh
+sleep 600 &
+echo $! >"${0%/bin/*}/pids.new" && mv "${0%/bin/*}/pids.new" "${0%/bin/*}/pids"
+wait
+END
+chmod +x "$work/bin/cmake" "$work/bin/ctest"
+ln -s "$(type -P sleep)" "$(type -P mv)" "$(type -P rm)" "$(type -P cat)" "$(type -P sed)" "$work/bin"
+set -m
+PATH="$work/bin" "$work/dt" test >"$work/told" 2>&1 &
+set +m
+for ((i = 0; i < 600; i++)); do [ ! -f "$work/pids" ] || break; sleep 0.1; done
+kill -INT -- "-$!"
+wait $!
+status=$?
+for ((i = 0; i < 100; i++)); do grep -qs sleep "/proc/$(<"$work/pids")/cmdline" || break; sleep 0.1; done
+[ "$status" = 130 ] && [ "$i" -lt 100 ] || { echo "Ctrl-C: $status" && cat "$work/told" && failed=1; }
 exit $failed
