@@ -24,7 +24,7 @@ struct Table {
     std::vector<Lease> free;
     std::set<std::string> held;
     std::vector<Leases::Duration> lengths;
-    Time claimed{};
+    Time asked{}; // last, for a lease
 };
 
 Lease lease(const std::string &name) { return {.device = 1, .epoch = 1, .due = 1, .name = name}; }
@@ -36,7 +36,6 @@ public:
         const std::lock_guard lock(table_.mutex);
         check();
         Claimed claimed{5'000'000, 4, {}};
-        table_.claimed = now();
         table_.lengths.push_back(length);
         while (claimed.leases.size() < most && !table_.free.empty()) hand_over(claimed);
         return claimed;
@@ -64,6 +63,7 @@ public:
 private:
     void check() const {
         if (table_.is_away) throw Unavailable("nobody answers");
+        table_.asked = now();
     }
     void hand_over(Claimed &claimed) {
         claimed.leases.push_back(table_.free.front());
@@ -113,7 +113,7 @@ TEST_F(Keeping, BringsAsManyAsAreWantedAndTakesBackWhatIsNot) {
     const LeaseTimes times = LeaseTimes::of(Seconds(60), Seconds(0));
     EXPECT_EQ(times.length, 77s);
     EXPECT_EQ(table.lengths.at(0), 77s);
-    EXPECT_LE(grants.claimed[0].until, table.claimed + times.length - times.margin);
+    EXPECT_LE(grants.claimed[0].until, table.asked + times.length - times.margin);
     EXPECT_GE(grants.claimed[0].until, before + times.length - times.margin);
     EXPECT_LE(grants.ahead, 5s - before);
     EXPECT_GE(grants.ahead, 5s - now());
@@ -142,11 +142,14 @@ TEST_F(Keeping, RenewsAndSharesWhatIsKept) {
     const Grants renewed = take_news();
     ASSERT_THAT(renewed.renewed, SizeIs(2));
     EXPECT_GE(renewed.renewed[0].until, before + 672s);
+    EXPECT_LE(renewed.renewed[0].until, table.asked + 672s);
     EXPECT_EQ(renewed.renewed[1].until, Time(0)) << "it is another's";
     EXPECT_EQ(keeper->counts().renewed + 10 * keeper->counts().lost, 11U);
 
     keeper->put({.fetching = {"c"}});
-    EXPECT_EQ(take_news().fetched.at(0).grant->lease.name, "c");
+    const Fetched fetched = take_news().fetched.at(0);
+    EXPECT_EQ(fetched.grant->lease.name, "c");
+    EXPECT_LE(fetched.grant->until, table.asked + 672s);
     {
         const std::lock_guard lock(table.mutex);
         table.free.clear();
