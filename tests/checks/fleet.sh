@@ -98,6 +98,10 @@ refuses 1 "there is no database" status
 refuses 2 "made and migrated by dtfleet run" migrate
 refuses 2 "from a file to a server" move fleet.db
 refuses 1 "none.toml: No such file" status --config none.toml
+echo 'database = "postgresql:///fleet?host=/nowhere"' >server.toml
+server="the database: connection to server"
+ldd "$dtfleet" | grep -q libpq || server="built without libpq"
+refuses 1 "$server" migrate --config server.toml
 start_service
 until_true has_rows "select count(distinct device) from value_flat" 19
 
