@@ -2,6 +2,7 @@
 
 #include "fleet/store/faults.h"
 #include "fleet/store/postgres/devices.h"
+#include "fleet/store/postgres/rows.h"
 
 namespace dtfleet::postgres {
 namespace {
@@ -20,17 +21,9 @@ std::optional<int64_t> add_file(Connection &connection, int64_t device, const Fa
 
 // In the order in which the device wrote them, though an older file may have come later.
 std::vector<FaultRow> rows_of(Connection &connection, int64_t device) {
-    std::vector<FaultRow> rows;
-    const Result found = connection.query("SELECT fault, kind, stamp, value_id, value FROM fault "
-                                          "WHERE device = $1 ORDER BY pass_time, id",
-                                          device);
-    rows.reserve(static_cast<size_t>(found.rows()));
-    for (int row = 0; row < found.rows(); ++row)
-        rows.push_back({0, 0, std::string(found.bytes(row, 0)), std::string(found.bytes(row, 1)),
-                        std::string(found.bytes(row, 2)),
-                        static_cast<uint32_t>(found.number(row, 3)),
-                        std::string(found.bytes(row, 4))});
-    return rows;
+    const std::string of_device =
+        std::string(select_faults) + "WHERE device = $1 ORDER BY pass_time, id";
+    return list_of(connection.query(of_device.c_str(), device), fault_in<ResultRow>);
 }
 
 } // namespace

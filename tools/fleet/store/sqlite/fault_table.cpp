@@ -2,6 +2,7 @@
 
 #include "fleet/store/faults.h"
 #include "fleet/store/sqlite/devices.h"
+#include "fleet/store/sqlite/rows.h"
 
 namespace dtfleet::sqlite {
 namespace {
@@ -30,16 +31,9 @@ bool is_behind(Database &database, int64_t device, Microseconds written) {
 
 // In the order in which the device wrote them, though an older file may have come later.
 std::vector<FaultRow> rows_of(Database &database, int64_t device) {
-    std::vector<FaultRow> rows;
-    Statement &find = database.statement("SELECT fault, kind, stamp, value_id, value FROM fault "
-                                         "WHERE device = ? ORDER BY pass_time, id");
-    find.with(device);
-    while (find.step())
-        rows.push_back({0, 0, std::string(find.bytes(0)), std::string(find.bytes(1)),
-                        std::string(find.bytes(2)), static_cast<uint32_t>(find.number(3)),
-                        std::string(find.bytes(4))});
-    find.reset();
-    return rows;
+    static const std::string of_device =
+        std::string(select_faults) + "WHERE device = ? ORDER BY pass_time, id";
+    return list_of(database.statement(of_device.c_str()).with(device), fault_in<Statement>);
 }
 
 } // namespace

@@ -23,13 +23,6 @@ const std::string lines_before =
 const std::string faults_before =
     std::string(select_faults) + "WHERE device = ? AND id < ? ORDER BY id DESC LIMIT ?";
 
-// All rows of an answer.
-template <typename Take> auto list_of(Statement &statement, Take take) {
-    std::vector<decltype(take(statement))> list;
-    each_row(statement, [&](const Statement &row) { list.push_back(take(row)); });
-    return list;
-}
-
 class SqliteReader final : public Reader {
 public:
     explicit SqliteReader(const std::string &path) : database_(path, Database::Access::read) {

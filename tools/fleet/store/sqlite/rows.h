@@ -15,6 +15,13 @@ template <typename Take> void each_row(Statement &statement, Take take) {
     statement.reset();
 }
 
+// All rows of an answer.
+template <typename Take> auto list_of(Statement &statement, Take take) {
+    std::vector<decltype(take(statement))> list;
+    each_row(statement, [&](const Statement &row) { list.push_back(take(row)); });
+    return list;
+}
+
 // Of a column of `value`.
 StoredValue stored_value(const Statement &row, int column);
 
