@@ -61,6 +61,14 @@ size_t overlap(std::span<const Line> stored, std::span<const Line> fresh) {
     return length;
 }
 
+Growth growth_of(const Texts &stored, int64_t end, std::span<const Line> fresh) {
+    std::vector<Line> lines;
+    lines.reserve(stored.size());
+    for (const auto &[stamp, text] : stored) lines.push_back({stamp, text});
+    const size_t known = overlap(lines, fresh);
+    return {known, end + 1 - static_cast<int64_t>(known), known == 0 && end != 0};
+}
+
 // Where a text ends counts, too.
 uint64_t hash_of(std::span<const Line> lines) {
     uint64_t hash = hash_of(std::string_view());

@@ -3,7 +3,9 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace dtfleet {
@@ -25,6 +27,16 @@ std::vector<Line> lines_of(std::span<const std::string_view> strings);
 
 // How many lines at the front of `fresh` are there already: as many as `stored` can end with.
 size_t overlap(std::span<const Line> stored, std::span<const Line> fresh);
+
+// Where a log that has arrived goes on from the lines that are stored, of which `end` is the last
+// one's number.
+struct Growth {
+    size_t known = 0;     // lines at its front that are there already
+    int64_t first = 0;    // its first line's number
+    bool has_gap = false; // lines are missing before it
+};
+using Texts = std::vector<std::pair<std::string, std::string>>; // stamps and texts
+Growth growth_of(const Texts &stored, int64_t end, std::span<const Line> fresh);
 
 // To tell whether a log is the same as last time.
 uint64_t hash_of(std::span<const Line> lines);

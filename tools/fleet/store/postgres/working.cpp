@@ -1,6 +1,5 @@
 #include "fleet/store/postgres/working.h"
 
-#include "fleet/store/logs.h"
 #include "fleet/store/number.h"
 
 #include <algorithm>
@@ -163,9 +162,8 @@ void LogBook::read(const std::vector<int64_t> &devices) {
 }
 
 // As they stand in the database, and behind them those of this batch.
-std::vector<std::pair<std::string, std::string>> LogBook::last_lines(int64_t device, int64_t series,
-                                                                     const One &one, size_t count) {
-    std::vector<std::pair<std::string, std::string>> lines;
+Texts LogBook::last_lines(int64_t device, int64_t series, const One &one, size_t count) {
+    Texts lines;
     const int64_t stored_end = one.fresh.empty() ? one.end : one.fresh.front().seq - 1;
     const Result rows = connection_.query(
         "SELECT stamp, text FROM log WHERE device = $1 AND series = $2 AND seq > $3 ORDER BY seq",
@@ -189,16 +187,12 @@ void LogBook::take(const RunRecord &run, int64_t device, int64_t place,
     One &one = all_[{device, arrived.series()}];
     Tail &tail = one.tails[run.command];
     if (tail.count == count && tail.hash == hash) return;
-    const auto texts = last_lines(device, arrived.series(), one, lines.size());
-    std::vector<Line> stored;
-    stored.reserve(texts.size());
-    for (const auto &[stamp, text] : texts) stored.push_back({stamp, text});
-    const size_t common = overlap(stored, lines);
-    tail = {one.end + 1 - static_cast<int64_t>(common), count, hash, true};
-    const bool has_lines = one.end != 0;
-    for (size_t i = common; i < lines.size(); ++i)
+    const Growth growth =
+        growth_of(last_lines(device, arrived.series(), one, lines.size()), one.end, lines);
+    tail = {growth.first, count, hash, true};
+    for (size_t i = growth.known; i < lines.size(); ++i)
         one.fresh.push_back({std::string(lines[i].stamp), std::string(lines[i].text), ++one.end,
-                             place, run.time, i == 0 && has_lines});
+                             place, run.time, i == 0 && growth.has_gap});
 }
 
 void LogBook::stage(Rows &lines, Rows &tails) const {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "fleet/store/arrivals.h"
+#include "fleet/store/logs.h"
 #include "fleet/store/postgres/connection.h"
 #include "fleet/store/postgres/copy.h"
 #include "fleet/store/state.h"
@@ -100,8 +101,7 @@ private:
         std::map<uint32_t, Tail> tails; // by command
         std::vector<Fresh> fresh;
     };
-    std::vector<std::pair<std::string, std::string>> last_lines(int64_t device, int64_t series,
-                                                                const One &one, size_t count);
+    Texts last_lines(int64_t device, int64_t series, const One &one, size_t count);
 
     Connection &connection_;
     std::map<std::pair<int64_t, int64_t>, One> all_; // by device and series

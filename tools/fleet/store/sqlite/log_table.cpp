@@ -1,6 +1,6 @@
 #include "fleet/store/sqlite/log_table.h"
 
-#include <string>
+#include "fleet/store/sqlite/rows.h"
 
 namespace dtfleet::sqlite {
 namespace {
@@ -28,19 +28,12 @@ int64_t end_of(Database &database, const Log &log) {
 }
 
 // The last lines that are stored, no more than the new log has.
-struct Tail {
-    std::vector<std::pair<std::string, std::string>> texts;
-    std::vector<Line> lines;
-};
-
-Tail tail_of(Database &database, const Log &log, int64_t end) {
-    Tail tail;
+Texts tail_of(Database &database, const Log &log, int64_t end) {
+    Texts tail;
     Statement &find = database.statement("SELECT stamp, text FROM log WHERE device = ? AND "
                                          "series = ? AND seq > ? ORDER BY seq");
-    find.with(log.device, log.series, end - static_cast<int64_t>(log.lines.size()));
-    while (find.step()) tail.texts.emplace_back(find.bytes(0), find.bytes(1));
-    find.reset();
-    for (const auto &[stamp, text] : tail.texts) tail.lines.push_back({stamp, text});
+    each_row(find.with(log.device, log.series, end - static_cast<int64_t>(log.lines.size())),
+             [&](const Statement &row) { tail.emplace_back(row.bytes(0), row.bytes(1)); });
     return tail;
 }
 
@@ -50,18 +43,14 @@ void store_log(Database &database, const Log &log) {
     const uint64_t hash = hash_of(log.lines);
     if (is_known(database, log, hash)) return;
     const int64_t end = end_of(database, log);
-    const Tail tail = tail_of(database, log, end);
-    const size_t common = overlap(tail.lines, log.lines);
+    const Growth growth = growth_of(tail_of(database, log, end), end, log.lines);
     Statement &insert = database.statement("INSERT INTO log VALUES(?, ?, ?, ?, ?, ?, ?, ?)");
-    int64_t seq = end;
-    for (size_t i = common; i < log.lines.size(); ++i) {
-        const bool gap_before = i == 0 && end != 0;
-        insert.run(log.device, log.series, ++seq, Bytes{log.lines[i].stamp},
-                   Bytes{log.lines[i].text}, log.collection, log.time, gap_before);
-    }
+    for (size_t i = growth.known; i < log.lines.size(); ++i)
+        insert.run(log.device, log.series, growth.first + static_cast<int64_t>(i),
+                   Bytes{log.lines[i].stamp}, Bytes{log.lines[i].text}, log.collection, log.time,
+                   i == 0 && growth.has_gap);
     database.statement("INSERT OR REPLACE INTO log_tail VALUES(?, ?, ?, ?, ?, ?)")
-        .run(log.device, log.series, log.command, end + 1 - static_cast<int64_t>(common),
-             log.lines.size(), hash);
+        .run(log.device, log.series, log.command, growth.first, log.lines.size(), hash);
 }
 
 } // namespace dtfleet::sqlite
