@@ -28,7 +28,9 @@ public:
     // Of all commands of the device.
     virtual std::vector<CommandState> states() = 0;
 
-    // Where a command's runs and hours begin and end; nothing where there are none.
+    // Where a command's runs and hours begin, and where the device's runs and its hours end;
+    // nothing where there are none. Runs behind the state's need not be looked at for it: a command
+    // that was asked for once, long ago, must not cost a look at all that came since.
     struct Extent {
         std::optional<Microseconds> first_run, last_run;
         std::optional<int64_t> first_hour, last_hour;

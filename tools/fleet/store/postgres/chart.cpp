@@ -47,10 +47,10 @@ public:
 
     Extent extent(uint32_t command) override {
         const Result row = connection_.query(
-            "SELECT (SELECT time FROM collection WHERE device = $1 AND command = $2 ORDER BY time "
-            "LIMIT 1), (SELECT time FROM collection WHERE device = $1 AND command = $2 ORDER BY "
-            "time DESC LIMIT 1), min(hour), max(hour) FROM rollup WHERE device = $1 AND "
-            "command = $2",
+            "SELECT (SELECT time FROM collection WHERE device = $1 AND command = $2 AND time <= "
+            "(SELECT time FROM state WHERE device = $1 AND command = $2) ORDER BY time LIMIT 1), "
+            "(SELECT time FROM collection WHERE device = $1 ORDER BY time DESC LIMIT 1), "
+            "min(hour), max(hour) FROM rollup WHERE device = $1 AND command = $2",
             query_.device, int64_t{command});
         return {row.maybe(0, 0), row.maybe(0, 1), row.maybe(0, 2), row.maybe(0, 3)};
     }

@@ -36,10 +36,11 @@ public:
     Extent extent(uint32_t command) override {
         Extent extent;
         Statement &find = database_.statement(
-            "SELECT (SELECT time FROM collection WHERE device = ?1 AND command = ?2 ORDER BY time "
-            "LIMIT 1), (SELECT time FROM collection WHERE device = ?1 AND command = ?2 ORDER BY "
-            "time DESC LIMIT 1), (SELECT min(hour) FROM rollup WHERE device = ?1 AND "
-            "command = ?2), (SELECT max(hour) FROM rollup WHERE device = ?1 AND command = ?2)");
+            "SELECT (SELECT time FROM collection WHERE device = ?1 AND command = ?2 AND time <= "
+            "(SELECT time FROM state WHERE device = ?1 AND command = ?2) ORDER BY time LIMIT 1), "
+            "(SELECT time FROM collection WHERE device = ?1 ORDER BY time DESC LIMIT 1), "
+            "(SELECT min(hour) FROM rollup WHERE device = ?1 AND command = ?2), "
+            "(SELECT max(hour) FROM rollup WHERE device = ?1 AND command = ?2)");
         each_row(find.with(query_.device, command), [&](const Statement &row) {
             extent = {row.maybe(0), row.maybe(1), row.maybe(2), row.maybe(3)};
         });
