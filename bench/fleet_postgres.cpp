@@ -132,15 +132,14 @@ bool measure_changes(const std::string &address, uint64_t runs, uint64_t devices
 double claim_rate(const std::string &address, size_t devices, int collectors) {
     std::vector<std::unique_ptr<Leases>> leases;
     for (int i = 0; i < collectors; ++i)
-        leases.push_back(postgres::open_leases(address, "collector"));
+        leases.push_back(postgres::open_leases(address, "collector", ""));
     std::atomic<size_t> claimed = 0;
     const double taken = seconds([&] {
         std::vector<std::thread> threads;
         for (auto &one : leases)
             threads.emplace_back([&] {
-                while (
-                    const size_t some =
-                        one->claim(100, Leases::Duration(0), std::chrono::hours(1)).leases.size())
+                while (const size_t some =
+                           one->claim(100, Leases::Duration(0), std::chrono::hours(1), 1).size())
                     claimed += some;
             });
         for (std::thread &thread : threads) thread.join();

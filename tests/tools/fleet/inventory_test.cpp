@@ -1,5 +1,5 @@
 // What an inventory says, and what is wrong with it.
-#include "fleet/inventory/inventory.h"
+#include "fleet/inventory/shared.h"
 #include "samples.h"
 
 #include <fmt/format.h>
@@ -126,8 +126,96 @@ address = "pump.example"
     EXPECT_THAT(load_inventory(scratch / "fleet.toml", &overlay).complaints, IsEmpty());
     write("fleet.toml", "database = \"mysql://a/b\"");
     EXPECT_THAT(mistakes(), ElementsAre("fleet.toml:1 database"));
-    write("fleet.toml", "database = \"postgres://a@b/c\"");
+    write("fleet.toml", "database = \"postgres://a@b/c\"\ninclude = \"*.none\"");
     EXPECT_THAT(mistakes(), IsEmpty());
+    write("a.toml", "group = [{ name = \"hall\" }]\n[[device]]\n[[device]]\n[[series]]\n");
+    write("fleet.toml", "keep = \"all\"\ninterval = \"1s\"\ndatabase = \"postgres://a@b/c\"\n"
+                        "include = \"a.toml\"\n[retention]\n[limits]\n");
+    EXPECT_THAT(mistakes(),
+                testing::IsSupersetOf({"a.toml:1 group", "a.toml:2 device", "a.toml:4 series",
+                                       "fleet.toml:1 keep", "fleet.toml:2 interval",
+                                       "fleet.toml:5 retention"}))
+        << "they are for all collectors";
+    EXPECT_THAT(loaded.complaints.at(0).text, testing::HasSubstr("dtfleet import"));
+}
+
+constexpr const char *rich = R"(interval = "2m"
+keep = "all"
+listen = 7
+[retention]
+age = "never"
+long_age = "3d"
+size = "5GB"
+[[group]]
+name = "hall \" ü"
+interval = "10s"
+selftest = "never"
+keep = "changes"
+metrics = true
+[[group]]
+name = "roof"
+selftest = "1d"
+[[series]]
+collector = "pu\u0000mp\n"
+section = 4294967295
+key = 0
+name = "speed"
+unit = "µm"
+signed = true
+log = false
+[[series]]
+collector = ""
+key = 4294967295
+log = true
+[[device]]
+name = "b"
+address = "10.0.0.2"
+port = 1
+groups = ["roof", "hall \" ü"]
+identity = 0x0701
+command = 2
+enabled = false
+[[device]]
+name = "a"
+address = "10.0.0.1"
+interval = "3650d"
+selftest = "7s"
+)";
+
+TEST_F(InventoryTest, WhatIsSharedComesBackFromItsTextAsItWas) {
+    write("fleet.toml", rich);
+    const Inventory before = checked(load_shared(scratch / "fleet.toml"));
+    const Loaded after = load_shared_text(shared_text(before));
+    EXPECT_EQ(text_of(after.complaints), "");
+    EXPECT_EQ(after.inventory.devices, before.devices);
+    EXPECT_EQ(after.inventory.groups, before.groups);
+    EXPECT_EQ(after.inventory.series, before.series);
+    EXPECT_EQ(after.inventory.retention, before.retention);
+    EXPECT_THAT(before.devices, SizeIs(2));
+    EXPECT_EQ(before.devices[1].interval, 10s);
+    EXPECT_EQ(joined(before, after.inventory).listen, 7);
+    EXPECT_FALSE(changes_between(before, after.inventory).any());
+}
+
+TEST_F(InventoryTest, OfTwoItIsToldWhatHasChanged) {
+    const auto with = [](const std::string &text) {
+        return checked(load_shared_text(text)); // name, address, interval
+    };
+    const auto device = [](const char *name, int host, const char *more) {
+        return fmt::format("[[device]]\nname = \"{}\"\naddress = \"10.0.0.{}\"\n{}\n", name, host,
+                           more);
+    };
+    const Inventory before = with(device("a", 1, "") + device("c", 3, "") + device("d", 4, "") +
+                                  device("e", 5, "") + device("g", 7, ""));
+    const Inventory after =
+        with(device("b", 2, "") + device("c", 3, "port = 7") + device("d", 4, "interval = \"1s\"") +
+             device("e", 5, "") + device("f", 6, "") + "[[series]]\ncollector = \"c\"\nkey = 1");
+    const InventoryChanges changes = changes_between(before, after);
+    EXPECT_THAT(changes.added, ElementsAre("b", "f"));
+    EXPECT_THAT(changes.changed, ElementsAre("c", "d"));
+    EXPECT_THAT(changes.gone, ElementsAre("a", "g"));
+    EXPECT_THAT(changes.replanned, ElementsAre("d"));
+    EXPECT_EQ(changes.groups + 10 * changes.series + 100 * changes.retention, 10);
 }
 
 TEST_F(InventoryTest, OneMistakeInAHundredThousandLines) {

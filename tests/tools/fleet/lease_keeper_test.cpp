@@ -1,6 +1,9 @@
 // What goes between the engine and the leases in the database, and when.
+#include "fleet/service/home.h"
 #include "fleet/service/lease_keeper.h"
+#include "fleet/service/pace.h"
 #include "fleet/store/store.h"
+#include "samples.h"
 
 #include <gmock/gmock.h>
 
@@ -25,6 +28,10 @@ struct Table {
     std::set<std::string> held;
     std::vector<Leases::Duration> lengths;
     Time asked{}; // last, for a lease
+    Time told{};
+    int64_t inventory = 1;
+    CollectorState state;
+    bool has_left = false;
 };
 
 Lease lease(const std::string &name) { return {.device = 1, .epoch = 1, .due = 1, .name = name}; }
@@ -32,20 +39,26 @@ Lease lease(const std::string &name) { return {.device = 1, .epoch = 1, .due = 1
 class TableLeases final : public Leases {
 public:
     explicit TableLeases(Table &table) : table_(table) {}
-    Claimed claim(size_t most, Duration, Duration length) override {
+    Told tell(const CollectorState &us) override {
+        const std::lock_guard lock(table_.mutex);
+        if (table_.is_away) throw Unavailable("nobody answers");
+        table_.told = now();
+        table_.state = us;
+        return {5'000'000, table_.inventory, std::vector<CollectorState>(4)};
+    }
+    std::vector<Lease> claim(size_t most, Duration, Duration length, int64_t inventory) override {
         const std::lock_guard lock(table_.mutex);
         check();
-        Claimed claimed{5'000'000, 4, {}};
         table_.lengths.push_back(length);
-        while (claimed.leases.size() < most && !table_.free.empty()) hand_over(claimed);
+        std::vector<Lease> claimed;
+        while (inventory == table_.inventory && claimed.size() < most && !table_.free.empty())
+            claimed.push_back(hand_over());
         return claimed;
     }
-    Claimed claim_one(const std::string &, Duration) override {
+    std::optional<Lease> claim_one(const std::string &, Duration) override {
         const std::lock_guard lock(table_.mutex);
         check();
-        Claimed claimed;
-        if (!table_.free.empty()) hand_over(claimed);
-        return claimed;
+        return table_.free.empty() ? std::nullopt : std::optional(hand_over());
     }
     std::vector<bool> renew(std::span<const Lease> leases, Duration) override {
         const std::lock_guard lock(table_.mutex);
@@ -59,16 +72,18 @@ public:
         check();
         for (const Lease &one : leases) table_.held.erase(one.name);
     }
+    void leave() override { table_.has_left = true; }
 
 private:
     void check() const {
         if (table_.is_away) throw Unavailable("nobody answers");
         table_.asked = now();
     }
-    void hand_over(Claimed &claimed) {
-        claimed.leases.push_back(table_.free.front());
-        table_.held.insert(table_.free.front().name);
+    Lease hand_over() {
+        const Lease lease = table_.free.front();
+        table_.held.insert(lease.name);
         table_.free.erase(table_.free.begin());
+        return lease;
     }
     Table &table_;
 };
@@ -107,7 +122,11 @@ struct Keeping : testing::Test {
 TEST_F(Keeping, BringsAsManyAsAreWantedAndTakesBackWhatIsNot) {
     open();
     const Time before = now();
-    keeper->put({.wanted = 2, .listed = 100});
+    keeper->put({.wanted = 2, .listed = 100});                 // without an inventory,
+    keeper->put({.wanted = 2, .listed = 100, .inventory = 7}); // and with an old one
+    until([&] { return table.asked != Time(0); });
+    EXPECT_THAT(table.held, IsEmpty());
+    keeper->put({.wanted = 2, .listed = 100, .inventory = 1, .state = CollectorState{"", 9}});
     const Grants grants = take_news();
     EXPECT_THAT(grants.claimed, SizeIs(2));
     const LeaseTimes times = LeaseTimes::of(Seconds(60), Seconds(0));
@@ -115,24 +134,25 @@ TEST_F(Keeping, BringsAsManyAsAreWantedAndTakesBackWhatIsNot) {
     EXPECT_EQ(table.lengths.at(0), 77s);
     EXPECT_LE(grants.claimed[0].until, table.asked + times.length - times.margin);
     EXPECT_GE(grants.claimed[0].until, before + times.length - times.margin);
-    EXPECT_LE(grants.ahead, 5s - before);
-    EXPECT_GE(grants.ahead, 5s - now());
+    EXPECT_GE(grants.ahead, 5s - table.told);
+    until([&] { return table.state.held == 9; }); // the others are told each second
     EXPECT_EQ(grants.share, 0U);
     std::this_thread::sleep_for(300ms); // longer than it waits between visits
     EXPECT_THAT(table.free, SizeIs(3)) << "nothing was wanted";
     set_away(true);
-    keeper->put({.wanted = 1, .returned = {grants.claimed[0].lease}});
+    keeper->put({.wanted = 1, .returned = {grants.claimed[0].lease}, .inventory = 1});
     while (keeper->counts().trouble.empty()) std::this_thread::sleep_for(1ms);
     EXPECT_EQ(keeper->counts().trouble, "nobody answers");
     set_away(false);
     until([&] { return table.held == std::set<std::string>{"b", "c"}; });
     keeper.reset(); // and what nobody has taken from it
     EXPECT_EQ(table.held, std::set<std::string>{"b"});
+    EXPECT_TRUE(table.has_left);
 }
 
 TEST_F(Keeping, RenewsAndSharesWhatIsKept) {
     open(Seconds(600));
-    keeper->put({.wanted = 2, .listed = 100});
+    keeper->put({.wanted = 2, .listed = 100, .inventory = 1});
     const Grants grants = take_news();
     EXPECT_EQ(table.lengths.at(0), 677s);
     EXPECT_EQ(grants.share, 27U) << "a quarter, and a little";
@@ -159,6 +179,37 @@ TEST_F(Keeping, RenewsAndSharesWhatIsKept) {
     set_away(true);
     keeper->put({.fetching = {"d"}});
     EXPECT_EQ(take_news().fetched.at(0).reason, "nobody answers");
+}
+
+// Who has the key that somebody had before knows that this one is dead.
+TEST(Home, HasOneLivingOwnerAtATimeAndNoCopy) {
+    const Scratch scratch;
+    std::string key;
+    {
+        const Home first(scratch / "lock");
+        key = first.key();
+        EXPECT_THAT(key, testing::Not(IsEmpty()));
+        EXPECT_EQ(Home(scratch / "lock").key(), "") << "the first one lives";
+        std::filesystem::copy(scratch / "lock", scratch / "copy");
+        const Home copy(scratch / "copy");
+        EXPECT_THAT(copy.key(), testing::AllOf(testing::Not(IsEmpty()), testing::Ne(key)));
+    }
+    EXPECT_EQ(Home(scratch / "lock").key(), key) << "its next life";
+    EXPECT_EQ(Home(scratch / "none/lock").key(), "");
+}
+
+TEST(Pace, TellsOfTheLastSecondsAlone) {
+    Pace pace;
+    Statistics all;
+    EXPECT_EQ(pace.rate() + static_cast<double>(pace.lag()), 0);
+    for (int second = 0; second <= 60; ++second) {
+        pace.note(all, Time(Seconds(second)));
+        all.runs[0] += second < 30 ? 100 : 2;
+        all.runs[1] += 1;
+        for (int i = 0; i < 3; ++i) all.lateness.add(second < 30 ? Time(9s) : Time(500ms));
+    }
+    EXPECT_DOUBLE_EQ(pace.rate(), 3);
+    EXPECT_NEAR(static_cast<double>(pace.lag()), 500'000, 1);
 }
 
 } // namespace

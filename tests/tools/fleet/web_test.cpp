@@ -194,14 +194,20 @@ TEST_F(WebTest, AnswersWithoutTheDatabaseWhatNeedsNone) {
     SharedState &shared = outage.shared.emplace();
     shared.away = "no route";
     shared.spool_runs = 3;
-    shared.collectors = 4;
+    shared.collectors = {{"a", 7, 2.5, 1500, 60'000'000}, {"b\"", 8, 0, 0, 0}};
     board.put(outage);
     EXPECT_THAT(get("/api/fleet"),
                 AllOf(StartsWith("HTTP/1.1 200"),
                       HasSubstr("3 runs wait on this collector's disk: no route"),
-                      HasSubstr("\"collectors\":4")));
+                      HasSubstr("{\"name\":\"a\",\"held\":7,\"rate\":2.5,\"lag\":1500,")));
     EXPECT_THAT(get("/metrics"),
-                AllOf(HasSubstr("dtfleet_spool_runs 3\n"), HasSubstr("dtfleet_database_away 1\n")));
+                AllOf(HasSubstr("dtfleet_spool_runs 3\n"), HasSubstr("dtfleet_database_away 1\n"),
+                      HasSubstr("dtfleet_collectors 2\n"),
+                      HasSubstr("dtfleet_collector_leases{collector=\"a\"} 7\n"
+                                "dtfleet_collector_leases{collector=\"b\\\"\"} 8\n"),
+                      HasSubstr("runs_per_second{collector=\"a\"} 2.5\n"),
+                      HasSubstr("lag_seconds{collector=\"a\"} 0.0015\n"),
+                      HasSubstr("dtfleet_collector_lease_age_seconds{collector=\"a\"} 60\n")));
     const auto stopped = std::async(std::launch::async, [this] { web.reset(); });
     EXPECT_EQ(stopped.wait_for(10s), std::future_status::ready);
 }

@@ -67,7 +67,8 @@ void add_reload(dtctl::Command &program) {
     add_footer(
         command, "dtfleet reload",
         R"(The service takes the new devices, intervals and groups. When the configuration has a mistake
-it keeps what it had, and the command says where the mistake is.
+it keeps what it had, and the command says where the mistake is. What `dtfleet import` has taken
+into a database on a server needs no reload.
 )");
 }
 

@@ -76,8 +76,8 @@ void add_check(dtctl::Command &program) {
     add_footer(
         command, "dtfleet check\ndtfleet check --config new.toml",
         R"(All mistakes of the configuration and the files that it includes are told, each with file and
-line. While the clock has moved by more than an hour nothing is deleted by its age;
---accept-clock ends that.
+line. Where the database is on a server, the inventory in it is checked, too. While the clock has
+moved by more than an hour nothing is deleted by its age; --accept-clock ends that.
 )");
 }
 

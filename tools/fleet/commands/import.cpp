@@ -1,8 +1,9 @@
-// dtfleet import: devices from a spreadsheet.
+// dtfleet import: devices from a spreadsheet into a configuration, and from that into a database.
 #include "fleet/commands/commands.h"
 #include "fleet/commands/config.h"
 #include "fleet/commands/csv.h"
 #include "fleet/commands/help.h"
+#include "fleet/store/shared_inventory.h"
 #include "host/counted.h"
 #include "host/failure.h"
 #include "host/file.h"
@@ -26,6 +27,7 @@ struct Options {
     std::string config;
     std::string file;
     std::string output;
+    bool is_dry = false;
 };
 
 enum class Type { text, number, flag, list };
@@ -51,20 +53,6 @@ bool is_number(const std::string &text) {
     const size_t begin = is_hex ? 2 : 0;
     return text.size() > begin && text.find_first_not_of(digits, begin) == text.npos &&
            (is_hex || text == "0" || text.front() != '0');
-}
-
-std::string quoted(const std::string &text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\')
-            out.append(1, '\\').append(1, c);
-        else if (byte < 0x20 || byte == 0x7F)
-            out += fmt::format("\\u{:04x}", byte);
-        else
-            out += c;
-    }
-    return out + '"';
 }
 
 // Names between semicolons.
@@ -179,7 +167,8 @@ std::string base_of(const Options &options, const Overlay &devices) {
     return is_meant || std::filesystem::exists(file) ? file : devices.file;
 }
 
-void import(const Options &options) {
+void import_csv(const Options &options) {
+    if (options.is_dry) throw Failure(Exit::usage, "--dry-run is for files that end in .toml");
     const std::string csv = dtctl::read_whole_file(options.file, largest_file);
     Converter converter(options, csv);
     converter.read_devices();
@@ -187,8 +176,8 @@ void import(const Options &options) {
     if (!converter.complaints().empty())
         throw Failure(Exit::broken, text_of(converter.complaints()));
     const Overlay nothing{converter.result().file, "", "", {}};
-    converter.add_groups(load_inventory(base, &nothing).inventory.groups);
-    (void)checked(load_inventory(base, &converter.result()));
+    converter.add_groups(load_inventory(base, &nothing, Lists::anywhere).inventory.groups);
+    (void)checked(load_inventory(base, &converter.result(), Lists::anywhere));
     const dtctl::Stream out = dtctl::open_output(options.output, options.file);
     dtctl::Output printer(out.get());
     printer.put(converter.result().text);
@@ -199,8 +188,66 @@ void import(const Options &options) {
     dtctl::complain("dtfleet", dtctl::counted(converter.devices(), "device") + groups);
 }
 
+// ---- into the database --------------------------------------------------------------------------
+
+// "2 new: a, b"
+std::string names_text(const char *what, const std::vector<std::string> &names) {
+    constexpr size_t most = 20;
+    if (names.empty()) return "";
+    std::string text = fmt::format("{} {}", names.size(), what);
+    for (size_t i = 0; i < std::min(names.size(), most); ++i)
+        text += (i == 0 ? ": " : ", ") + dtctl::escape(names[i]);
+    if (names.size() > most) text += fmt::format(" and {} more", names.size() - most);
+    return text + "\n";
+}
+
+std::string changes_text(const InventoryChanges &changes) {
+    std::string text = names_text("new", changes.added) + names_text("changed", changes.changed) +
+                       names_text("gone", changes.gone);
+    for (const auto &[is_other, what] : {std::pair(changes.groups, "groups"),
+                                         {changes.series, "meanings of series"},
+                                         {changes.retention, "retention"}})
+        if (is_other) text += fmt::format("other {}\n", what);
+    return text.empty() ? "nothing changes\n" : text;
+}
+
+// What is stored can be read again, by this program at least.
+void check_form(const Inventory &inventory) {
+    const Loaded again = load_shared_text(shared_text(inventory));
+    if (!again.complaints.empty() ||
+        changes_between(inventory, joined(inventory, again.inventory)).any())
+        throw Failure(Exit::broken,
+                      "the inventory has no form in the database: " + text_of(again.complaints));
+}
+
+void import_inventory(const Options &options) {
+    if (!options.output.empty()) throw Failure(Exit::usage, "--output is for CSV files");
+    const Inventory settings = fleet_settings(config_file(options.config));
+    const Inventory inventory = checked(load_shared(options.file));
+    check_form(inventory);
+    const auto preview = [&] {
+        const SharedInventory stored = read_shared(settings.database);
+        return changes_between(load_shared_text(stored.text).inventory, inventory);
+    };
+    const InventoryChanges changes =
+        options.is_dry ? preview() : write_shared(settings.database, inventory);
+    dtctl::Output out(stdout);
+    out.put(changes_text(changes));
+    out.flush();
+}
+
+void import(const Options &options) {
+    options.file.ends_with(".toml") ? import_inventory(options) : import_csv(options);
+}
+
 constexpr const char *text =
-    R"(The first line names the columns: name and address, and if wanted port, groups (with a
+    R"(A FILE that ends in .toml is a configuration with devices. They, its groups, its series and its
+retention go into the database on a server that the configuration of this command names, in
+one transaction and in place of what was there: its collectors follow within seconds. A
+device that is not in FILE is no longer asked, and keeps its history. What changes is
+printed. All else in FILE does not matter; where FILE has a mistake, nothing is changed.
+
+Any other FILE is CSV, and becomes a configuration. The first line names the columns: name and address, and if wanted port, groups (with a
 semicolon between them), identity, interval, selftest, keep, command and enabled. They mean
 what they mean in the configuration; an empty field leaves one out.
 
@@ -214,15 +261,17 @@ know are added.
 
 void add_import(dtctl::Command &program) {
     dtctl::Command command =
-        program.command("import", "Make a configuration of devices from a CSV file");
+        program.command("import", "Take devices into the database, or make them from a CSV file");
     Options &options = command.runs(import);
-    command.argument("FILE", options.file, "The CSV file");
-    command.file("--output", options.output, "The file to write, instead of standard output");
+    command.argument("FILE", options.file, "The configuration or CSV file");
+    command.file("--output", options.output, "Of CSV: the file to write, not standard output");
+    command.flag("--dry-run", options.is_dry, "Only print what would change in the database");
     add_config(command, options.config);
     add_footer(
         command,
         "dtfleet import devices.csv > devices.toml\n"
-        "dtfleet import hall2.csv --output /etc/dtfleet/devices.d/hall2.toml && dtfleet reload",
+        "dtfleet import hall2.csv --output /etc/dtfleet/devices.d/hall2.toml && dtfleet reload\n"
+        "dtfleet import inventory.toml --dry-run",
         text);
 }
 

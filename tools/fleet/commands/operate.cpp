@@ -89,7 +89,8 @@ constexpr const char *rename_help =
     R"(First change the name in the configuration, then give the history to the new name, then have
 the service reload. In between it asks the device under its old name. If it was reloaded first,
 the new name has a history of its own: take it out of the configuration, reload, forget it, and
-begin anew.
+begin anew. On a server, where `dtfleet import` stands for the reload, the inventory in the
+database has the new name at once.
 )";
 
 constexpr const char *forget_help =

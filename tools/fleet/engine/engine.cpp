@@ -94,6 +94,8 @@ void Engine::take_device(const Device &device) {
     const Device before = std::exchange(target.device, device);
     target.generation = generation_;
     const bool same = was_listed && device.enabled;
+    const bool is_other = before.interval != device.interval || before.selftest != device.selftest;
+    if (is_other && tenure_.has(slot) && !is_busy(slot)) give_back_unplanned(slot);
     if (!same || before.interval != device.interval) plan(slot, Kind::collection, now());
     if (!same || before.selftest != device.selftest) plan(slot, Kind::selftest, now());
 }

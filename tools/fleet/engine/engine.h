@@ -120,6 +120,7 @@ private:
     void take_turn(size_t slot, Kind kind, Time time);
     void take_turn_of(const Grant &grant);
     void give_back(size_t slot);
+    void give_back_unplanned(size_t slot);
     bool is_busy(size_t slot) const;
     void make_due(size_t slot, Kind kind, Time due);
     void queue(size_t slot);

@@ -30,6 +30,11 @@ void Engine::take_turn_of(const Grant &grant) {
     turns_.set(place_of(slot, turn.kind), turn.time);
 }
 
+void Engine::give_back_unplanned(size_t slot) {
+    for (size_t place = 0; place < places; ++place) turns_.clear(places * slot + place);
+    tenure_.give_back_unplanned(slot);
+}
+
 bool Engine::is_ours(std::string_view device) const {
     const size_t slot = find(device);
     return slot == none || tenure_.holds(slot, now() + limits_.run);

@@ -2,23 +2,25 @@
 #pragma once
 
 #include "fleet/engine/statistics.h"
+#include "fleet/store/leases.h"
 
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace dtfleet {
 
 // Of a collector that shares its database with others.
 struct SharedState {
-    size_t collectors = 0;   // at work, this one included
-    size_t held = 0;         // leases
-    Time oldest{};           // of these, the time since it was claimed or renewed
-    uint64_t claimed = 0;    // leases since the start,
-    uint64_t renewed = 0;    // and so on
-    uint64_t lost = 0;       // that were another's when they were to be renewed
-    uint64_t returned = 0;   // without a run
-    uint64_t spool_runs = 0; // that wait on the disk,
+    std::vector<CollectorState> collectors; // at work, this one included
+    size_t held = 0;                        // leases
+    Time oldest{};                          // of these, the time since it was claimed or renewed
+    uint64_t claimed = 0;                   // leases since the start,
+    uint64_t renewed = 0;                   // and so on
+    uint64_t lost = 0;                      // that were another's when they were to be renewed
+    uint64_t returned = 0;                  // without a run
+    uint64_t spool_runs = 0;                // that wait on the disk,
     uint64_t spool_bytes = 0;
     uint64_t spooled = 0; // that ever went there
     std::string away;     // why the database cannot be reached; empty: it can

@@ -95,6 +95,11 @@ void Tenure::give_back(size_t slot) {
     drop(slot);
 }
 
+void Tenure::give_back_unplanned(size_t slot) {
+    held_[slot]->lease.due = 0;
+    give_back(slot);
+}
+
 void Tenure::drop(size_t slot) {
     --count_;
     failing_ -= held_[slot]->lease.failures != 0;

@@ -62,6 +62,9 @@ public:
 
     // Somebody else may ask it when it is due.
     void give_back(size_t slot);
+
+    // The same when its turns are other ones by now: whoever claims it finds out.
+    void give_back_unplanned(size_t slot);
     std::vector<Lease> take_returned() { return std::exchange(returned_, {}); }
 
     // How many more leases are wanted, by who has begun so many runs until now, has so many open,

@@ -17,6 +17,7 @@
 #include <charconv>
 #include <cstring>
 #include <filesystem>
+#include <initializer_list>
 #include <map>
 #include <tuple>
 
@@ -66,8 +67,8 @@ struct Entry {
 
 class Loader {
 public:
-    explicit Loader(Loaded &loaded, const Overlay *overlay = nullptr)
-        : loaded_(loaded), inventory_(loaded.inventory), overlay_(overlay) {}
+    explicit Loader(Loaded &loaded, const Overlay *overlay = nullptr, Lists lists = Lists::anywhere)
+        : loaded_(loaded), inventory_(loaded.inventory), overlay_(overlay), lists_(lists) {}
 
     void load_settings(const std::string &path) {
         settings_alone_ = true;
@@ -95,6 +96,7 @@ private:
     void read_limits(Table limits);
     void read_retention(Table retention);
     void read_lists(Table &top);
+    void refuse_shared(Table &top, std::initializer_list<const char *> keys);
     void read_group(Table group);
     void read_device(Table device);
     void read_series(Table series);
@@ -111,6 +113,7 @@ private:
     Loaded &loaded_;
     Inventory &inventory_;
     const Overlay *overlay_; // not read yet
+    const Lists lists_;
     bool settings_alone_ = false;
     Seconds interval_{60};
     Seconds selftest_{0};
@@ -181,6 +184,7 @@ void Loader::read_fleet(Table &top) {
     keep_ = keep(top).value_or(keep_);
     inventory_.outage_grace = top.duration("outage_grace", true).value_or(inventory_.outage_grace);
     inventory_.spool = top.size("spool").value_or(inventory_.spool);
+    refuse_shared(top, {"interval", "selftest", "keep", "retention"});
     if (auto web = top.table("web")) read_web(*web);
     if (auto limits = top.table("limits")) read_limits(*limits);
     if (auto retention = top.table("retention")) read_retention(*retention);
@@ -238,8 +242,17 @@ void Loader::read_retention(Table retention) {
     retention.finish();
 }
 
+void Loader::refuse_shared(Table &top, std::initializer_list<const char *> keys) {
+    if (lists_ == Lists::anywhere || !is_address(inventory_.database)) return;
+    for (const char *key : keys)
+        if (top.has(key))
+            top.complain(key, "has no place beside a database on a server: `dtfleet import` takes "
+                              "it from a file into that database, for all collectors");
+}
+
 // What included files may hold, too.
 void Loader::read_lists(Table &top) {
+    refuse_shared(top, {"group", "device", "series"});
     for (Table &group : top.tables("group")) read_group(group);
     for (Table &device : top.tables("device")) read_device(device);
     for (Table &series : top.tables("series")) read_series(series);
@@ -385,9 +398,9 @@ Loaded load_settings(const std::string &path) {
     return loaded;
 }
 
-Loaded load_inventory(const std::string &path, const Overlay *overlay) {
+Loaded load_inventory(const std::string &path, const Overlay *overlay, Lists lists) {
     Loaded loaded;
-    Loader(loaded, overlay).load(path);
+    Loader(loaded, overlay, lists).load(path);
     std::stable_sort(loaded.complaints.begin(), loaded.complaints.end(),
                      [](const Complaint &a, const Complaint &b) {
                          return std::tie(a.file, a.line) < std::tie(b.file, b.line);

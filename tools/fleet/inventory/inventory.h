@@ -37,6 +37,8 @@ struct Retention {
     Seconds age{7 * 24 * 3600};                             // of runs and their values
     Seconds long_age{730 * 24 * 3600}; // of the hours' sums, lines of logs, imported faults
     std::optional<uint64_t> bytes;     // of the database's file
+
+    bool operator==(const Retention &) const = default;
 };
 
 struct Group {
@@ -45,6 +47,8 @@ struct Group {
     std::optional<Seconds> selftest;
     std::optional<Keep> keep;
     bool metrics = false; // /metrics tells of each device
+
+    bool operator==(const Group &) const = default;
 };
 
 struct Device {
@@ -61,6 +65,8 @@ struct Device {
     uint32_t command = 0;
     bool enabled = true;
     bool metrics = false;
+
+    bool operator==(const Device &) const = default;
 };
 
 // What the values under a key mean.
@@ -72,6 +78,8 @@ struct SeriesMeaning {
     std::string unit;
     bool is_signed = false;
     std::optional<bool> log; // whether its strings are a log; absent: judged by their form
+
+    bool operator==(const SeriesMeaning &) const = default;
 };
 
 // Whether a database is one on a server, by its address "postgresql://...", and not a file.
@@ -93,6 +101,7 @@ struct Inventory {
     std::vector<Group> groups;
     std::vector<Device> devices; // sorted by name
     std::vector<SeriesMeaning> series;
+    int64_t number = 0; // of what a database on a server has of it; 0: it has none yet
 
     const Device *find(std::string_view name) const;
 };
@@ -124,10 +133,15 @@ struct Overlay {
     std::vector<size_t> lines; // in the line that belongs to each of the text
 };
 
+// Where devices, groups and series may stand. Beside the address of a database on a server nobody
+// would take them: they belong into that database.
+enum class Lists { beside_files, anywhere };
+
 // Reads the file and those that it includes, and checks them as a whole: all mistakes are found at
 // once, up to a hundred. Never throws for what the files hold; a file that cannot be read is a
 // complaint.
-Loaded load_inventory(const std::string &path, const Overlay *overlay = nullptr);
+Loaded load_inventory(const std::string &path, const Overlay *overlay = nullptr,
+                      Lists lists = Lists::beside_files);
 
 // The same without groups, devices and series, and what the file includes: quick for any fleet, and
 // good while mistakes in those are being mended.

@@ -52,6 +52,8 @@ public:
     std::vector<Table> tables(std::string_view key);  // [[key]]
     std::optional<Table> table(std::string_view key); // [key]
 
+    bool has(std::string_view key) const { return table_.contains(key); }
+
     // Complains about the keys that were not taken.
     void finish();
 

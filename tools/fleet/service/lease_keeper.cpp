@@ -17,7 +17,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds between(250); // visits
 constexpr milliseconds again(1000);  // after one that failed
-constexpr Time unseen = Seconds(5);  // without a wish, so that the others count us
+constexpr Time telling = Seconds(1); // the others of us; so soon another inventory is seen, too
 constexpr size_t most_claimed = 500; // at once
 constexpr size_t share_over = 20;    // a share may be larger by this part: so all find one
 
@@ -66,6 +66,8 @@ void LeaseKeeper::put(Wishes wishes) {
     const std::lock_guard lock(mutex_);
     wishes_.wanted = wishes.wanted;
     wishes_.listed = wishes.listed;
+    wishes_.inventory = wishes.inventory;
+    if (wishes.state) state_ = *wishes.state;
     wishes_.returned.insert(wishes_.returned.end(), wishes.returned.begin(), wishes.returned.end());
     if (!wishes.renewing.empty()) wishes_.renewing = std::move(wishes.renewing);
     for (std::string &device : wishes.fetching) wishes_.fetching.push_back(std::move(device));
@@ -114,6 +116,7 @@ bool LeaseKeeper::wait(const std::string &trouble) {
 void LeaseKeeper::visit(bool is_last) {
     Wishes wishes;
     LeaseTimes times{};
+    CollectorState state;
     std::vector<Grant> untaken; // that nobody takes any more
     {
         const std::lock_guard lock(mutex_);
@@ -121,35 +124,54 @@ void LeaseKeeper::visit(bool is_last) {
         std::swap(wishes.renewing, wishes_.renewing);
         fetching_ = std::exchange(wishes_.fetching, {});
         wishes.wanted = wishes_.wanted;
+        wishes.inventory = wishes_.inventory;
+        state = state_;
         times = times_;
         if (is_last) untaken = std::exchange(grants_.claimed, {});
     }
     returned_.insert(returned_.end(), wishes.returned.begin(), wishes.returned.end());
     if (is_last)
         for (const Grant &grant : untaken) returned_.push_back(grant.lease);
-    if (is_last && returned_.empty()) return;
+    if (is_last) return leave();
     if (!leases_) leases_ = open_();
     give_back();
-    if (is_last) return;
+    if (told_ + telling <= now()) tell(state);
     fetch(times);
     if (!wishes.renewing.empty()) renew(wishes.renewing, times);
-    if (wishes.wanted != 0 || seen_ + unseen < now())
-        claim(std::min(wishes.wanted, most_claimed), times);
+    if (wishes.wanted != 0 && wishes.inventory != 0)
+        claim(std::min(wishes.wanted, most_claimed), wishes.inventory, times);
+}
+
+void LeaseKeeper::leave() {
+    if (!leases_) return;
+    give_back();
+    leases_->leave();
+}
+
+// Here and below the clock is read before the database is asked: however late its answer comes,
+// it counts from a later time than we do.
+void LeaseKeeper::tell(const CollectorState &us) {
+    const Time before = now();
+    Leases::Told told = leases_->tell(us);
+    told_ = before;
+    const std::lock_guard lock(mutex_);
+    grants_.ahead = microseconds(told.now) - before;
+    counts_.inventory = told.inventory;
+    counts_.collectors = std::move(told.collectors);
 }
 
 void LeaseKeeper::fetch(const LeaseTimes &times) {
     while (!fetching_.empty()) {
         const std::string device = fetching_.back();
         const Time before = now();
-        const Leases::Claimed claimed = leases_->claim_one(device, count_of(times.length));
-        if (claimed.leases.empty()) {
+        const std::optional<Lease> claimed = leases_->claim_one(device, count_of(times.length));
+        if (!claimed) {
             answer_fetches("another collector is asking it, or it is off");
             continue;
         }
         fetching_.pop_back();
         const std::lock_guard lock(mutex_);
-        grants_.ahead = microseconds(claimed.now) - before;
-        const Grant grant{claimed.leases[0], before + times.length - times.margin};
+        const Grant grant{*claimed, before + times.length - times.margin};
         grants_.fetched.push_back({device, grant, ""});
         (void)::eventfd_write(news_.get(), 1);
     }
@@ -170,8 +192,6 @@ void LeaseKeeper::give_back() {
     returned_.clear();
 }
 
-// Here and below the clock is read before the database is asked: however late its answer comes,
-// it counts from a later time than we do.
 void LeaseKeeper::renew(const std::vector<Lease> &leases, const LeaseTimes &times) {
     const Time before = now();
     const std::vector<bool> ours = leases_->renew(leases, count_of(times.length));
@@ -184,25 +204,21 @@ void LeaseKeeper::renew(const std::vector<Lease> &leases, const LeaseTimes &time
     (void)::eventfd_write(news_.get(), 1);
 }
 
-void LeaseKeeper::claim(size_t most, const LeaseTimes &times) {
+void LeaseKeeper::claim(size_t most, int64_t inventory, const LeaseTimes &times) {
     const Time before = now();
-    const Leases::Claimed claimed =
-        leases_->claim(most, count_of(times.ahead), count_of(times.length));
-    seen_ = before;
-    const size_t count = claimed.leases.size();
+    const std::vector<Lease> claimed =
+        leases_->claim(most, count_of(times.ahead), count_of(times.length), inventory);
+    const size_t count = claimed.size();
     const std::lock_guard lock(mutex_);
-    for (const Lease &lease : claimed.leases)
+    for (const Lease &lease : claimed)
         grants_.claimed.push_back({lease, before + times.length - times.margin});
-    grants_.ahead = microseconds(claimed.now) - before;
     grants_.length = times.length;
-    const size_t fair = wishes_.listed / std::max<size_t>(1, claimed.collectors);
+    const size_t fair = wishes_.listed / std::max<size_t>(1, counts_.collectors.size());
     grants_.share = keeps_ ? fair + fair / share_over + 1 : 0;
     wishes_.wanted -= std::min(wishes_.wanted, count);
-    hurries_ = most != 0 && count == most;
+    hurries_ = count == most;
     counts_.claims += count != 0;
     counts_.claimed += count;
-    counts_.collectors = claimed.collectors;
-    counts_.seen = before;
     if (count != 0) (void)::eventfd_write(news_.get(), 1);
 }
 

@@ -37,9 +37,9 @@ public:
         uint64_t renewed = 0;
         uint64_t lost = 0; // that were to be renewed, and were another's
         uint64_t returned = 0;
-        uint32_t collectors = 0; // at work, as they were counted last
-        std::string trouble;     // why the last visit failed; empty: it did not
-        Time seen{};             // the last one that did not; 0: none yet
+        std::vector<CollectorState> collectors; // at work, as they were seen last
+        std::optional<int64_t> inventory;       // the number of the one in the database
+        std::string trouble;                    // why the last visit failed; empty: it did not
     };
 
     // What the engine would like.
@@ -47,8 +47,10 @@ public:
         size_t wanted = 0; // more devices
         std::vector<Lease> returned{};
         std::vector<Lease> renewing{};
-        std::vector<std::string> fetching{}; // devices that are to be asked by hand
-        size_t listed = 0;                   // devices in all
+        std::vector<std::string> fetching{};   // devices that are to be asked by hand
+        size_t listed = 0;                     // devices in all,
+        int64_t inventory = 0;                 // in the inventory of this number; 0: it has none
+        std::optional<CollectorState> state{}; // what others are told of us
     };
 
     // grace: 0 unless leases are kept from turn to turn.
@@ -70,24 +72,27 @@ private:
     void run();
     bool wait(const std::string &trouble);
     void visit(bool is_last);
+    void leave();
+    void tell(const CollectorState &us);
     void fetch(const LeaseTimes &times);
     void answer_fetches(const std::string &reason);
     void give_back();
     void renew(const std::vector<Lease> &leases, const LeaseTimes &times);
-    void claim(size_t most, const LeaseTimes &times);
+    void claim(size_t most, int64_t inventory, const LeaseTimes &times);
 
     const Open open_;
     dtctl::Fd news_;
     std::unique_ptr<Leases> leases_; // the thread's, as what follows
     std::vector<Lease> returned_;    // not told to the database yet
     std::vector<std::string> fetching_;
-    Time seen_{}; // by the others
+    Time told_ = Time::min(); // the others, of us
 
     mutable std::mutex mutex_; // of what follows
     std::condition_variable wake_;
     LeaseTimes times_;
     bool keeps_;
     Wishes wishes_;
+    CollectorState state_;
     Grants grants_;
     Counts counts_;
     bool hurries_ = false; // there is more to be claimed

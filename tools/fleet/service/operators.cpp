@@ -120,9 +120,9 @@ void Operators::rename(const json &request, const Control::Reply &reply) {
 void Operators::forget(const json &request, const Control::Reply &reply) {
     const std::string device = text_of(request, "forget");
     if (inventory_->find(device))
-        return reply(error(fmt::format(
-            "{} is in the configuration: take it out and reload, then it can be forgotten",
-            device)));
+        return reply(error(fmt::format("{} is in the configuration: take it out and reload, or "
+                                       "import, then it can be forgotten",
+                                       device)));
     writer_.post([device](Store &store) { store.forget(device); }, done(reply));
 }
 

@@ -15,26 +15,27 @@
 namespace dtfleet {
 namespace {
 
-Loaded unread(const std::string &file, const std::exception &error) {
+Loaded unread(const std::exception &error) {
     Loaded loaded;
-    loaded.complaints.push_back({file, 0, fmt::format("{}: {}", file, error.what())});
+    loaded.is_read = false;
+    loaded.complaints.push_back(
+        {"", 0, fmt::format("the configuration cannot be read now: {}", error.what())});
     return loaded;
 }
 
 // Nothing may escape the thread; what the files hold never throws.
-Loaded loaded_from(const std::string &file) {
+Loaded loaded_by(const Reloader::Read &read) {
     try {
-        return load_inventory(file);
+        return read();
     } catch (const std::exception &error) {
-        return unread(file, error);
+        return unread(error);
     }
 }
 
 } // namespace
 
-Reloader::Reloader(std::string file, Loop &loop, Done done)
-    : file_(std::move(file)), loop_(loop), done_(std::move(done)),
-      finished_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+Reloader::Reloader(Loop &loop, Done done)
+    : loop_(loop), done_(std::move(done)), finished_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!finished_) throw dtctl::Failure(dtctl::Exit::failed, std::strerror(errno));
     number_ = loop_.add(finished_.get(), [this] { finish(); });
 }
@@ -44,21 +45,19 @@ Reloader::~Reloader() {
     loop_.remove(number_, finished_.get());
 }
 
-void Reloader::start() {
-    if (thread_.joinable())
-        again_ = true;
-    else
-        begin();
+void Reloader::start(Read read) {
+    next_ = std::move(read);
+    if (!thread_.joinable()) begin();
 }
 
 void Reloader::begin() {
     try {
-        thread_ = std::thread([this] {
-            loaded_ = loaded_from(file_);
+        thread_ = std::thread([this, read = std::exchange(next_, {})] {
+            loaded_ = loaded_by(read);
             (void)::eventfd_write(finished_.get(), 1);
         });
     } catch (const std::system_error &error) { // no memory for a thread, or too many of them
-        done_(unread(file_, error));
+        done_(unread(error));
     }
 }
 
@@ -67,7 +66,7 @@ void Reloader::finish() {
     if (::eventfd_read(finished_.get(), &count) != 0) return;
     thread_.join();
     Loaded loaded = std::exchange(loaded_, {});
-    if (std::exchange(again_, false)) return begin();
+    if (next_) return begin();
     done_(std::move(loaded));
 }
 

@@ -1,5 +1,6 @@
 #include "fleet/service/service.h"
 
+#include "fleet/store/shared_inventory.h"
 #include "host/counted.h"
 #include "host/descriptors.h"
 #include "host/failure.h"
@@ -47,9 +48,24 @@ std::string fixed_changes(const Inventory &before, const Inventory &after) {
     return changes;
 }
 
+// What the database has goes with the settings that are ours.
+Loaded load_joined(Inventory own) {
+    const SharedInventory shared = read_shared(own.database);
+    Loaded loaded = load_shared_text(shared.text);
+    loaded.inventory = joined(std::move(own), std::move(loaded.inventory));
+    loaded.inventory.number = shared.number;
+    return loaded;
+}
+
+Loaded load_all(const std::string &file) {
+    Loaded loaded = load_inventory(file);
+    const bool is_whole = !loaded.complaints.empty() || !is_address(loaded.inventory.database);
+    return is_whole ? loaded : load_joined(std::move(loaded.inventory));
+}
+
 } // namespace
 
-Inventory checked_inventory(const std::string &path) { return checked(load_inventory(path)); }
+Inventory checked_inventory(const std::string &path) { return checked(load_all(path)); }
 
 std::string control_path(const Inventory &inventory, const std::string &file) {
     if (!inventory.control.empty()) return beside(file, inventory.control);
@@ -61,18 +77,13 @@ std::string database_path(const Inventory &inventory, const std::string &file) {
     return is_address(inventory.database) ? inventory.database : beside(file, inventory.database);
 }
 
-// In a directory of its own beside the socket, which no other service has.
-std::string spool_path(const Inventory &inventory, const std::string &file) {
-    return std::filesystem::path(control_path(inventory, file)).replace_extension(".spool");
-}
-
 Service::Service(std::string file)
     : file_(std::move(file)), signals_(signal_descriptor()),
-      inventory_(std::make_shared<const Inventory>(checked_inventory(file_))),
+      inventory_(std::make_shared<const Inventory>(checked(load_inventory(file_)))),
       control_(
           control_path(*inventory_, file_), loop_,
           [this](const json &request, const Control::Reply &reply) { answer(request, reply); }),
-      sharing_(*inventory_, database_path(*inventory_, file_), spool_path(*inventory_, file_),
+      sharing_(*inventory_, database_path(*inventory_, file_), control_path(*inventory_, file_),
                loop_),
       writer_({[this, path = database_path(*inventory_, file_), keeps = inventory_->retention] {
                    return open_database(path, keeps);
@@ -80,7 +91,7 @@ Service::Service(std::string file)
                [this] { restore(); }}),
       witness_(writer_, journal_), engine_(inventory_, loop_, witness_, sharing_.fleet()),
       operators_(inventory_, engine_, sharing_, writer_, witness_),
-      reloader_(file_, loop_, [this](Loaded loaded) { take_loaded(std::move(loaded)); }) {
+      reloader_(loop_, [this](Loaded loaded) { take_loaded(std::move(loaded)); }) {
     loop_.add(signals_.get(), [this] { take_signals(); });
     loop_.add(writer_.fd(), [this] { writer_.deliver(); });
     open_web();
@@ -143,14 +154,14 @@ std::string Service::devices() const {
 void Service::turn(Time time) {
     notify_.turned(time);
     sharing_.turn(engine_, time);
-    if (is_reloading_ && !engine_.is_taking() && !reloader_.is_reading())
-        finish_reload({{"reloaded", true}});
+    if (is_reloading_ && !engine_.is_taking() && !reloader_.is_reading()) finish_taking();
     if (next_tick_ <= time) tick(time);
 }
 
 void Service::tick(Time time) {
     next_tick_ = time + tick_time;
     control_.pass(time);
+    follow();
     witness_.troubles().pass(time);
     Snapshot now = snapshot(time);
     notify_.status(now.not_ready.empty() ? devices() : "asks nobody: " + now.not_ready);
@@ -189,17 +200,33 @@ void Service::take_signals() {
 
 void Service::reload() {
     notify_.reloading();
-    reloader_.start();
+    reloader_.start([file = file_] { return load_all(file); });
 }
 
-// The last good inventory stays.
-void Service::take_loaded(Loaded loaded) {
-    if (!loaded.complaints.empty()) {
-        const std::string mistakes = text_of(loaded.complaints);
+// Another inventory in the database: our own settings stay as they are.
+void Service::follow() {
+    const std::optional<int64_t> number = sharing_.inventory();
+    const bool is_known = !number || *number == inventory_->number || *number == refused_;
+    if (is_known || is_reloading_ || reloader_.is_reading()) return;
+    notify_.reloading();
+    reloader_.start([own = inventory_] { return load_joined(*own); });
+}
+
+// The last good inventory stays. What cannot be read now is tried again.
+void Service::refuse_loaded(const Loaded &loaded) {
+    refused_ = loaded.is_read ? loaded.inventory.number : -1;
+    const std::string mistakes = text_of(loaded.complaints);
+    if (!reload_replies_.empty() || loaded.is_read || mistakes != mistakes_) {
         journal_.say(Level::error, "the configuration has mistakes, and the one before it stays:");
         journal_.say(Level::error, mistakes);
-        return finish_reload({{"error", mistakes}});
     }
+    mistakes_ = mistakes;
+    finish_reload({{"error", mistakes}});
+}
+
+void Service::take_loaded(Loaded loaded) {
+    if (!loaded.complaints.empty()) return refuse_loaded(loaded);
+    mistakes_.clear();
     const auto before =
         std::exchange(inventory_, std::make_shared<const Inventory>(std::move(loaded.inventory)));
     const std::string fixed = fixed_changes(*before, *inventory_);
@@ -208,14 +235,19 @@ void Service::take_loaded(Loaded loaded) {
     engine_.take_inventory(inventory_);
     sharing_.take_inventory(*inventory_);
     witness_.identities().take_inventory(*inventory_);
-    writer_.take_inventory(inventory_);
     if (web_) web_->take_inventory(*inventory_);
     is_reloading_ = true;
 }
 
-void Service::finish_reload(const json &answer) {
-    if (is_reloading_) journal_.say(Level::info, "read the configuration again: " + devices());
+// The store has it after the runs that were begun before it.
+void Service::finish_taking() {
+    writer_.take_inventory(inventory_);
+    journal_.say(Level::info, "read the configuration again: " + devices());
     is_reloading_ = false;
+    finish_reload({{"reloaded", true}});
+}
+
+void Service::finish_reload(const json &answer) {
     notify_.ready(devices());
     for (const Control::Reply &reply : std::exchange(reload_replies_, {})) reply(answer);
 }
@@ -237,7 +269,8 @@ json Service::status() const {
                 {"dropped", now.dropped},    {"window", now.window}, {"clock_held", now.clock_held},
                 {"not_ready", now.not_ready}};
     if (now.shared)
-        status.update({{"collectors", now.shared->collectors},
+        status.update({{"collectors", now.shared->collectors.size()},
+                       {"inventory", inventory_->number},
                        {"held", now.shared->held},
                        {"spool_runs", now.shared->spool_runs},
                        {"away", now.shared->away}});

@@ -19,14 +19,12 @@
 
 namespace dtfleet {
 
-// Reads an inventory. Throws dtctl::Failure with all its mistakes, a line each.
+// The inventory of the file and, where its database is on a server, of that database; which has
+// none yet when its number is 0. Throws dtctl::Failure with all mistakes, a line each, Unavailable.
 Inventory checked_inventory(const std::string &path);
 
 // The socket of the service that this inventory makes.
 std::string control_path(const Inventory &inventory, const std::string &file);
-
-// Where its runs wait while a database on a server is away.
-std::string spool_path(const Inventory &inventory, const std::string &file);
 
 // Its database: a file, beside the inventory's unless its path begins at the root, or an address.
 std::string database_path(const Inventory &inventory, const std::string &file);
@@ -52,7 +50,10 @@ private:
     Snapshot snapshot(Time time) const;
     void take_signals();
     void reload();
+    void follow();
     void take_loaded(Loaded loaded);
+    void refuse_loaded(const Loaded &loaded);
+    void finish_taking();
     void finish_reload(const nlohmann::json &answer);
     void answer(const nlohmann::json &request, const Control::Reply &reply);
     nlohmann::json status() const;
@@ -76,6 +77,8 @@ private:
     std::optional<Web> web_;
     std::vector<Control::Reply> reload_replies_; // of who waits for its end
     bool is_reloading_ = false;
+    int64_t refused_ = -1; // number of the inventory in the database that has mistakes
+    std::string mistakes_; // that were told last
     bool is_stopping_ = false;
     Time next_tick_{};
 };

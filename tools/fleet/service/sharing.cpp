@@ -4,6 +4,8 @@
 
 #include <unistd.h>
 
+#include <filesystem>
+
 namespace dtfleet {
 namespace {
 
@@ -16,14 +18,20 @@ std::string own_name(const Inventory &inventory) {
     return fmt::format("{}:{}", host, inventory.announce);
 }
 
+std::string beside_socket(const std::string &control, const char *extension) {
+    return std::filesystem::path(control).replace_extension(extension);
+}
+
 } // namespace
 
-Sharing::Sharing(const Inventory &inventory, const std::string &database, std::string spool,
-                 Loop &loop)
-    : loop_(loop), spool_(std::move(spool)), most_(inventory.spool),
-      listed_(inventory.devices.size()) {
+// Its files stand beside the control socket, which no other service has.
+Sharing::Sharing(const Inventory &inventory, const std::string &database,
+                 const std::string &control, Loop &loop)
+    : loop_(loop), spool_(beside_socket(control, ".spool")), most_(inventory.spool) {
     if (!is_address(database)) return;
-    keeper_.emplace([database, name = own_name(inventory)] { return open_leases(database, name); },
+    home_.emplace(beside_socket(control, ".lock"));
+    keeper_.emplace([database, name = own_name(inventory),
+                     home = home_->key()] { return open_leases(database, name, home); },
                     inventory.limits.run, inventory.outage_grace);
     number_ = loop_.add(keeper_->fd(), [this] { has_news_ = true; });
 }
@@ -39,7 +47,12 @@ std::unique_ptr<Store> Sharing::with_spool(std::unique_ptr<Store> store) {
 
 void Sharing::take_inventory(const Inventory &inventory) {
     listed_ = inventory.devices.size();
+    inventory_ = inventory.number;
     if (keeper_) keeper_->set_times(inventory.limits.run, inventory.outage_grace);
+}
+
+std::optional<int64_t> Sharing::inventory() const {
+    return keeper_ ? keeper_->counts().inventory : std::nullopt;
 }
 
 void Sharing::ask(Engine &engine, const std::string &device, Kind kind, Engine::Answer answer,
@@ -82,11 +95,20 @@ void Sharing::exchange(Engine &engine) {
     wishes.wanted = engine.wanted();
     wishes.returned = engine.take_returned();
     wishes.listed = listed_;
-    if (next_renewals_ <= next_) {
-        next_renewals_ = next_ + Seconds(1);
+    wishes.inventory = engine.is_taking() ? 0 : inventory_;
+    if (next_second_ <= next_) {
+        next_second_ = next_ + Seconds(1);
         wishes.renewing = engine.ending();
+        pace_.note(engine.statistics(), now());
+        wishes.state = state(engine);
     }
     keeper_->put(std::move(wishes));
+}
+
+CollectorState Sharing::state(const Engine &engine) const {
+    const Time oldest = engine.tenure().oldest(now());
+    return {"", engine.tenure().held(), pace_.rate(), pace_.lag(),
+            std::chrono::duration_cast<std::chrono::microseconds>(oldest).count()};
 }
 
 void Sharing::leave(Engine &engine) {
@@ -100,10 +122,10 @@ void Sharing::leave(Engine &engine) {
 
 void Sharing::describe(const Engine &engine, Snapshot &snapshot) const {
     if (!keeper_) return;
-    const LeaseKeeper::Counts counts = keeper_->counts();
+    LeaseKeeper::Counts counts = keeper_->counts();
     const SpoolReport::State spool = report_->get();
     SharedState &shared = snapshot.shared.emplace();
-    shared.collectors = counts.collectors;
+    shared.collectors = std::move(counts.collectors);
     shared.held = engine.tenure().held();
     shared.oldest = engine.tenure().oldest(now());
     shared.claimed = counts.claimed;
@@ -115,6 +137,10 @@ void Sharing::describe(const Engine &engine, Snapshot &snapshot) const {
     shared.spooled = spool.spooled;
     shared.away = spool.away.empty() ? counts.trouble : spool.away;
     snapshot.dropped += spool.dropped;
+    if (snapshot.not_ready.empty() && inventory_ == 0 && counts.inventory)
+        snapshot.not_ready = *counts.inventory == 0 ? "the database has no inventory yet: `dtfleet "
+                                                      "import` brings one"
+                                                    : "the inventory is being read";
     if (snapshot.not_ready.empty() && shared.held == 0 && !shared.away.empty())
         snapshot.not_ready = "no device is ours to ask while the database is away: " + shared.away;
 }

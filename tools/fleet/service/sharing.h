@@ -3,7 +3,9 @@
 #pragma once
 
 #include "fleet/engine/engine.h"
+#include "fleet/service/home.h"
 #include "fleet/service/lease_keeper.h"
+#include "fleet/service/pace.h"
 #include "fleet/store/spooling.h"
 
 #include <functional>
@@ -18,7 +20,8 @@ namespace dtfleet {
 class Sharing {
 public:
     // The loop must outlive it. Where the database is a file there is nothing to share.
-    Sharing(const Inventory &inventory, const std::string &database, std::string spool, Loop &loop);
+    Sharing(const Inventory &inventory, const std::string &database, const std::string &control,
+            Loop &loop);
     ~Sharing();
     Sharing(const Sharing &) = delete;
     Sharing &operator=(const Sharing &) = delete;
@@ -29,6 +32,9 @@ public:
     std::unique_ptr<Store> with_spool(std::unique_ptr<Store> store);
 
     void take_inventory(const Inventory &inventory);
+
+    // The number of the inventory in the database, once that is known; 0: there is none.
+    std::optional<int64_t> inventory() const;
 
     // As the engine's, but for a device of which another collector may have the lease.
     using Refuse = std::function<void(const std::string &reason)>;
@@ -49,11 +55,15 @@ private:
     };
     void take_fetched(Engine &engine, const Fetched &fetched);
     void exchange(Engine &engine);
+    CollectorState state(const Engine &engine) const;
 
     Loop &loop_;
     std::string spool_; // its directory,
     uint64_t most_;     // and how many bytes may be in it
-    size_t listed_;
+    size_t listed_ = 0;
+    int64_t inventory_ = 0; // its number
+    std::optional<Home> home_;
+    Pace pace_;
     std::shared_ptr<SpoolReport> report_ = std::make_shared<SpoolReport>();
     std::optional<LeaseKeeper> keeper_;
     std::map<std::string, Asked> asked_; // that are being fetched
@@ -61,7 +71,7 @@ private:
     uint64_t number_ = 0;                // in the loop
     bool has_news_ = false;
     Time next_{};
-    Time next_renewals_{};
+    Time next_second_{};
 };
 
 } // namespace dtfleet

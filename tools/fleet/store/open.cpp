@@ -1,6 +1,7 @@
 // Which engine a database is for.
 #include "fleet/store/postgres/open.h"
 #include "fleet/store/leases.h"
+#include "fleet/store/shared_inventory.h"
 #include "fleet/store/sqlite/open.h"
 #include "fleet/store/store.h"
 #include "fleet/store/upkeep.h"
@@ -20,9 +21,20 @@ std::unique_ptr<Reader> open_reader(const std::string &database) {
     return is_address(database) ? postgres::open_reader(database) : sqlite::open_reader(database);
 }
 
-std::unique_ptr<Leases> open_leases(const std::string &database, const std::string &name) {
-    if (is_address(database)) return postgres::open_leases(database, name);
+std::unique_ptr<Leases> open_leases(const std::string &database, const std::string &name,
+                                    const std::string &home) {
+    if (is_address(database)) return postgres::open_leases(database, name, home);
     throw Failure(Exit::usage, "a database that is a file is not shared");
+}
+
+SharedInventory read_shared(const std::string &database) {
+    if (is_address(database)) return postgres::read_shared(database);
+    throw Failure(Exit::usage, "the database is a file: its devices stand in the configuration");
+}
+
+InventoryChanges write_shared(const std::string &database, const Inventory &inventory) {
+    if (is_address(database)) return postgres::write_shared(database, inventory);
+    throw Failure(Exit::usage, "the database is a file: its devices stand in the configuration");
 }
 
 Migrated migrate_database(const std::string &address) {

@@ -35,8 +35,7 @@ void SpoolingStore::write(std::span<const RunRecord> runs) {
 
 void SpoolingStore::take_inventory(const Inventory &inventory) {
     inventory_ = inventory;
-    if (state_.away.empty() && attempt([&] { store_->take_inventory(inventory); }))
-        inventory_.reset();
+    if (state_.away.empty() && attempt([&] { store_->follow(inventory); })) inventory_.reset();
     tell();
 }
 
@@ -44,7 +43,7 @@ void SpoolingStore::take_inventory(const Inventory &inventory) {
 bool SpoolingStore::tidy() {
     bool has_more = false;
     attempt([&] {
-        if (inventory_) store_->take_inventory(*inventory_);
+        if (inventory_) store_->follow(*inventory_);
         inventory_.reset();
         if (!spool_.is_empty()) {
             deliver();

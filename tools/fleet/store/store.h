@@ -142,6 +142,9 @@ public:
     // Devices by name: new ones are added, those that are gone are kept, and no longer listed.
     virtual void take_inventory(const Inventory &inventory) = 0;
 
+    // The same for a collector whose database has the inventory, and so the devices, already.
+    virtual void follow(const Inventory &inventory) { take_inventory(inventory); }
+
     // Does a slice of housekeeping: retention, freed pages, the clock. True: there is more to do.
     virtual bool tidy() = 0;
 

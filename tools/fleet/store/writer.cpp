@@ -115,6 +115,7 @@ void Writer::post(Work work, Done done) {
 void Writer::take_inventory(std::shared_ptr<const Inventory> inventory) {
     const std::lock_guard lock(mutex_);
     inventory_ = std::move(inventory);
+    inventory_after_ = put_;
     wake_.notify_one();
 }
 
@@ -271,7 +272,7 @@ void Writer::pass_inventory() {
     std::shared_ptr<const Inventory> inventory;
     {
         const std::lock_guard lock(mutex_);
-        inventory = inventory_;
+        if (inventory_after_ <= stored_ + dropped_) inventory = inventory_;
     }
     if (!inventory) return;
     store_->take_inventory(*inventory);

@@ -69,7 +69,8 @@ public:
     // deliver(). When the database cannot be used now, that is the error.
     void post(Work work, Done done);
 
-    // The newest inventory; it is tried until the store has it.
+    // The newest inventory, after the runs that were put before; it is tried until the store has
+    // it.
     void take_inventory(std::shared_ptr<const Inventory> inventory);
 
     // Becomes readable when posted work is done, or the store is open: then the thread that posted
@@ -121,7 +122,8 @@ private:
     std::deque<Task> tasks_;
     std::vector<Result> results_;
     std::shared_ptr<const Inventory> inventory_;
-    size_t waiting_bytes_ = 0; // of the queue and the batch
+    uint64_t inventory_after_ = 0; // as many runs
+    size_t waiting_bytes_ = 0;     // of the queue and the batch
     uint64_t put_ = 0;
     uint64_t stored_ = 0;
     uint64_t dropped_ = 0;

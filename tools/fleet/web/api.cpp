@@ -155,7 +155,14 @@ std::string notice_of(const Snapshot &snapshot) {
 
 Json json_of_share(const Snapshot &snapshot) {
     if (!snapshot.shared) return nullptr;
-    return {{"collectors", snapshot.shared->collectors}, {"held", snapshot.shared->held}};
+    Json collectors = Json::array();
+    for (const CollectorState &one : snapshot.shared->collectors)
+        collectors.push_back({{"name", one.name},
+                              {"held", one.held},
+                              {"rate", one.rate},
+                              {"lag", one.lag},
+                              {"oldest", one.oldest}});
+    return {{"collectors", collectors}, {"held", snapshot.shared->held}};
 }
 
 } // namespace

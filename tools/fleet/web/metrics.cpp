@@ -98,8 +98,32 @@ void add_state(Metrics &out, const Snapshot &snapshot, Time now) {
               "Time since the loop's last turn.");
 }
 
+// One metric of each collector: how it is called, and how it is found.
+struct CollectorMetric {
+    const char *name;
+    const char *help;
+    double (*value)(const CollectorState &collector);
+};
+
+constexpr CollectorMetric of_each_collector[] = {
+    {"collector_leases", "Devices that the collector alone may ask at present.",
+     [](const CollectorState &one) { return static_cast<double>(one.held); }},
+    {"collector_runs_per_second", "Runs of the collector that end in a second.",
+     [](const CollectorState &one) { return one.rate; }},
+    {"collector_lag_seconds", "From a device's turn to the collector's command.",
+     [](const CollectorState &one) { return seconds_of(one.lag); }},
+    {"collector_lease_age_seconds", "Time since the collector's oldest lease was made or renewed.",
+     [](const CollectorState &one) { return seconds_of(one.oldest); }},
+};
+
 void add_shared(Metrics &out, const SharedState &shared) {
-    out.gauge("collectors", shared.collectors, "Collectors at work on the database.");
+    out.gauge("collectors", shared.collectors.size(), "Collectors at work on the database.");
+    for (const CollectorMetric &metric : of_each_collector) {
+        out.begin(metric.name, "gauge", metric.help);
+        for (const CollectorState &one : shared.collectors)
+            out.sample(fmt::format("{}{{collector=\"{}\"}}", metric.name, label(one.name)),
+                       metric.value(one));
+    }
     out.gauge("leases", shared.held, "Devices that this collector alone may ask at present.");
     out.gauge("lease_age_seconds", std::chrono::duration<double>(shared.oldest).count(),
               "Time since the oldest of these leases was claimed or renewed.");

@@ -2,11 +2,14 @@
 // asked whom: what becomes of runs when any of them joins, leaves, is killed or stopped, and when
 // the server dies or is away.
 #include "../samples.h"
+#include "fleet/commands/commands.h"
 #include "fleet/engine/control.h"
 #include "fleet/service/service.h"
 #include "fleet/simulate/simulator.h"
 #include "fleet/store/postgres/open.h"
+#include "fleet/store/shared_inventory.h"
 #include "host/failure.h"
+#include "host/program.h"
 #include "host/socket.h"
 #include "server.h"
 
@@ -44,12 +47,11 @@ uint16_t free_port() { return dtctl::local_port(dtctl::listen_on(0, 1)); }
 // A collector in a process of its own.
 class Collector {
 public:
-    Collector(const std::string &directory, const std::string &address, const std::string &fleet,
-              const char *more)
+    Collector(const std::string &directory, const std::string &address, const std::string &more)
         : port(free_port()), file_(directory + "/fleet.toml") {
         std::filesystem::create_directory(directory);
-        std::ofstream(file_) << fmt::format("database = \"{}\"\nlisten = {}\n{}\n{}", address, port,
-                                            more, fleet);
+        std::ofstream(file_) << fmt::format("database = \"{}\"\nlisten = {}\n{}\n", address, port,
+                                            more);
         start();
     }
     ~Collector() {
@@ -81,6 +83,7 @@ public:
     }
     std::optional<json> status() const { return request_if_running(socket(), {{"status", true}}); }
     json request(const json &what) const { return dtfleet::request(socket(), what); }
+    const std::string &file() const { return file_; }
 
     const uint16_t port;
 
@@ -113,15 +116,15 @@ struct Collectors : testing::Test {
             asks.push_back({device, by, open, now()});
         };
         simulator.emplace(options, loop);
+        std::ofstream(scratch / "all.toml") << "interval = \"1s\"\nkeep = \"all\"\n"
+                                            << simulator->inventory();
+        write_shared(address, checked(load_shared(scratch / "all.toml")));
     }
 
     // short times: a lease has 5 s
-    Collector &
-    join(const char *more = "interval = \"1s\"\nlimits = { silence = \"1s\", run = \"1s\" }") {
+    Collector &join(const char *more = "limits = { silence = \"1s\", run = \"1s\" }") {
         const std::string directory = scratch / fmt::format("{}", all.size()).c_str();
-        const std::string top = std::string(more) + "\nkeep = \"all\"\n";
-        return *all.emplace_back(
-            std::make_unique<Collector>(directory, address, simulator->inventory(), top.c_str()));
+        return *all.emplace_back(std::make_unique<Collector>(directory, address, more));
     }
     template <typename Done> void until(Done done) {
         Time look{};
@@ -288,7 +291,7 @@ TEST_F(Collectors, KilledAtAnyMomentTheyLoseNothingThatIsStored) {
     for (const Ask &ask : overlaps()) ADD_FAILURE() << ask.device << " was asked by two";
 }
 
-constexpr const char *with_grace = "interval = \"1s\"\noutage_grace = \"1h\"\n"
+constexpr const char *with_grace = "outage_grace = \"1h\"\n"
                                    "limits = { silence = \"1s\", run = \"1s\" }";
 
 TEST_F(Collectors, WhileTheServerIsAwayTheyGoOnAndDeliverLater) {
@@ -348,6 +351,143 @@ TEST_F(Collectors, WithAFullSpoolTheyStopAskingAndSaySo) {
     EXPECT_EQ(only.end(SIGTERM), 0);
     EXPECT_EQ(whole_runs(), simulator->counts().runs) << "nothing is lost";
     check_history();
+}
+
+// ---- the inventory in the database --------------------------------------------------------------
+
+// What the command has printed; an ending other than in order stands in front.
+std::string imported(const std::string &file, const std::string &config,
+                     std::vector<std::string> more = {}) {
+    std::vector<std::string> words{"dtfleet", "import", file, "--config", config};
+    words.insert(words.end(), more.begin(), more.end());
+    std::vector<char *> arguments;
+    for (std::string &word : words) arguments.push_back(word.data());
+    int ends[2];
+    if (::pipe(ends) != 0) throw std::runtime_error("no pipe");
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::dup2(ends[1], STDOUT_FILENO);
+        ::dup2(ends[1], STDERR_FILENO);
+        ::close(ends[0]);
+        constexpr dtctl::Program program{"dtfleet", "", "", add_import};
+        const int code =
+            dtctl::run_program(program, static_cast<int>(arguments.size()), arguments.data());
+        std::fflush(nullptr);
+        ::_exit(code);
+    }
+    ::close(ends[1]);
+    std::string text;
+    char part[4096];
+    for (ssize_t size; (size = ::read(ends[0], part, sizeof part)) > 0;)
+        text.append(part, static_cast<size_t>(size));
+    ::close(ends[0]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return status == 0 ? text : fmt::format("{}: {}", WEXITSTATUS(status), text);
+}
+
+std::string metrics_of(uint16_t port) {
+    const dtctl::Fd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in address = dtctl::resolve("127.0.0.1", port);
+    const std::string request = "GET /metrics HTTP/1.0\r\nHost: localhost\r\n\r\n";
+    if (::connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+        ::send(fd.get(), request.data(), request.size(), MSG_NOSIGNAL) < 0)
+        return "";
+    std::string text;
+    char part[4096];
+    for (ssize_t size; (size = ::recv(fd.get(), part, sizeof part, 0)) > 0;)
+        text.append(part, static_cast<size_t>(size));
+    return text;
+}
+
+// Leases last for more than a minute here: nothing waits for the end of one.
+TEST_F(Collectors, FollowTheInventoryThatIsImported) {
+    address = postgres_server().make_database();
+    postgres::migrate_database(address);
+    const uint16_t page = free_port();
+    Collector &first = join(fmt::format("[web]\nbind = \"127.0.0.1:{}\"", page).c_str());
+    Collector &second = join();
+    const auto has = [](const Collector &collector, const char *key, const json &value) {
+        const auto status = collector.status();
+        return status && (*status)[key] == value;
+    };
+    const char *none = "the database has no inventory yet: `dtfleet import` brings one";
+    until([&] { return has(first, "not_ready", none) && has(second, "not_ready", none); });
+
+    const auto write = [&](std::vector<std::pair<uint32_t, const char *>> listed) {
+        std::ofstream out(scratch / "some.toml");
+        out << "keep = \"all\"\n";
+        for (const auto &[device, more] : listed)
+            out << fmt::format("[[device]]\nname = \"sim{:06}\"\naddress = \"{}\"\nport = {}\n{}\n",
+                               device, Simulator::address_of(device), simulator->port(), more);
+    };
+    const auto import = [&] { return imported(scratch / "some.toml", first.file()); };
+    const char *often = "interval = \"1s\"", *seldom = "interval = \"30d\"";
+    write({{0, often}, {1, often}, {2, often}, {3, seldom}, {4, seldom}});
+    EXPECT_EQ(imported(scratch / "some.toml", first.file(), {"--dry-run"}),
+              "5 new: sim000000, sim000001, sim000002, sim000003, sim000004\n");
+    EXPECT_TRUE(has(first, "inventory", 0));
+    EXPECT_EQ(import(), "5 new: sim000000, sim000001, sim000002, sim000003, sim000004\n");
+    const Time deadline = now() + Time(60s); // less than a lease
+    until([&] { return asked_by_any(0) == 3; });
+    until([&] { return has(first, "inventory", 1) && has(second, "inventory", 1); });
+    EXPECT_TRUE(checked_inventory(second.file()).devices ==
+                checked(load_shared(scratch / "some.toml")).devices);
+
+    write({{1, often}, {2, often}, {3, often}, {4, seldom}, {5, often}});
+    EXPECT_EQ(import(), "1 new: sim000005\n1 changed: sim000003\n1 gone: sim000000\n");
+    until([&] { return has(first, "inventory", 2) && has(second, "inventory", 2); });
+    wait(200ms); // what was under way
+    const size_t changed = asks.size();
+    std::map<uint32_t, size_t> times;
+    until([&] {
+        times.clear();
+        for (size_t i = changed; i < asks.size(); ++i) ++times[asks[i].device];
+        return times[1] > 2 && times[2] > 2 && times[3] > 2 && times[5] > 2;
+    });
+    EXPECT_EQ(times[0] + times[4], 0U);
+    EXPECT_LT(now(), deadline);
+
+    write({{1, often}, {1, often}});
+    EXPECT_THAT(import(), testing::StartsWith("5: dtfleet: "));
+    EXPECT_THAT(rows("SELECT value FROM meta WHERE key = 'inventory'"), ElementsAre("2"));
+    EXPECT_THAT(imported(scratch / "some.toml", scratch / "all.toml"), HasSubstr("some.toml:"));
+    write({{1, often}});
+    std::ofstream(scratch / "own.toml") << "database = \"own.db\"";
+    EXPECT_THAT(imported(scratch / "some.toml", scratch / "own.toml"),
+                HasSubstr("the database is a file: its devices stand in the configuration"));
+
+    std::string metrics;
+    const auto tells_of = [&](const Collector &collector) {
+        const std::string label = fmt::format(":{}\"}} ", collector.port);
+        return metrics.find(label) != std::string::npos;
+    };
+    until([&] {
+        metrics = metrics_of(page);
+        return tells_of(first) && tells_of(second);
+    });
+    EXPECT_THAT(metrics, HasSubstr("dtfleet_collectors 2\n"));
+
+    // A name changes for all at once.
+    EXPECT_EQ(second.request({{"rename", "sim000005"}, {"to", "pump"}}), json({{"done", true}}));
+    until([&] { return has(first, "inventory", 3) && has(second, "inventory", 3); });
+    EXPECT_TRUE(checked_inventory(first.file()).find("pump"));
+    EXPECT_EQ(first.end(SIGTERM) + second.end(SIGTERM), 0);
+    EXPECT_THAT(overlaps(), IsEmpty());
+    EXPECT_THAT(rows("SELECT id FROM worker"), IsEmpty()) << "who leaves is gone at once";
+}
+
+// Others would wait for an hour.
+TEST_F(Collectors, KilledAndStartedAgainOneHasItsDevicesAtOnce) {
+    Collector &only = join("outage_grace = \"1h\"");
+    until([&] { return asked(only) == devices; });
+    only.end(SIGKILL);
+    only.start();
+    const size_t killed = asks.size();
+    const Time deadline = now() + Time(60s);
+    until([&] { return asked(only, killed) == devices || now() > deadline; });
+    EXPECT_LT(now(), deadline);
+    EXPECT_EQ(only.end(SIGTERM), 0);
 }
 
 } // namespace

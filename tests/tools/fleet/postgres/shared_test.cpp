@@ -48,9 +48,9 @@ TEST_F(Shared, EachDeviceIsClaimedByOneOfAllWhoTry) {
     std::mutex mutex;
     std::multiset<std::string> claimed;
     const auto collect = [&] {
-        const auto leases = postgres::open_leases(address, "collector");
+        const auto leases = open_leases(address, "collector");
         for (;;) {
-            const auto batch = leases->claim(20, 0s, long_lease).leases;
+            const auto batch = leases->claim(20, 0s, long_lease, 1);
             if (batch.empty()) return;
             const std::lock_guard lock(mutex);
             for (const Lease &lease : batch) claimed.insert(lease.name);
@@ -75,31 +75,30 @@ RunRecord leased_run(uint64_t number, const Lease &lease, uint64_t value) {
 TEST_F(Shared, WhoComesBackLateChangesNothingButHistory) {
     list_devices(1);
     const auto store = postgres::open_store(address, {});
-    const auto first = postgres::open_leases(address, "first");
-    const auto second = postgres::open_leases(address, "second");
-    auto early = first->claim(10, 0s, 0s); // ends at once
-    ASSERT_EQ(early.leases.size(), 1U);
-    EXPECT_EQ(first->renew(early.leases, 0s), std::vector<bool>{true}); // nobody has it yet
-    const auto late = second->claim(10, 0s, long_lease);
-    ASSERT_EQ(late.leases.size(), 1U);
-    EXPECT_EQ(late.collectors, 2U);
-    EXPECT_GT(late.leases[0].epoch, early.leases[0].epoch);
-    EXPECT_EQ(first->renew(early.leases, long_lease), std::vector<bool>{false});
-    early.leases[0].due = 99;
-    first->release(early.leases);
-    EXPECT_TRUE(first->claim(10, 0s, long_lease).leases.empty());
-    EXPECT_TRUE(first->claim_one("device0", long_lease).leases.empty());
+    const auto first = open_leases(address, "first");
+    const auto second = open_leases(address, "second");
+    auto early = first->claim(10, 0s, 0s, 1); // ends at once
+    ASSERT_EQ(early.size(), 1U);
+    EXPECT_EQ(first->renew(early, 0s), std::vector<bool>{true}); // nobody has it yet
+    const auto late = second->claim(10, 0s, long_lease, 1);
+    ASSERT_EQ(late.size(), 1U);
+    EXPECT_GT(late[0].epoch, early[0].epoch);
+    EXPECT_EQ(first->renew(early, long_lease), std::vector<bool>{false});
+    early[0].due = 99;
+    first->release(early);
+    EXPECT_TRUE(first->claim(10, 0s, long_lease, 1).empty());
+    EXPECT_FALSE(first->claim_one("device0", long_lease).has_value());
 
     const auto write = [&](const RunRecord &run) { store->write({&run, 1}); };
-    write(leased_run(1, early.leases[0], 70));
+    write(leased_run(1, early[0], 70));
     EXPECT_THAT(rows("SELECT due, last_try FROM device"), ElementsAre("0|0"));
-    write(leased_run(3, late.leases[0], 80));
-    write(leased_run(2, early.leases[0], 70));
+    write(leased_run(3, late[0], 80));
+    write(leased_run(2, early[0], 70));
     EXPECT_THAT(rows("SELECT id, history, numbers FROM collection ORDER BY id"),
                 ElementsAre("1|1|{70}", "2|0|{80}", "3|1|{70}"));
     EXPECT_THAT(rows("SELECT due, lease_until, free_at, last_try FROM device"),
                 ElementsAre("3000|0|3000|3"));
-    const auto again = first->claim(10, 0s, long_lease).leases; // the run's end gave it back
+    const auto again = first->claim(10, 0s, long_lease, 1); // the run's end gave it back
     ASSERT_EQ(again.size(), 1U);
     EXPECT_EQ(std::tuple(again[0].due, again[0].last_try, again[0].failures),
               std::tuple(3000, 3, 0));
@@ -107,8 +106,49 @@ TEST_F(Shared, WhoComesBackLateChangesNothingButHistory) {
     EXPECT_THAT(rows("SELECT free_at FROM device"), ElementsAre("9223372036854775807"));
     EXPECT_EQ(first->renew(again, long_lease), std::vector<bool>{false}) << "it is paused";
     first->release(again);
-    EXPECT_TRUE(second->claim(10, 0s, long_lease).leases.empty());
-    EXPECT_EQ(second->claim_one("device0", long_lease).leases.size(), 1U) << "by hand it is asked";
+    EXPECT_TRUE(second->claim(10, 0s, long_lease, 1).empty());
+    EXPECT_TRUE(second->claim_one("device0", long_lease)) << "by hand it is asked";
+}
+
+// Leases of a life that is over for certain are free at once, and no others.
+TEST_F(Shared, TheNextLifeOfOneTakesWhatItsLastOneHeld) {
+    list_devices(3);
+    const auto all = [&](Leases &leases) { return leases.claim(10, 0s, long_lease, 1).size(); };
+    const auto killed = open_leases(address, "a", "home"),
+               other = open_leases(address, "a", "else");
+    EXPECT_EQ(killed->claim(2, 0s, long_lease, 1).size(), 2U);
+    EXPECT_EQ(all(*other), 1U);
+    EXPECT_EQ(all(*open_leases(address, "a")), 0U) << "nobody knows about a name alone";
+    const auto again = open_leases(address, "a", "home");
+    const auto taken = again->claim(10, 0s, long_lease, 1);
+    EXPECT_EQ(taken.size(), 2U);
+    EXPECT_EQ(again->renew(taken, long_lease), std::vector<bool>(2, true)) << "as it is its own";
+    EXPECT_EQ(all(*open_leases(address, "b", "elsewhere")), 0U);
+}
+
+TEST_F(Shared, EachSeesHowTheOthersDo) {
+    list_devices(1);
+    const auto first = open_leases(address, "a"), second = open_leases(address, "b", "home");
+    first->tell({"", 5, 2.5, 300, 4000});
+    Leases::Told told = second->tell({"", 6, 3.5, 301, 4001});
+    const auto texts = [](const Leases::Told &seen) {
+        std::vector<std::string> all;
+        for (const CollectorState &one : seen.collectors)
+            all.push_back(
+                fmt::format("{} {} {} {} {}", one.name, one.held, one.rate, one.lag, one.oldest));
+        return all;
+    };
+    EXPECT_THAT(texts(told), ElementsAre("a 5 2.5 300 4000", "b 6 3.5 301 4001"));
+    EXPECT_EQ(told.inventory, 1);
+    const auto third = open_leases(address, "b");
+    EXPECT_THAT(texts(third->tell({})),
+                ElementsAre("a 5 2.5 300 4000", "b 6 3.5 301 4001", "b (2) 0 0 0 0"));
+    rows("UPDATE worker SET seen = seen - 31000000 WHERE name = 'a'");
+    third->leave();
+    EXPECT_THAT(texts(second->tell({})), ElementsAre("b 0 0 0 0")) << "gone or silent";
+    rows("DELETE FROM worker");
+    (void)first->tell({});
+    EXPECT_THAT(texts(first->tell({})), ElementsAre("a 0 0 0 0")) << "it was away for a day";
 }
 
 // Who collects owns nothing, and who reads changes nothing.
@@ -131,7 +171,7 @@ TEST_F(Shared, EachRoleMayDoItsWorkAndNothingElse) {
     inventory.devices[0].name = "dead";
     inventory.devices[1].name = "pump";
     store->take_inventory(inventory);
-    EXPECT_EQ(postgres::open_leases(collector, "one")->claim(10, 0s, long_lease).leases.size(), 2U);
+    EXPECT_EQ(open_leases(collector, "one")->claim(10, 0s, long_lease, 1).size(), 2U);
     std::vector<RunRecord> runs;
     for (const auto &[device, time] : {std::pair("dead", hour),
                                        {"dead", 2 * hour},

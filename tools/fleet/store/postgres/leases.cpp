@@ -10,7 +10,7 @@
 namespace dtfleet::postgres {
 namespace {
 
-// Whom nobody has seen for this long is not counted; whom nobody has seen for a day is deleted.
+// Who has not told anything for this long is not counted; for a day, is deleted.
 constexpr int64_t worker_gone = 30'000'000;
 constexpr int64_t worker_forgotten = 86'400'000'000;
 
@@ -25,7 +25,8 @@ std::string claim_of(const char *which) {
         which);
 }
 const std::string claim_due =
-    claim_of("free_at <= (SELECT now FROM t) + $3 ORDER BY free_at LIMIT $4");
+    claim_of("free_at <= (SELECT now FROM t) + $3 AND "
+             "(SELECT value FROM meta WHERE key = 'inventory') = $5 ORDER BY free_at LIMIT $4");
 const std::string claim_named = claim_of("name = $3 AND lease_until <= (SELECT now FROM t)");
 
 struct Columns {
@@ -42,24 +43,41 @@ struct Columns {
 // Rows are locked in the order of their ids, as by those who store runs: nobody waits in a circle.
 class PostgresLeases final : public Leases {
 public:
-    PostgresLeases(const std::string &address, const std::string &name)
-        : connection_(address), name_(name) {
+    PostgresLeases(const std::string &address, const std::string &name, const std::string &home)
+        : connection_(address), name_(name), home_(home) {
         check_schema(connection_);
     }
 
-    Claimed claim(size_t most, Duration ahead, Duration length) override {
-        Claimed claimed;
-        tell_of_us(claimed);
-        take(claimed, connection_.query(claim_due.c_str(), worker_, length.count(), ahead.count(),
-                                        static_cast<int64_t>(most)));
-        return claimed;
+    Told tell(const CollectorState &us) override {
+        join();
+        const Result row_of_us = connection_.query(
+            "UPDATE worker SET seen = clock(), held = $2, rate = $3, lag = $4, oldest = $5 "
+            "WHERE id = $1",
+            worker_, static_cast<int64_t>(us.held), static_cast<int64_t>(us.rate * 1000), us.lag,
+            us.oldest);
+        if (row_of_us.changed() == 0) worker_ = 0; // forgotten: we join again
+        Told told;
+        told.collectors = collectors();
+        const Result row =
+            connection_.query("SELECT clock(), value FROM meta WHERE key = 'inventory'");
+        told.now = row.number(0, 0);
+        told.inventory = row.number(0, 1);
+        return told;
     }
 
-    Claimed claim_one(const std::string &device, Duration length) override {
-        Claimed claimed;
-        tell_of_us(claimed);
-        take(claimed, connection_.query(claim_named.c_str(), worker_, length.count(), device));
-        return claimed;
+    std::vector<Lease> claim(size_t most, Duration ahead, Duration length,
+                             int64_t inventory) override {
+        join();
+        return leases_in(connection_.query(claim_due.c_str(), worker_, length.count(),
+                                           ahead.count(), static_cast<int64_t>(most), inventory));
+    }
+
+    std::optional<Lease> claim_one(const std::string &device, Duration length) override {
+        join();
+        auto leases =
+            leases_in(connection_.query(claim_named.c_str(), worker_, length.count(), device));
+        if (leases.empty()) return std::nullopt;
+        return std::move(leases.front());
     }
 
     // One that has ended and that nobody has taken since may go on, but not what is not to be
@@ -89,42 +107,69 @@ public:
                           columns.devices, columns.epochs, columns.dues);
     }
 
-private:
-    static void take(Claimed &claimed, const Result &rows) {
-        for (int row = 0; row < rows.rows(); ++row)
-            claimed.leases.push_back({rows.number(row, 0), rows.number(row, 1), rows.number(row, 2),
-                                      std::string(rows.bytes(row, 3)),
-                                      static_cast<uint32_t>(rows.number(row, 4)),
-                                      rows.number(row, 5)});
+    void leave() override {
+        connection_.query("DELETE FROM worker WHERE id = $1", worker_);
+        worker_ = 0;
     }
 
-    // The first time we join: each start is another collector, whatever its name.
-    void tell_of_us(Claimed &claimed) {
-        if (worker_ == 0) {
-            connection_.query("DELETE FROM worker WHERE seen < clock() - $1", worker_forgotten);
-            worker_ = connection_
-                          .number("INSERT INTO worker(name, seen) VALUES ($1, clock()) "
-                                  "RETURNING id",
-                                  name_)
-                          .value_or(0);
+private:
+    static std::vector<Lease> leases_in(const Result &rows) {
+        std::vector<Lease> leases;
+        for (int row = 0; row < rows.rows(); ++row)
+            leases.push_back({rows.number(row, 0), rows.number(row, 1), rows.number(row, 2),
+                              std::string(rows.bytes(row, 3)),
+                              static_cast<uint32_t>(rows.number(row, 4)), rows.number(row, 5)});
+        return leases;
+    }
+
+    // Two machines may call themselves the same.
+    std::vector<CollectorState> collectors() {
+        const Result rows = connection_.query("SELECT name, held, rate, lag, oldest FROM worker "
+                                              "WHERE id = $1 OR seen > clock() - $2 "
+                                              "ORDER BY name, id",
+                                              worker_, worker_gone);
+        std::vector<CollectorState> found;
+        std::string name;
+        for (int row = 0, same = 1; row < rows.rows(); ++row) {
+            same = rows.bytes(row, 0) == name ? same + 1 : 1;
+            name = rows.bytes(row, 0);
+            found.push_back({same == 1 ? name : fmt::format("{} ({})", name, same),
+                             static_cast<uint64_t>(rows.number(row, 1)),
+                             static_cast<double>(rows.number(row, 2)) / 1000, rows.number(row, 3),
+                             rows.number(row, 4)});
         }
-        const Result row = connection_.query(
-            "WITH us AS (UPDATE worker SET seen = clock() WHERE id = $1) "
-            "SELECT clock(), (SELECT count(*) FROM worker WHERE id <> $1 AND seen > clock() - $2)",
-            worker_, worker_gone);
-        claimed.now = row.number(0, 0);
-        claimed.collectors = 1 + static_cast<uint32_t>(row.number(0, 1));
+        return found;
+    }
+
+    // Each start is another collector, whatever its name, unless it is known to be the next life of
+    // one that is dead for certain: what that held is free.
+    void join() {
+        if (worker_ != 0) return;
+        connection_.query("DELETE FROM worker WHERE seen < clock() - $1", worker_forgotten);
+        const int64_t worker =
+            connection_
+                .number("INSERT INTO worker(name, home, seen) VALUES ($1, nullif($2, ''), clock()) "
+                        "ON CONFLICT (home) DO UPDATE SET name = excluded.name, seen = "
+                        "excluded.seen RETURNING id",
+                        name_, home_)
+                .value_or(0);
+        connection_.query("WITH l AS (SELECT id FROM device WHERE worker = $1 AND lease_until <> 0 "
+                          "ORDER BY id FOR NO KEY UPDATE) UPDATE device d SET lease_until = 0, "
+                          "free_at = greatest(due, paused_until) FROM l WHERE d.id = l.id",
+                          worker);
+        worker_ = worker;
     }
 
     Connection connection_;
-    std::string name_;
+    std::string name_, home_;
     int64_t worker_ = 0;
 };
 
 } // namespace
 
-std::unique_ptr<Leases> open_leases(const std::string &address, const std::string &name) {
-    return std::make_unique<PostgresLeases>(address, name);
+std::unique_ptr<Leases> open_leases(const std::string &address, const std::string &name,
+                                    const std::string &home) {
+    return std::make_unique<PostgresLeases>(address, name, home);
 }
 
 } // namespace dtfleet::postgres

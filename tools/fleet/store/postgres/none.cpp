@@ -14,7 +14,11 @@ namespace {
 
 std::unique_ptr<Store> open_store(const std::string &, const Retention &) { refuse(); }
 std::unique_ptr<Reader> open_reader(const std::string &) { refuse(); }
-std::unique_ptr<Leases> open_leases(const std::string &, const std::string &) { refuse(); }
+std::unique_ptr<Leases> open_leases(const std::string &, const std::string &, const std::string &) {
+    refuse();
+}
+SharedInventory read_shared(const std::string &) { refuse(); }
+InventoryChanges write_shared(const std::string &, const Inventory &) { refuse(); }
 Migrated migrate_database(const std::string &) { refuse(); }
 Moved move_database(const std::string &, const std::string &, const Advance &) { refuse(); }
 std::vector<std::string> check_database(const std::string &, const Advance &) { refuse(); }

@@ -20,9 +20,14 @@ SET LOCAL search_path = dtfleet;
 -- the transaction: so runs become visible in the order of their ids. 'changes' counts all other
 -- changes that a reader may care for. 'next_sweep' is when old rows are looked for again. The clock was
 -- last seen at 'clock_seen'; 'clock_accepted' counts how often somebody has said that it is right.
+-- 'inventory' counts the changes of the inventory; at 0 there is none yet.
 CREATE TABLE meta(key text PRIMARY KEY, value bigint NOT NULL);
 INSERT INTO meta VALUES ('next_collection', 1), ('changes', 0), ('next_sweep', 0),
-    ('clock_seen', 0), ('clock_accepted', 0);
+    ('clock_seen', 0), ('clock_accepted', 0), ('inventory', 0);
+
+-- What all collectors ask, in the form of a file. It has one row.
+CREATE TABLE inventory(text bytea NOT NULL);
+INSERT INTO inventory VALUES ('');
 
 -- Microseconds since 1970, and it goes on within a transaction.
 CREATE FUNCTION clock() RETURNS bigint LANGUAGE sql VOLATILE AS
@@ -55,11 +60,16 @@ CREATE TABLE device(
 ) WITH (fillfactor = 60);
 CREATE INDEX device_free ON device(free_at) WHERE listed;
 
--- The collectors that are at work.
+-- The collectors that are at work. Two lives of one process in the same `home` are one row.
 CREATE TABLE worker(
     id integer GENERATED ALWAYS AS IDENTITY PRIMARY KEY,
     name text NOT NULL,
-    seen bigint NOT NULL);
+    home text UNIQUE,
+    seen bigint NOT NULL,
+    held bigint NOT NULL DEFAULT 0,               -- leases
+    rate bigint NOT NULL DEFAULT 0,               -- runs in 1000 seconds
+    lag bigint NOT NULL DEFAULT 0,                -- microseconds by which it asks late
+    oldest bigint NOT NULL DEFAULT 0);            -- of its leases, the age in microseconds
 
 CREATE TABLE series(
     id integer GENERATED ALWAYS AS IDENTITY PRIMARY KEY,
@@ -356,7 +366,7 @@ BEGIN
     IF EXISTS (SELECT 1 FROM pg_roles WHERE rolname = 'dtfleet_collect') THEN
         GRANT USAGE ON SCHEMA dtfleet TO dtfleet_collect;
         GRANT SELECT, INSERT, UPDATE, DELETE ON ALL TABLES IN SCHEMA dtfleet TO dtfleet_collect;
-        REVOKE INSERT, DELETE ON meta FROM dtfleet_collect;
+        REVOKE INSERT, DELETE ON meta, inventory FROM dtfleet_collect;
         REVOKE INSERT, UPDATE, DELETE ON outcome, day, value_flat, rollup_hour FROM dtfleet_collect;
         GRANT EXECUTE ON FUNCTION make_day(bigint), drop_day(bigint), store_staged()
             TO dtfleet_collect;

@@ -7,6 +7,7 @@
 #include "fleet/store/postgres/retention.h"
 #include "fleet/store/postgres/schema.h"
 #include "fleet/store/postgres/series_rows.h"
+#include "fleet/store/postgres/shared_inventory.h"
 #include "host/failure.h"
 
 #include <algorithm>
@@ -42,11 +43,27 @@ public:
         }
     }
 
-    void take_inventory(const Inventory &inventory) override {
+    void take_inventory(const Inventory &inventory) override { (void)share(inventory); }
+
+    InventoryChanges share(const Inventory &inventory) {
+        InventoryChanges changes;
         change([&] {
-            take_devices(connection_, inventory.devices);
+            changes = take_shared(connection_, inventory);
             series_.take_meanings(inventory.series);
         });
+        house_.take(inventory.retention);
+        return changes;
+    }
+
+    // An old one says nothing: who has it takes the new one next.
+    void follow(const Inventory &inventory) override {
+        if (inventory.number == 0) return;
+        change([&] {
+            if (stored_number() != inventory.number) return;
+            series_.take_meanings(inventory.series);
+            replan(connection_, turns_.changed(inventory.devices));
+        });
+        turns_.take(inventory.devices);
         house_.take(inventory.retention);
     }
 
@@ -81,7 +98,10 @@ public:
         change([&] { pause_device(connection_, device, until); });
     }
     void rename(const std::string &from, const std::string &to) override {
-        change([&] { rename_device(connection_, from, to); });
+        change([&] {
+            rename_device(connection_, from, to);
+            rename_shared(connection_, from, to);
+        });
     }
     void forget(const std::string &device) override {
         change([&] { forget_device(connection_, device); });
@@ -120,7 +140,12 @@ private:
         transaction.commit();
     }
 
+    int64_t stored_number() {
+        return connection_.number("SELECT value FROM meta WHERE key = 'inventory'").value_or(0);
+    }
+
     Connection connection_;
+    Turns turns_;
     PostgresSeries rows_;
     SeriesTable series_;
     Housekeeper house_;
@@ -133,6 +158,16 @@ private:
 
 std::unique_ptr<Store> open_store(const std::string &address, const Retention &retention) {
     return std::make_unique<PostgresStore>(address, retention);
+}
+
+SharedInventory read_shared(const std::string &address) {
+    Connection connection(address, Connection::Access::read);
+    check_schema(connection);
+    return stored_inventory(connection);
+}
+
+InventoryChanges write_shared(const std::string &address, const Inventory &inventory) {
+    return PostgresStore(address, inventory.retention).share(inventory);
 }
 
 Migrated migrate_database(const std::string &address) {

@@ -41,10 +41,15 @@ function drawReadiness(reason, notice) {
   at('#trouble').textContent = reason ? `No device is asked: ${reason}` : notice;
 }
 
-// Of several collectors, what this one does.
+// Of several collectors, what each does.
 function drawShare(shared) {
-  at('#collectors').textContent = shared
-    ? `${grouped(shared.collectors)} collectors; this one holds ${grouped(shared.held)} devices.` : '';
+  const collectors = shared?.collectors ?? [];
+  const row = (cell, texts) => element('tr', {}, ...texts.map((text) => element(cell, {}, text)));
+  at('#collectors').hidden = collectors.length === 0;
+  at('#collectors').replaceChildren(
+    row('th', ['collector', 'devices it holds', 'runs a second', 'asks late by', 'oldest lease']),
+    ...collectors.map((one) => row('td', [one.name, grouped(one.held), one.rate.toFixed(1),
+                                          duration(one.lag), duration(one.oldest)])));
 }
 
 // ---- what is shown of it
