@@ -120,10 +120,18 @@ struct Keeping : testing::Test {
 
 // The holder's end is before the database's, however long the answer took.
 TEST_F(Keeping, BringsAsManyAsAreWantedAndTakesBackWhatIsNot) {
+    table.inventory = 0; // as long as nobody has brought one nothing is claimed,
     open();
     const Time before = now();
-    keeper->put({.wanted = 2, .listed = 100});                 // without an inventory,
-    keeper->put({.wanted = 2, .listed = 100, .inventory = 7}); // and with an old one
+    keeper->put({.wanted = 2, .listed = 100});
+    until([&] { return table.told != Time(0); });
+    std::this_thread::sleep_for(300ms); // longer than it waits between visits
+    {
+        const std::lock_guard lock(table.mutex);
+        EXPECT_EQ(table.asked, Time(0));
+        table.inventory = 1;
+    }
+    keeper->put({.wanted = 2, .listed = 100, .inventory = 7}); // and nothing by an old one
     until([&] { return table.asked != Time(0); });
     EXPECT_THAT(table.held, IsEmpty());
     keeper->put({.wanted = 2, .listed = 100, .inventory = 1, .state = CollectorState{"", 9}});

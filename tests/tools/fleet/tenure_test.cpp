@@ -107,6 +107,18 @@ TEST_F(SharedFleet, WhatIsGrantedIsAskedOnceAndNothingElse) {
     run_until_asked("1", 2);
 }
 
+// What is kept for a turn of the day after tomorrow is found out anew.
+TEST_F(SharedFleet, WhoseTurnsAreOtherOnesIsGivenBackWithoutOne) {
+    grant({grant_of("1", shared(now() + 2h), far), grant_of("2", shared(now() + 2h), far)}, 5);
+    auto other = std::make_shared<Inventory>(fleet.inventory);
+    other->devices[1].selftest = Seconds(7);
+    fleet.engine->take_inventory(other);
+    fleet.run_until([&] { return !fleet.engine->is_taking(); });
+    EXPECT_THAT(fleet.engine->take_returned(),
+                ElementsAre(testing::AllOf(Field(&Lease::name, "1"), Field(&Lease::due, 0))));
+    EXPECT_EQ(fleet.engine->tenure().held(), 1U);
+}
+
 // Whoever comes can ask it then: it must not wait here.
 TEST_F(SharedFleet, WhatCannotBeAskedInTimeIsGivenBack) {
     grant({grant_of("0", shared(now()), now() + 60s - 1ms), grant_of("1", 0, now() + 60s),

@@ -126,6 +126,44 @@ TEST_F(Shared, TheNextLifeOfOneTakesWhatItsLastOneHeld) {
     EXPECT_EQ(all(*open_leases(address, "b", "elsewhere")), 0U);
 }
 
+// Also when a run ends under a collector that does not know of the change yet.
+TEST_F(Shared, WhoHasOtherTurnsIsClaimedAtOnce) {
+    const auto store = postgres::open_store(address, {});
+    Inventory inventory;
+    inventory.devices.resize(2);
+    for (Device &device : inventory.devices) { // as a file could have them
+        device.name = &device == &inventory.devices[0] ? "a" : "b";
+        device.address = "10.0.0.1";
+        device.port = 9099;
+        device.interval = Seconds(60);
+    }
+    store->take_inventory(inventory);
+    const auto collector = postgres::open_store(address, {});
+    inventory.number = 1;
+    collector->follow(inventory);
+    const auto set = [&] { rows("UPDATE device SET due = 99, free_at = 99"); };
+    const auto dues = [&] { return rows("SELECT due, free_at FROM device ORDER BY name"); };
+    set();
+    Inventory before = inventory;
+    inventory.devices[0].selftest = Seconds(5);
+    store->take_inventory(inventory);
+    EXPECT_THAT(dues(), ElementsAre("0|0", "99|99"));
+    set();
+    before.devices[1].interval = Seconds(9);
+    collector->follow(before);
+    EXPECT_THAT(dues(), ElementsAre("99|99", "99|99")) << "it has an old one";
+    inventory.number = 2;
+    collector->follow(inventory);
+    EXPECT_THAT(dues(), ElementsAre("0|0", "0|0"));
+    set();
+    collector->follow(inventory);
+    EXPECT_THAT(dues(), ElementsAre("99|99", "99|99")) << "once";
+    const auto leases = open_leases(address, "a");
+    EXPECT_TRUE(leases->claim(10, 0s, long_lease, 1).empty()) << "for an old inventory";
+    EXPECT_EQ(leases->claim(10, 0s, long_lease, 2).size(), 2U);
+    EXPECT_THAT(rows("SELECT value FROM meta WHERE key = 'inventory'"), ElementsAre("2"));
+}
+
 TEST_F(Shared, EachSeesHowTheOthersDo) {
     list_devices(1);
     const auto first = open_leases(address, "a"), second = open_leases(address, "b", "home");

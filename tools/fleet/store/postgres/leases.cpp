@@ -129,6 +129,7 @@ private:
                                               "ORDER BY name, id",
                                               worker_, worker_gone);
         std::vector<CollectorState> found;
+        found.reserve(static_cast<size_t>(rows.rows()));
         std::string name;
         for (int row = 0, same = 1; row < rows.rows(); ++row) {
             same = rows.bytes(row, 0) == name ? same + 1 : 1;

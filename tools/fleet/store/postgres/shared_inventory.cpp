@@ -29,8 +29,7 @@ SharedInventory stored_inventory(Connection &connection) {
 
 InventoryChanges take_shared(Connection &connection, const Inventory &inventory) {
     const SharedInventory stored = stored_inventory(connection);
-    const InventoryChanges changes =
-        changes_between(load_shared_text(stored.text).inventory, inventory);
+    InventoryChanges changes = changes_between(load_shared_text(stored.text).inventory, inventory);
     lock_devices(connection);
     take_devices(connection, inventory.devices);
     replan(connection, changes.replanned);
