@@ -462,9 +462,16 @@ TEST_F(Collectors, FollowTheInventoryThatIsImported) {
         const std::string label = fmt::format(":{}\"}} ", collector.port);
         return metrics.find(label) != std::string::npos;
     };
+    const auto rate = [&] { // of both
+        double sum = 0;
+        const std::string name = "\ndtfleet_collector_runs_per_second{";
+        for (size_t at = 0; (at = metrics.find(name, at)) != std::string::npos; ++at)
+            sum += std::stod(metrics.substr(metrics.find("} ", at) + 2));
+        return sum;
+    };
     until([&] {
         metrics = metrics_of(page);
-        return tells_of(first) && tells_of(second);
+        return tells_of(first) && tells_of(second) && rate() > 1;
     });
     EXPECT_THAT(metrics, HasSubstr("dtfleet_collectors 2\n"));
 
