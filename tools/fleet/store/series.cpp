@@ -128,11 +128,15 @@ const SeriesMeaning &SeriesTable::meaning_of(const std::string &collector, uint3
     return *of_all;
 }
 
-void SeriesTable::take_meanings(const std::vector<SeriesMeaning> &meanings) {
+void SeriesTable::learn(const std::vector<SeriesMeaning> &meanings) {
     meanings_.clear();
     for (const SeriesMeaning &meaning : meanings)
         meanings_.emplace(std::pair(meaning.collector, meaning.key), meaning);
     forget();
+}
+
+void SeriesTable::take_meanings(const std::vector<SeriesMeaning> &meanings) {
+    learn(meanings);
     rows_.change_meanings([this](const std::string &collector, uint32_t section,
                                  uint32_t key) -> const auto & {
         return meaning_of(collector, section, key);

@@ -82,7 +82,10 @@ public:
     // Finds or makes all series that were wanted.
     void resolve();
 
-    // What keys mean, from now on and for the series that are there.
+    // What keys mean, of series that are made from now on.
+    void learn(const std::vector<SeriesMeaning> &meanings);
+
+    // The same, and of those that are there.
     void take_meanings(const std::vector<SeriesMeaning> &meanings);
 
     struct Facts {

@@ -19,8 +19,8 @@ using std::chrono::milliseconds;
 // A run is stored at most a second after its end: it waits for others no longer than this, and a
 // batch takes about as long to be written.
 constexpr milliseconds gathering(250);
-constexpr size_t most_batch_runs = 1000;
-constexpr size_t most_batch_bytes = 4'000'000;
+constexpr size_t most_batch_runs = 4000;
+constexpr size_t most_batch_bytes = 16'000'000;
 
 constexpr milliseconds again(1000); // after a transaction that failed
 constexpr milliseconds house(1000); // between two looks at the disk and at what is too old

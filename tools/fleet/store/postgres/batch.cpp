@@ -62,7 +62,7 @@ void Batch::store() {
     find_devices();
     begin_items();
     read();
-    for (Item &item : items_) compute(item);
+    compute();
     commit();
 }
 
@@ -74,16 +74,16 @@ void Batch::leave_out_known() {
     if (looks_for_runs_) {
         std::vector<int64_t> times;
         std::vector<std::string> ids;
-        for (const RunRecord &run : runs_) {
-            times.push_back(run.time);
-            ids.push_back(id_text(run.id));
+        for (const RunRecord *run : runs_) {
+            times.push_back(run->time);
+            ids.push_back(id_text(run->id));
         }
         known = known_runs(connection_, times, ids);
     }
     std::set<std::pair<Microseconds, RunId>> seen;
     for (size_t i = 0; i < runs_.size(); ++i)
-        if (!known[i] && seen.insert({runs_[i].time, runs_[i].id}).second)
-            new_runs_.push_back(&runs_[i]);
+        if (!known[i] && seen.insert({runs_[i]->time, runs_[i]->id}).second)
+            new_runs_.push_back(runs_[i]);
 }
 
 void Batch::find_devices() {
@@ -111,7 +111,8 @@ void Batch::begin_items() {
     series_.begin_batch();
     items_.reserve(new_runs_.size());
     for (const RunRecord *run : new_runs_)
-        items_.push_back({run, &devices_[run->device], Arrivals(*run, series_)});
+        items_.push_back({run, &devices_[run->device], static_cast<int64_t>(items_.size()),
+                          Arrivals(*run, series_)});
     series_.resolve();
 }
 
@@ -122,9 +123,8 @@ void Batch::read() {
     std::set<Rollups::Hour> hours;
     for (const Item &item : items_) {
         const int64_t id = item.device->id;
-        const States::One &one = states_.at(id, item.run->command);
-        if (one.is_known && one.state.hour != hour_of(item.run->time))
-            hours.insert({id, item.run->command, one.state.hour});
+        const auto hour = states_.hour(item.of());
+        if (hour && *hour != hour_of(item.run->time)) hours.insert({id, item.run->command, *hour});
         if (!item.arrivals.logs().empty()) with_logs.push_back(id);
     }
     rollups_.read({hours.begin(), hours.end()});
@@ -141,9 +141,19 @@ bool Batch::is_history(const Item &item, const States::One &one) const {
     return run.imported && one.is_known && run.time < one.state.time;
 }
 
-void Batch::compute(Item &item) {
+// Device after device, each one's runs in their order.
+void Batch::compute() {
+    std::map<States::Of, std::vector<Item *>> by_state;
+    for (Item &item : items_) by_state[item.of()].push_back(&item);
+    for (const auto &[of, items] : by_state) {
+        States::One one = states_.take(of);
+        for (Item *item : items) compute(*item, one);
+        states_.stage(of, one);
+    }
+}
+
+void Batch::compute(Item &item, States::One &one) {
     const RunRecord &run = *item.run;
-    States::One &one = states_.at(item.device->id, run.command);
     const bool history = is_history(item, one);
     std::string values;
     if (history)
@@ -154,7 +164,7 @@ void Batch::compute(Item &item) {
         values = columns_of({});
     if (!history) {
         for (const Arrivals::Log &log : item.arrivals.logs())
-            logs_.take(run, item.device->id, place_, log);
+            logs_.take(run, item.device->id, item.place, log);
         note(run, *item.device);
     }
     put_run(item, history, values);
@@ -213,7 +223,7 @@ std::string Batch::list_history(const Item &item) {
 
 void Batch::put_run(const Item &item, bool is_history, const std::string &values) {
     const RunRecord &run = *item.run;
-    rows_.row().int8(run.time).uuid(run.id).int8(place_++).int4(item.device->id);
+    rows_.row().int8(run.time).uuid(run.id).int8(item.place).int4(item.device->id);
     rows_.int8(run.command).int2(static_cast<int64_t>(run.outcome)).bytes(shown(run.reason));
     run.identity ? rows_.int4(*run.identity) : rows_.null();
     rows_.bytes(shown(run.address)).int8(run.messages).int8(static_cast<int64_t>(run.bytes));
@@ -278,16 +288,15 @@ void Batch::copy(const char *sql, const Rows &rows) {
 // of the transaction it waits for nothing that this side does.
 void Batch::commit() {
     make_days();
-    Rows devices(13), states(7), longs(5), rollups(10), lines(8), tails(6);
+    Rows devices(13), rollups(10), lines(8), tails(6);
     stage_devices(devices);
-    states_.stage(states, longs);
     rollups_.stage(rollups);
     logs_.stage(lines, tails);
     Transaction transaction(connection_, Transaction::Kind::write);
     copy("COPY stage_run FROM STDIN (FORMAT binary)", rows_);
     copy("COPY stage_device FROM STDIN (FORMAT binary)", devices);
-    copy("COPY stage_state FROM STDIN (FORMAT binary)", states);
-    copy("COPY stage_long FROM STDIN (FORMAT binary)", longs);
+    copy("COPY stage_state FROM STDIN (FORMAT binary)", states_.states());
+    copy("COPY stage_long FROM STDIN (FORMAT binary)", states_.longs());
     copy("COPY stage_rollup FROM STDIN (FORMAT binary)", rollups);
     copy("COPY stage_log FROM STDIN (FORMAT binary)", lines);
     copy("COPY stage_tail FROM STDIN (FORMAT binary)", tails);

@@ -19,7 +19,7 @@ class Batch {
 public:
     // The runs must outlive it.
     // looks_for_runs: some may be stored already. Otherwise that is a conflict.
-    Batch(Connection &connection, SeriesTable &series, std::span<const RunRecord> runs,
+    Batch(Connection &connection, SeriesTable &series, std::span<const RunRecord *const> runs,
           bool looks_for_runs)
         : connection_(connection), series_(series), runs_(runs), looks_for_runs_(looks_for_runs),
           rollups_(connection, series), logs_(connection) {}
@@ -47,7 +47,10 @@ private:
     struct Item {
         const RunRecord *run;
         Known *device;
+        int64_t place; // in the batch
         Arrivals arrivals;
+
+        States::Of of() const { return {device->id, run->command}; }
     };
 
     void leave_out_known();
@@ -56,7 +59,8 @@ private:
     void take_ids(const Result &devices);
     void begin_items();
     void read();
-    void compute(Item &item);
+    void compute();
+    void compute(Item &item, States::One &one);
     bool is_history(const Item &item, const States::One &one) const;
     std::string compare(Item &item, States::One &one);
     std::string list_history(const Item &item);
@@ -68,7 +72,7 @@ private:
 
     Connection &connection_;
     SeriesTable &series_;
-    std::span<const RunRecord> runs_;
+    std::span<const RunRecord *const> runs_;
     bool looks_for_runs_;
     std::vector<const RunRecord *> new_runs_;
     std::unordered_map<std::string, Known> devices_; // by name
@@ -76,7 +80,6 @@ private:
     States states_;
     Rollups rollups_;
     LogBook logs_;
-    int64_t place_ = 0;
     size_t staged_bytes_ = 0;
     Rows rows_{20};
 };

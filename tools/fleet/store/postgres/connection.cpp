@@ -149,9 +149,21 @@ void Connection::check_address() const {
         throw Failure(Exit::usage, "the database: its address is none that libpq understands");
 }
 
-// What the address itself says comes last, and so it holds.
+// A server that ended while nothing was asked of it has said so and closed its side, which takes
+// two looks to be seen.
+bool Connection::is_alive() const {
+    return is_open() && PQconsumeInput(handle_.get()) == 1 && PQconsumeInput(handle_.get()) == 1 &&
+           is_open();
+}
+
+bool Connection::is_open() const { return handle_ && PQstatus(handle_.get()) == CONNECTION_OK; }
+
 void Connection::connect() {
-    if (handle_ && PQstatus(handle_.get()) == CONNECTION_OK) return;
+    if (!is_alive()) open();
+}
+
+// What the address itself says comes last, and so it holds.
+void Connection::open() {
     check_address();
     const std::array<const char *, 9> names{
         "application_name", "connect_timeout", "client_encoding",
@@ -161,7 +173,7 @@ void Connection::connect() {
                                              "2",       "3", address_.c_str(), nullptr};
     handle_.reset(PQconnectdbParams(names.data(), values.data(), 1));
     ++session_;
-    if (!handle_ || PQstatus(handle_.get()) != CONNECTION_OK) {
+    if (!is_open()) {
         const std::string reason = line_of(handle_ ? PQerrorMessage(handle_.get()) : "no memory");
         handle_.reset();
         throw Unavailable("the database: " + reason);
@@ -198,7 +210,7 @@ Result Connection::checked(pg_result *result) {
 }
 
 Result Connection::query(const char *sql, const Parameters &parameters) {
-    connect();
+    if (!is_open()) open();
     std::vector<const char *> values;
     std::vector<int> lengths;
     const std::vector<int> formats(parameters.values_.size(), 1);
@@ -216,14 +228,14 @@ std::optional<int64_t> Connection::number_in(const Result &result) {
 }
 
 void Connection::execute(const std::string &sql) {
-    connect();
+    if (!is_open()) open();
     checked(PQexec(handle_.get(), sql.c_str()));
 }
 
 // ---- COPY ---------------------------------------------------------------------------------------
 
 void Connection::begin_copy(const char *sql) {
-    connect();
+    if (!is_open()) open();
     checked(PQexec(handle_.get(), sql));
     std::string head("PGCOPY\n\377\r\n\0", 11);
     put_32(head, 0); // flags

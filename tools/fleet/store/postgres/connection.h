@@ -111,7 +111,8 @@ public:
     // An address as libpq knows it: "postgresql://...".
     explicit Connection(std::string address, Access access = Access::write);
 
-    // Connects, if that has not been done or the connection was lost.
+    // Connects, if that has not been done or the connection was lost. So do all that follow, but
+    // they find only by failing that the server has gone since it answered last.
     void connect();
 
     // Grows with each connection: what a session keeps, such as temporary tables, is gone.
@@ -145,6 +146,9 @@ private:
         void operator()(pg_conn *connection) const;
     };
     void check_address() const;
+    bool is_alive() const;
+    bool is_open() const;
+    void open();
     static std::optional<int64_t> number_in(const Result &result);
     Result checked(pg_result *result);
     [[noreturn]] void fail(const pg_result *result);

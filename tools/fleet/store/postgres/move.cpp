@@ -223,11 +223,12 @@ void Move::move_state(int64_t device, const sqlite::Statement &row) {
     }
     const bool is_new =
         connection_
-            .query("INSERT INTO state AS s VALUES ($1, $2, 1, $3, $4, $5, $6) ON CONFLICT (device, "
-                   "command) DO UPDATE SET serial = s.serial + 1, time = excluded.time, full_day = "
-                   "excluded.full_day, hour = excluded.hour, entries = excluded.entries "
-                   "WHERE s.time < excluded.time",
-                   device, command, state.time, state.full_day, state.hour, Bytes{pack(state)})
+            .query("INSERT INTO state AS s VALUES ($1, $2, 1, $3, $4, $5, $6 <> 0, $7) ON CONFLICT "
+                   "(device, command) DO UPDATE SET serial = s.serial + 1, time = excluded.time, "
+                   "full_day = excluded.full_day, hour = excluded.hour, has_longs = "
+                   "excluded.has_longs, entries = excluded.entries WHERE s.time < excluded.time",
+                   device, command, state.time, state.full_day, state.hour,
+                   int64_t{has_longs(state)}, Bytes{pack(state)})
             .changed() != 0;
     if (is_new) transaction.commit();
 }

@@ -123,6 +123,7 @@ CREATE TABLE state(
     time bigint NOT NULL,                         -- of the last run that brought anything
     full_day bigint NOT NULL,                     -- the last day whose first whole run was stored whole
     hour bigint NOT NULL,                         -- that is being summed up in the entries
+    has_longs boolean NOT NULL,                   -- some of its values are in long_value
     entries bytea NOT NULL,
     PRIMARY KEY(device, command)) WITH (fillfactor = 60);
 ALTER TABLE state ALTER entries SET STORAGE EXTERNAL;
@@ -289,6 +290,7 @@ DECLARE
     base bigint;
     staged bigint;
     changed bigint;
+    made bigint;
 BEGIN
     SELECT count(*) INTO staged FROM stage_run;
     UPDATE meta SET value = value + staged WHERE key = 'next_collection'
@@ -322,13 +324,15 @@ BEGIN
     GET DIAGNOSTICS changed = ROW_COUNT;
     PERFORM dtfleet.must_be(changed, staged);
 
-    INSERT INTO state AS s
-        SELECT device, command, serial + 1, time, full_day, hour, entries FROM stage_state
-        ON CONFLICT (device, command) DO UPDATE SET serial = excluded.serial,
-            time = excluded.time, full_day = excluded.full_day, hour = excluded.hour,
-            entries = excluded.entries WHERE s.serial = excluded.serial - 1;
+    UPDATE state s SET serial = n.serial + 1, time = n.time, full_day = n.full_day,
+        hour = n.hour, has_longs = n.has_longs, entries = n.entries FROM stage_state n
+        WHERE s.device = n.device AND s.command = n.command AND s.serial = n.serial;
     GET DIAGNOSTICS changed = ROW_COUNT;
-    PERFORM dtfleet.must_be(changed, (SELECT count(*) FROM stage_state));
+    INSERT INTO state
+        SELECT device, command, 1, time, full_day, hour, has_longs, entries
+        FROM stage_state WHERE serial = 0 ON CONFLICT (device, command) DO NOTHING;
+    GET DIAGNOSTICS made = ROW_COUNT;
+    PERFORM dtfleet.must_be(changed + made, (SELECT count(*) FROM stage_state));
     INSERT INTO rollup AS r
         SELECT device, command, hour, serial + 1, series, ordinals, n, min, max, last
         FROM stage_rollup
@@ -376,6 +380,7 @@ REVOKE EXECUTE ON FUNCTION make_day(bigint), drop_day(bigint), store_staged() FR
 )";
 
 constexpr const char *stage = R"(
+SET temp_buffers = '32MB';
 CREATE TEMPORARY TABLE stage_run(
     time bigint, run uuid, place bigint, device integer, command bigint, outcome smallint,
     reason text, identity integer, address text, messages bigint, bytes bigint, resends bigint,
@@ -387,8 +392,9 @@ CREATE TEMPORARY TABLE stage_device(
     keeps boolean);
 CREATE TEMPORARY TABLE stage_state(
     device integer, command bigint, serial bigint, time bigint, full_day bigint, hour bigint,
-    entries bytea);
+    has_longs boolean, entries bytea);
 ALTER TABLE stage_state ALTER entries SET STORAGE EXTERNAL;
+ALTER TABLE stage_state SET (toast_tuple_target = 8160);
 CREATE TEMPORARY TABLE stage_long(
     device integer, command bigint, series integer, ordinal integer, bytes bytea);
 CREATE TEMPORARY TABLE stage_rollup(
@@ -457,8 +463,9 @@ void check_schema(Connection &connection) {
 void make_stage(Connection &connection) { connection.execute(stage); }
 
 void sweep_stage(Connection &connection) {
-    connection.execute("VACUUM stage_run, stage_device, stage_state, stage_long, stage_rollup, "
-                       "stage_log, stage_tail");
+    connection.execute(
+        "VACUUM (TRUNCATE off) stage_run, stage_device, stage_state, stage_long, stage_rollup, "
+        "stage_log, stage_tail");
 }
 
 } // namespace dtfleet::postgres

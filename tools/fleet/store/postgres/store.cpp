@@ -1,47 +1,27 @@
 // Store on PostgreSQL, for one collector or many.
 #include "fleet/store/postgres/open.h"
 
-#include "fleet/store/postgres/batch.h"
 #include "fleet/store/postgres/devices.h"
 #include "fleet/store/postgres/fault_table.h"
+#include "fleet/store/postgres/lane.h"
 #include "fleet/store/postgres/retention.h"
 #include "fleet/store/postgres/schema.h"
 #include "fleet/store/postgres/series_rows.h"
 #include "fleet/store/postgres/shared_inventory.h"
 #include "host/failure.h"
 
-#include <algorithm>
-#include <utility>
-
 namespace dtfleet::postgres {
 namespace {
-
-constexpr int most_attempts = 5;          // when others write runs of the same devices
-constexpr size_t most_staged = 8'000'000; // bytes
 
 class PostgresStore final : public Store {
 public:
     PostgresStore(const std::string &address, const Retention &retention)
-        : connection_(address), rows_(connection_), series_(rows_), house_(connection_, retention) {
+        : connection_(address), rows_(connection_), series_(rows_), house_(connection_, retention),
+          lanes_(address) {
         check_schema(connection_);
     }
 
-    void write(std::span<const RunRecord> runs) override {
-        prepare_stage();
-        // A fresh run is not stored yet; after a failure, and of imports, nobody knows.
-        const auto is_imported = [](const RunRecord &run) { return run.imported; };
-        bool looks =
-            std::exchange(has_failed_, true) || std::any_of(runs.begin(), runs.end(), is_imported);
-        for (int attempt = 1; has_failed_; ++attempt) {
-            try {
-                write_once(runs, looks);
-                has_failed_ = false;
-            } catch (const Conflict &) {
-                if (attempt == most_attempts) throw;
-                looks = true;
-            }
-        }
-    }
+    void write(std::span<const RunRecord> runs) override { lanes_.write(runs); }
 
     void take_inventory(const Inventory &inventory) override { (void)share(inventory); }
 
@@ -51,6 +31,7 @@ public:
             changes = take_shared(connection_, inventory);
             series_.take_meanings(inventory.series);
         });
+        lanes_.learn(inventory.series);
         house_.take(inventory.retention);
         return changes;
     }
@@ -69,6 +50,7 @@ public:
 
     void take_meanings(const std::vector<SeriesMeaning> &meanings) override {
         change([&] { series_.take_meanings(meanings); });
+        lanes_.learn(meanings);
     }
 
     size_t add_faults(const FaultFile &file) override {
@@ -112,25 +94,6 @@ public:
     void accept_clock() override { house_.guard().accept(); }
 
 private:
-    void prepare_stage() {
-        connection_.connect();
-        if (stage_session_ != connection_.session()) {
-            make_stage(connection_);
-            staged_bytes_ = 0;
-        }
-        stage_session_ = connection_.session();
-        if (staged_bytes_ > most_staged) {
-            sweep_stage(connection_);
-            staged_bytes_ = 0;
-        }
-    }
-
-    void write_once(std::span<const RunRecord> runs, bool looks) {
-        Batch batch(connection_, series_, runs, looks);
-        batch.store();
-        staged_bytes_ += batch.staged_bytes();
-    }
-
     // Its row is taken first, as by those who store runs: so nobody waits for somebody who waits.
     template <typename Work> void change(Work work) {
         Transaction transaction(connection_, Transaction::Kind::write);
@@ -149,9 +112,7 @@ private:
     PostgresSeries rows_;
     SeriesTable series_;
     Housekeeper house_;
-    bool has_failed_ = false;    // the last to write
-    uint64_t stage_session_ = 0; // that has the stage,
-    size_t staged_bytes_ = 0;    // and what went over it since it was swept
+    Lanes lanes_;
 };
 
 } // namespace

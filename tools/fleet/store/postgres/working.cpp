@@ -6,50 +6,69 @@
 
 namespace dtfleet::postgres {
 
-// ---- states -------------------------------------------------------------------------------------
-
-// A state that cannot be read is none: then every value is new.
-void States::read(Connection &connection, const std::vector<int64_t> &devices) {
-    const Result states =
-        connection.query("SELECT device, command, serial, time, full_day, hour, entries FROM state "
-                         "WHERE device = ANY($1)",
-                         devices);
-    std::vector<int64_t> with_longs;
-    for (int row = 0; row < states.rows(); ++row) {
-        const int64_t device = states.number(row, 0);
-        One &one = at(device, static_cast<uint32_t>(states.number(row, 1)));
-        one.serial = states.number(row, 2);
-        one.state = {states.number(row, 3), states.number(row, 4), states.number(row, 5), {}};
-        one.is_known = unpack(states.bytes(row, 6), one.state);
-        if (!one.is_known) one.state = {};
-        const auto is_long = [](const Entry &e) { return e.form == Entry::Form::row; };
-        if (std::any_of(one.state.entries.begin(), one.state.entries.end(), is_long))
-            with_longs.push_back(device);
-    }
-    if (with_longs.empty()) return;
-    const Result longs = connection.query(
-        "SELECT device, command, series, ordinal, bytes FROM long_value WHERE device = ANY($1)",
-        with_longs);
-    for (int row = 0; row < longs.rows(); ++row)
-        at(longs.number(row, 0), static_cast<uint32_t>(longs.number(row, 1)))
-            .longs[{longs.number(row, 2), static_cast<uint32_t>(longs.number(row, 3))}] =
-            longs.bytes(row, 4);
+bool has_longs(const State &state) {
+    return std::any_of(state.entries.begin(), state.entries.end(),
+                       [](const Entry &entry) { return entry.form == Entry::Form::row; });
 }
 
-void States::stage(Rows &states, Rows &longs) const {
-    for (const auto &[place, one] : all_) {
-        if (!one.is_changed) continue;
-        const auto &[device, command] = place;
-        states.row().int4(device).int8(command).int8(one.serial).int8(one.state.time);
-        states.int8(one.state.full_day).int8(one.state.hour).bytes(pack(one.state));
-        for (const Place &value : one.new_longs)
-            longs.row()
-                .int4(device)
-                .int8(command)
-                .int4(value.first)
-                .int4(value.second)
-                .bytes(one.longs.at(value));
+// ---- states -------------------------------------------------------------------------------------
+
+void States::read(Connection &connection, const std::vector<int64_t> &devices) {
+    rows_ = connection.query("SELECT device, command, serial, time, full_day, hour, has_longs, "
+                             "entries FROM state WHERE device = ANY($1)",
+                             devices);
+    std::vector<int64_t> with_longs;
+    for (int row = 0; row < rows_->rows(); ++row) {
+        const int64_t device = rows_->number(row, 0);
+        places_[{device, static_cast<uint32_t>(rows_->number(row, 1))}] = row;
+        if (rows_->number(row, 6) != 0) with_longs.push_back(device);
     }
+    if (!with_longs.empty()) read_longs(connection, with_longs);
+}
+
+void States::read_longs(Connection &connection, const std::vector<int64_t> &devices) {
+    const Result longs = connection.query(
+        "SELECT device, command, series, ordinal, bytes FROM long_value WHERE device = ANY($1)",
+        devices);
+    for (int row = 0; row < longs.rows(); ++row)
+        longs_[{longs.number(row, 0), static_cast<uint32_t>(longs.number(row, 1))}]
+              [{longs.number(row, 2), static_cast<uint32_t>(longs.number(row, 3))}] =
+                  longs.bytes(row, 4);
+}
+
+std::optional<int64_t> States::hour(const Of &of) const {
+    const auto place = places_.find(of);
+    if (place == places_.end()) return std::nullopt;
+    return rows_->number(place->second, 5);
+}
+
+// A state that cannot be read is none: then every value is new.
+States::One States::take(const Of &of) const {
+    One one;
+    const auto place = places_.find(of);
+    if (place == places_.end()) return one;
+    const int row = place->second;
+    one.serial = rows_->number(row, 2);
+    one.state = {rows_->number(row, 3), rows_->number(row, 4), rows_->number(row, 5), {}};
+    one.is_known = unpack(rows_->bytes(row, 7), one.state);
+    if (!one.is_known) one.state = {};
+    if (const auto longs = longs_.find(of); longs != longs_.end()) one.longs = longs->second;
+    return one;
+}
+
+void States::stage(const Of &of, const One &one) {
+    if (!one.is_changed) return;
+    const auto &[device, command] = of;
+    staged_.row().int4(device).int8(command).int8(one.serial).int8(one.state.time);
+    staged_.int8(one.state.full_day).int8(one.state.hour);
+    staged_.truth(has_longs(one.state)).bytes(pack(one.state));
+    for (const Place &value : one.new_longs)
+        staged_longs_.row()
+            .int4(device)
+            .int8(command)
+            .int4(value.first)
+            .int4(value.second)
+            .bytes(one.longs.at(value));
 }
 
 // ---- sums ---------------------------------------------------------------------------------------

@@ -9,6 +9,7 @@
 #include "fleet/store/state.h"
 
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <tuple>
@@ -19,26 +20,43 @@ namespace dtfleet::postgres {
 
 using Place = std::pair<int64_t, uint32_t>; // a series and an ordinal
 
-// The states of devices' commands, with the values that are too long for them.
+// Whether some of its values are too long for it.
+bool has_longs(const State &state);
+
+// The states of devices' commands. One is unpacked when its turn comes, so that there is never room
+// needed for more.
 class States {
 public:
+    using Of = std::pair<int64_t, uint32_t>; // a device and a command
+
     struct One {
         int64_t serial = 0; // 0: there is no row yet
         bool is_known = false;
         bool is_changed = false;
         State state;
-        std::map<Place, std::string> longs;
+        std::map<Place, std::string> longs; // the values that are too long for it
         std::set<Place> new_longs;
     };
 
     void read(Connection &connection, const std::vector<int64_t> &devices);
-    One &at(int64_t device, uint32_t command) { return all_[{device, command}]; }
-    const auto &all() const { return all_; }
 
-    void stage(Rows &states, Rows &longs) const;
+    // The hour that is being summed up, if there is a state.
+    std::optional<int64_t> hour(const Of &of) const;
+
+    One take(const Of &of) const;
+
+    void stage(const Of &of, const One &one);
+    const Rows &states() const { return staged_; }
+    const Rows &longs() const { return staged_longs_; }
 
 private:
-    std::map<std::pair<int64_t, uint32_t>, One> all_;
+    void read_longs(Connection &connection, const std::vector<int64_t> &devices);
+
+    std::optional<Result> rows_;
+    std::map<Of, int> places_; // in the rows
+    std::map<Of, std::map<Place, std::string>> longs_;
+    Rows staged_{8};
+    Rows staged_longs_{5};
 };
 
 // The sums of hours that are over.
