@@ -10,11 +10,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -71,6 +74,19 @@ std::string text_of(const PGresult *result, int row, int column) {
     return {reinterpret_cast<const char *>(bytes.get()), size};
 }
 
+// Of a process and of those of its children that have ended, in clock ticks.
+uint64_t ticks_of(const std::string &pid) {
+    std::ifstream file("/proc/" + pid + "/stat");
+    std::string line;
+    std::getline(file, line);
+    std::istringstream rest(line.substr(std::min(line.size(), line.rfind(')') + 1)));
+    std::string word;
+    for (int field = 3; field < 14; ++field) rest >> word;
+    uint64_t sum = 0;
+    for (uint64_t ticks = 0, i = 0; i < 4 && rest >> ticks; ++i) sum += ticks;
+    return sum;
+}
+
 Connection connect(const std::string &address) { return {PQconnectdb(address.c_str()), PQfinish}; }
 
 } // namespace
@@ -124,6 +140,14 @@ void PostgresServer::stop(int signal) {
     ::kill(server_, signal);
     ::waitpid(server_, nullptr, 0);
     server_ = -1;
+}
+
+double PostgresServer::processor_time() const {
+    const std::string pid = std::to_string(server_);
+    uint64_t ticks = ticks_of(pid);
+    std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
+    for (std::string child; children >> child;) ticks += ticks_of(child);
+    return static_cast<double>(ticks) / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
 
 std::string PostgresServer::make_database() {

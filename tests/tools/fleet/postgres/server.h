@@ -26,6 +26,9 @@ public:
     std::string copy_database(const std::string &address); // that nobody uses
     std::string address_of(const std::string &database, const std::string &user = "fleet") const;
 
+    // The processor's time that all of its processes have taken so far, in seconds.
+    double processor_time() const;
+
     // What a query answers, each row as one text: its columns with a bar between them.
     static std::vector<std::string> rows_of(const std::string &address, const std::string &sql);
 
