@@ -59,7 +59,10 @@ public:
         return added;
     }
 
-    bool tidy() override { return house_.tidy(); }
+    bool tidy() override {
+        connection_.connect();
+        return house_.tidy();
+    }
 
     bool back_up(const std::string &) override {
         throw dtctl::Failure(dtctl::Exit::usage,
@@ -68,6 +71,7 @@ public:
 
     // Its disk is the server's to watch; here it is enough that it answers, and can write.
     std::string no_room() override {
+        connection_.connect();
         const bool is_standby =
             connection_.number("SELECT 1 WHERE pg_is_in_recovery()").has_value();
         return is_standby ? "the database is a standby that cannot be written" : "";
@@ -96,6 +100,7 @@ public:
 private:
     // Its row is taken first, as by those who store runs: so nobody waits for somebody who waits.
     template <typename Work> void change(Work work) {
+        connection_.connect();
         Transaction transaction(connection_, Transaction::Kind::write);
         connection_.query("SELECT 1 FROM meta WHERE key = 'next_collection' FOR UPDATE");
         connection_.query("UPDATE meta SET value = value + 1 WHERE key = 'changes'");
