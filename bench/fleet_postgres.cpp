@@ -28,7 +28,7 @@ using Runs = std::vector<RunRecord>;
 
 constexpr uint32_t values_a_run = 100;
 constexpr uint64_t runs_a_transaction = 1000;
-constexpr uint64_t runs_at_once = 4000; // as the service gives them to a store that lags behind
+constexpr uint64_t runs_at_once = 8000; // as the service gives them when many wait
 constexpr Microseconds begin_time = 1'800'057'600'000'000; // a day's
 
 uint64_t scatter(uint64_t number) { return number * 0x9e3779b97f4a7c15U; }

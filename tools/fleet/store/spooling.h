@@ -42,6 +42,7 @@ public:
 
     // Never throws Unavailable while the disk has room: what the store does not take is on disk.
     void write(std::span<const RunRecord> runs) override;
+    size_t runs_at_once() const override { return store_->runs_at_once(); }
     void take_inventory(const Inventory &inventory) override;
     bool tidy() override;
     std::string no_room() override;

@@ -135,9 +135,13 @@ class Store {
 public:
     virtual ~Store() = default;
 
-    // Stores all of them in one transaction; one that is there already is left out. Throws
-    // Unavailable when none of them is stored.
+    // Stores all of them, in one transaction or several, a device's in their order; one that is
+    // there already is left out. Throws Unavailable when some may not be stored: all can be given
+    // again.
     virtual void write(std::span<const RunRecord> runs) = 0;
+
+    // As many as are best stored at once, where there is a choice.
+    virtual size_t runs_at_once() const { return 1000; }
 
     // Devices by name: new ones are added, those that are gone are kept, and no longer listed.
     virtual void take_inventory(const Inventory &inventory) = 0;

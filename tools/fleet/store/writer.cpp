@@ -19,8 +19,8 @@ using std::chrono::milliseconds;
 // A run is stored at most a second after its end: it waits for others no longer than this, and a
 // batch takes about as long to be written.
 constexpr milliseconds gathering(250);
-constexpr size_t most_batch_runs = 4000;
-constexpr size_t most_batch_bytes = 16'000'000;
+constexpr size_t many_runs = 1000; // that wait for no others
+constexpr size_t bytes_a_run = 4000;
 
 constexpr milliseconds again(1000); // after a transaction that failed
 constexpr milliseconds house(1000); // between two looks at the disk and at what is too old
@@ -85,7 +85,7 @@ void Writer::put(RunRecord run) {
     ++put_;
     waiting_bytes_ += size_of(run);
     queue_.push_back(std::move(run));
-    if (queue_.size() == 1 || queue_.size() == most_batch_runs) wake_.notify_one();
+    if (queue_.size() == 1 || queue_.size() == many_runs) wake_.notify_one();
 }
 
 std::string Writer::not_ready() const {
@@ -195,7 +195,7 @@ void Writer::wait() {
         return;
     }
     const auto hurries = [this] {
-        return is_ending_ || !tasks_.empty() || inventory_ || queue_.size() >= most_batch_runs;
+        return is_ending_ || !tasks_.empty() || inventory_ || queue_.size() >= many_runs;
     };
     const auto has_work = [&] { return hurries() || !queue_.empty(); };
     if (wake_.wait_until(lock, next_house_, has_work)) wake_.wait_for(lock, gathering, hurries);
@@ -236,7 +236,8 @@ void Writer::pass_batch() {
 void Writer::take_batch() {
     const std::lock_guard lock(mutex_);
     size_t bytes = 0;
-    while (!queue_.empty() && batch_.size() < most_batch_runs && bytes < most_batch_bytes) {
+    const size_t most = store_->runs_at_once();
+    while (!queue_.empty() && batch_.size() < most && bytes < most * bytes_a_run) {
         bytes += size_of(queue_.front());
         batch_.push_back(std::move(queue_.front()));
         queue_.pop_front();

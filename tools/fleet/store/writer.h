@@ -23,7 +23,7 @@ class Writer final : public Outlet {
 public:
     // Beyond them no run begins; those that are under way already are still taken.
     struct Bounds {
-        size_t runs = 10'000;
+        size_t runs = 20'000;
         size_t bytes = 64'000'000;
         std::chrono::milliseconds farewell{10'000}; // for a database that does not take the last
     };

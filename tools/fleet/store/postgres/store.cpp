@@ -22,6 +22,7 @@ public:
     }
 
     void write(std::span<const RunRecord> runs) override { lanes_.write(runs); }
+    size_t runs_at_once() const override { return 8000; } // some transactions for each lane
 
     void take_inventory(const Inventory &inventory) override { (void)share(inventory); }
 
