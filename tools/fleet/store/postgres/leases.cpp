@@ -115,6 +115,7 @@ public:
 private:
     static std::vector<Lease> leases_in(const Result &rows) {
         std::vector<Lease> leases;
+        leases.reserve(static_cast<size_t>(rows.rows()));
         for (int row = 0; row < rows.rows(); ++row)
             leases.push_back({rows.number(row, 0), rows.number(row, 1), rows.number(row, 2),
                               std::string(rows.bytes(row, 3)),
