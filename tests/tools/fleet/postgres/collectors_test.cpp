@@ -207,11 +207,18 @@ TEST_F(Collectors, JoinShareLeaveAndAreReplaced) {
     until([&] { return number("SELECT count(*) FROM collection WHERE command = 3") == 1; });
 
     EXPECT_EQ(first.end(SIGTERM), 0);
+    const Time ended = now();
     wait(100ms); // what it had sent before
     const size_t left = asks.size();
     until([&] { return asked_by_any(left) == devices; });
     EXPECT_EQ(asked(first, left), 0U);
-    EXPECT_THAT(overlaps(), IsEmpty());
+    // Who has ended asks nobody, even when its last commands lay on the way meanwhile.
+    const auto is_of_ended = [&](const Ask &ask) {
+        return ask.open == first.port && ask.time >= ended;
+    };
+    std::vector<Ask> asked_by_two = overlaps();
+    std::erase_if(asked_by_two, is_of_ended);
+    EXPECT_THAT(asked_by_two, IsEmpty());
 
     second.end(SIGKILL); // the devices that it was asking wait until its leases end
     third.end(SIGKILL);
@@ -294,7 +301,9 @@ TEST_F(Collectors, KilledAtAnyMomentTheyLoseNothingThatIsStored) {
 constexpr const char *with_grace = "outage_grace = \"1h\"\n"
                                    "limits = { silence = \"1s\", run = \"1s\" }";
 
+// Away for some seconds, or as many as are asked for.
 TEST_F(Collectors, WhileTheServerIsAwayTheyGoOnAndDeliverLater) {
+    const char *wanted = std::getenv("DT_OUTAGE");
     Collector &first = join(with_grace), &second = join(with_grace);
     const auto held = [](const Collector &collector) {
         const auto status = collector.status();
@@ -308,7 +317,7 @@ TEST_F(Collectors, WhileTheServerIsAwayTheyGoOnAndDeliverLater) {
     wait(500ms);
     const size_t away = asks.size();
     until([&] { return asked_by_any(away) == devices; }); // all that is held is asked
-    wait(2s);
+    wait(std::chrono::seconds(wanted ? std::atoi(wanted) : 2));
     EXPECT_THAT((*first.status())["spool_runs"].get<int>(), Gt(0));
     EXPECT_EQ((*first.status())["not_ready"], "") << "it asks";
     first.end(SIGKILL);
