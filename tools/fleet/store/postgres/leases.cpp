@@ -77,7 +77,7 @@ public:
         auto leases =
             leases_in(connection_.query(claim_named.c_str(), worker_, length.count(), device));
         if (leases.empty()) return std::nullopt;
-        return std::move(leases.front());
+        return leases.front();
     }
 
     // One that has ended and that nobody has taken since may go on, but not what is not to be
